@@ -1,0 +1,32 @@
+# The two front doors: `make run` and `make test`.
+JOBS ?= $(shell nproc 2>/dev/null || echo 2)
+RELEASE_DIR := build/release
+DEBUG_DIR := build/debug
+
+.PHONY: all deps build build-debug run test clean
+
+all: build
+
+deps:
+	@scripts/install-deps
+
+$(RELEASE_DIR)/CMakeCache.txt: | deps
+	cmake -S . -B $(RELEASE_DIR) -DCMAKE_BUILD_TYPE=Release
+
+$(DEBUG_DIR)/CMakeCache.txt: | deps
+	cmake -S . -B $(DEBUG_DIR) -DCMAKE_BUILD_TYPE=Debug -DORVANTA_SANITIZE=ON
+
+build: deps $(RELEASE_DIR)/CMakeCache.txt
+	cmake --build $(RELEASE_DIR) -j $(JOBS)
+
+build-debug: deps $(DEBUG_DIR)/CMakeCache.txt
+	cmake --build $(DEBUG_DIR) -j $(JOBS)
+
+run: build
+	scripts/run-with-devsim $(RELEASE_DIR)/bin
+
+test: build-debug
+	cd $(DEBUG_DIR) && ctest --output-on-failure -j 2 --timeout 300
+
+clean:
+	rm -rf build

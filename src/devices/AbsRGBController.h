@@ -1,0 +1,62 @@
+#pragma once
+
+#include "ControlOptions.h"
+#include "OV_RGB.h"
+
+#include <QElapsedTimer>
+#include <QObject>
+#include <QSharedPointer>
+#include <QTimer>
+
+// Abstract model of one attached LED device: settings, last colours, brightness and on/off,
+// the 800 ms refresh and persistence. A device class adds the encoding and its frame header.
+class AbsRGBController : public QObject
+{
+    Q_OBJECT
+public:
+    explicit AbsRGBController(QObject* parent = nullptr);
+    ~AbsRGBController() override;
+
+    ControlOptions& controlOptions();
+
+    void setKindName(QString kindName);
+    void setBrightness(float brightness);
+    void setEnable(bool enable);
+    void setInstallDirection(uint32_t dir);
+    void setWorkMode(QString workMode);
+    void setSubMode(QString subMode);
+    void setLayout(uint32_t nbLeds, QVector<uint32_t> lines);
+
+    bool loadConfig();
+    void saveConfig();
+
+    virtual void updateFrameHeader() = 0;
+
+public slots:
+    virtual void update(QVector<OV_RGB> colors);
+    virtual void update(QVector<QVector<OV_RGB>> colors);
+
+signals:
+    void statusChanged(uint32_t status, QString description);
+    void kindNameChanged(QString kindName);
+    void enableChanged(bool enable);
+    void brightnessChanged(float brightness);
+    void workModeChanged();
+    void subModeChanged(QString subMode);
+    void installDirectionChanged(uint32_t dir);
+
+protected:
+    virtual void writeColors(const QVector<QVector<OV_RGB>>& colors) = 0;
+
+    ControlOptions options;
+
+private slots:
+    void internalUpdate();
+
+private:
+    // members as the design lists them: refreshTimer, colors, blackColors, intervalTimer,
+    // intervalSumMs, intervalCount
+};
+
+using AbsRGBControllerPtr = QSharedPointer<AbsRGBController>;
+Q_DECLARE_METATYPE(AbsRGBControllerPtr)

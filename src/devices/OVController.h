@@ -1,0 +1,32 @@
+#pragma once
+
+#include "AbsRGBController.h"
+
+#include <QByteArray>
+#include <QSerialPort>
+#include <QThread>
+
+class OVSerialPort;
+
+// The serial strip: "Ada" frames handed to an OVSerialPort on a thread of its own.
+class OVController : public AbsRGBController
+{
+    Q_OBJECT
+public:
+    OVController(const ControlOptions& options, OVSerialPort* port, QObject* parent = nullptr);
+    ~OVController() override;
+
+    void updateFrameHeader() override;
+    void writeColors(const QVector<QVector<OV_RGB>>& colors) override;
+
+signals:
+    void writeToPort(QByteArray bytes);
+
+private slots:
+    void onPortError(QSerialPort::SerialPortError error);
+
+private:
+    QByteArray frameHeader;
+    OVSerialPort* port = nullptr;
+    QThread* portThread = nullptr;
+};
