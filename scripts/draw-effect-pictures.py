@@ -1,0 +1,204 @@
+#!/usr/bin/python3
+"""Draws the colour-map animations and the effect group icons shipped in data/.
+
+A colour map is played row by row (30 rows a second at speed 1.0), its columns laid along the
+strip, so every picture here is periodic in its height: the last row flows into the first.
+Usage: scripts/draw-effect-pictures.py [data-dir]   (default: the repository's data/)
+"""
+import colorsys
+import math
+import os
+import sys
+
+from PIL import Image, ImageDraw
+
+W = 256  # columns, stretched over the strip
+H = 300  # rows: a 10 second loop at speed 1.0
+TAU = 2.0 * math.pi
+
+
+def clamp(v):
+    return max(0, min(255, int(round(v))))
+
+
+def rgb(r, g, b):
+    return (clamp(r), clamp(g), clamp(b))
+
+
+def hsv(h, s, v):
+    r, g, b = colorsys.hsv_to_rgb(h % 1.0, max(0.0, min(1.0, s)), max(0.0, min(1.0, v)))
+    return rgb(r * 255, g * 255, b * 255)
+
+
+def lerp(a, b, t):
+    return a + (b - a) * t
+
+
+def palette(stops, t):
+    """Piecewise linear colour ramp; stops are (position, (r, g, b)) in ascending order."""
+    t = max(0.0, min(1.0, t))
+    for (p0, c0), (p1, c1) in zip(stops, stops[1:]):
+        if t <= p1:
+            u = 0.0 if p1 == p0 else (t - p0) / (p1 - p0)
+            return tuple(lerp(c0[i], c1[i], u) for i in range(3))
+    return stops[-1][1]
+
+
+def loop_noise(x, t, seeds):
+    """Smooth pseudo-noise in 0..1, periodic in t over one loop (integer time frequencies)."""
+    v = 0.0
+    for fx, ft, ph, amp in seeds:
+        v += amp * math.sin(TAU * (fx * x + ft * t) + ph)
+    total = sum(s[3] for s in seeds)
+    return 0.5 + 0.5 * v / total
+
+
+def hue_waves(x, t):
+    # Rainbow drifting along the strip, with a breathing ripple in saturation.
+    h = x + t * 2.0 + 0.06 * math.sin(TAU * (2 * x - 3 * t))
+    s = 0.85 + 0.15 * math.sin(TAU * (3 * x + 5 * t))
+    return hsv(h, s, 1.0)
+
+
+FIRE = [(0.0, (20, 0, 0)), (0.3, (150, 10, 0)), (0.6, (255, 80, 0)), (0.85, (255, 170, 20)), (1.0, (255, 240, 160))]
+FIRE_SEEDS = [(1.0, 7, 0.3, 1.0), (2.7, -11, 1.7, 0.8), (5.3, 17, 4.1, 0.5), (9.1, -23, 2.2, 0.35), (13.0, 29, 0.9, 0.2)]
+
+
+def fire(x, t):
+    # Flickering embers: hot near both ends of the strip, licking flames between.
+    base = 0.55 + 0.25 * math.cos(TAU * x) ** 2
+    heat = base * (0.55 + 0.6 * loop_noise(x, t, FIRE_SEEDS))
+    return rgb(*palette(FIRE, heat))
+
+
+OCEAN = [(0.0, (0, 10, 40)), (0.35, (0, 50, 120)), (0.65, (0, 130, 170)), (0.85, (40, 200, 210)), (1.0, (220, 250, 255))]
+
+
+def ocean(x, t):
+    # Long swells rolling one way, a shorter chop the other, foam on the crests.
+    swell = math.sin(TAU * (2 * x - 3 * t))
+    chop = math.sin(TAU * (5 * x + 7 * t) + 1.3)
+    v = 0.5 + 0.32 * swell + 0.12 * chop
+    crest = max(0.0, swell * chop) ** 3
+    return rgb(*palette(OCEAN, min(1.0, v + 0.4 * crest)))
+
+
+AURORA = [(0.0, (0, 255, 120)), (0.45, (0, 200, 200)), (0.75, (120, 60, 255)), (1.0, (255, 40, 180))]
+AURORA_SEEDS = [(1.3, 3, 0.0, 1.0), (2.1, -5, 2.0, 0.7), (3.7, 4, 4.0, 0.4)]
+
+
+def aurora(x, t):
+    # Soft green-to-violet curtains over a night sky, folding slowly.
+    curtain = loop_noise(x, t, AURORA_SEEDS)
+    glow = max(0.0, math.sin(TAU * (1.5 * x + t) + 3.0 * curtain)) ** 2
+    hue_t = 0.5 + 0.5 * math.sin(TAU * (x - 2 * t) + curtain)
+    c = palette(AURORA, hue_t)
+    sky = (2, 4, 18)
+    return rgb(*(lerp(sky[i], c[i], 0.15 + 0.85 * glow) for i in range(3)))
+
+
+SUNSET = [(0.0, (255, 30, 60)), (0.3, (255, 90, 20)), (0.55, (255, 170, 40)), (0.8, (200, 40, 160)), (1.0, (255, 30, 60))]
+
+
+def lava(x, t):
+    # Molten warm bands crawling along, brightening and dimming like slow breathing.
+    t_band = (x * 1.5 + t * 3.0 + 0.1 * math.sin(TAU * (3 * x + 2 * t))) % 1.0
+    c = palette(SUNSET, t_band)
+    breathe = 0.7 + 0.3 * math.sin(TAU * 5 * t) ** 2
+    return rgb(*(v * breathe for v in c))
+
+
+COMETS = [  # (speed in strip lengths per loop, start, hue)
+    (3, 0.0, 0.55),
+    (-4, 0.33, 0.92),
+    (5, 0.66, 0.15),
+]
+
+
+def comets(x, t):
+    # Three coloured comets with long tails racing over a deep blue night.
+    r, g, b = 3.0, 5.0, 25.0
+    for speed, start, hue in COMETS:
+        head = (start + speed * t) % 1.0
+        d = (head - x) % 1.0 if speed > 0 else (x - head) % 1.0  # distance behind the head
+        if d < 0.35:
+            k = (1.0 - d / 0.35) ** 2.5
+            cr, cg, cb = colorsys.hsv_to_rgb(hue, 1.0 - 0.8 * k ** 6, 1.0)
+            r += 255 * cr * k
+            g += 255 * cg * k
+            b += 255 * cb * k
+    return rgb(r, g, b)
+
+
+MAPS = {
+    3: hue_waves,
+    4: fire,
+    5: ocean,
+    6: aurora,
+    7: lava,
+    8: comets,
+}
+
+
+def draw_map(fn):
+    img = Image.new("RGB", (W, H))
+    px = img.load()
+    for y in range(H):
+        t = y / H
+        for x in range(W):
+            px[x, y] = fn(x / W, t)
+    return img
+
+
+def draw_group_icons(folder):
+    """Round 64 x 64 icons for the four groups."""
+    os.makedirs(folder, exist_ok=True)
+    size = 64
+
+    def base():
+        img = Image.new("RGBA", (size, size), (0, 0, 0, 0))
+        return img, ImageDraw.Draw(img)
+
+    # Single colour: one warm disc with a soft ring.
+    img, d = base()
+    d.ellipse((4, 4, 60, 60), outline=(255, 170, 60, 255), width=4)
+    d.ellipse((16, 16, 48, 48), fill=(255, 170, 60, 255))
+    img.save(os.path.join(folder, "singleColor.png"))
+
+    # Colourful: a ring of rainbow segments.
+    img, d = base()
+    for i in range(12):
+        d.pieslice((4, 4, 60, 60), i * 30, i * 30 + 28, fill=hsv(i / 12, 1.0, 1.0) + (255,))
+    d.ellipse((18, 18, 46, 46), fill=(0, 0, 0, 0))
+    img.save(os.path.join(folder, "colorful.png"))
+
+    # Screen sync: a monitor with glowing edges.
+    img, d = base()
+    d.rounded_rectangle((6, 10, 58, 46), radius=4, outline=(90, 200, 255, 255), width=4)
+    d.rectangle((14, 18, 50, 38), fill=(40, 80, 140, 255))
+    d.rectangle((28, 46, 36, 52), fill=(90, 200, 255, 255))
+    d.rectangle((20, 52, 44, 56), fill=(90, 200, 255, 255))
+    img.save(os.path.join(folder, "screenSync.png"))
+
+    # Music: spectrum bars.
+    img, d = base()
+    for i, hgt in enumerate((20, 38, 50, 30, 44, 24)):
+        x0 = 6 + i * 9
+        d.rectangle((x0, 58 - hgt, x0 + 6, 58), fill=hsv(0.8 - i * 0.1, 0.8, 1.0) + (255,))
+    img.save(os.path.join(folder, "dynamicMusic.png"))
+
+
+def main():
+    root = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+    data = sys.argv[1] if len(sys.argv) > 1 else os.path.join(root, "data")
+    out = os.path.join(data, "effects", "colorful")
+    os.makedirs(out, exist_ok=True)
+    for n, fn in MAPS.items():
+        path = os.path.join(out, "ColorMap_%d.png" % n)
+        draw_map(fn).save(path, optimize=True)
+        print(path)
+    draw_group_icons(os.path.join(data, "images", "groups"))
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,8 @@
+#include "IEffectFactory.h"
+
+IEffectFactory::IEffectFactory(QObject* parent)
+    : QObject(parent)
+{
+}
+
+IEffectFactory::~IEffectFactory() = default;

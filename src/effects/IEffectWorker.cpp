@@ -1,0 +1,8 @@
+#include "IEffectWorker.h"
+
+IEffectWorker::IEffectWorker(QObject* parent)
+    : QObject(parent)
+{
+}
+
+IEffectWorker::~IEffectWorker() = default;

@@ -1,0 +1,86 @@
+#include "InternalEffectFactory.h"
+
+#include "ColorMap.h"
+#include "FlowingEffect.h"
+#include "IEffectWorker.h"
+#include "MoodShadow.h"
+#include "SingleColor.h"
+
+#include <QMetaMethod>
+#include <QMetaObject>
+#include <QMetaType>
+
+namespace {
+
+EffectWorkerOptions makeRecord(const QString& id, const QString& name, int32_t order)
+{
+    EffectWorkerOptions record;
+    record.id = id;
+    record.name = name;
+    record.desc = name;
+    record.order = order;
+    return record;
+}
+
+} // namespace
+
+InternalEffectFactory::InternalEffectFactory(QObject* parent)
+    : IEffectFactory(nullptr)
+{
+    qRegisterMetaType<EffectWorkerOptions>("EffectWorkerOptions");
+    setParent(parent);
+
+    addRow<SingleColor>(SingleColor::staticWorkerOptions(), "SingleColor");
+    addRow<FlowingEffect>(FlowingEffect::staticWorkerOptions(), "FlowingEffect");
+    addRow<MoodShadow>(
+        makeRecord(QStringLiteral("com.orvanta.colorful.moodShadow"), QStringLiteral("影随心动"), 1),
+        "MoodShadow");
+    // One class, six pictures: the id's last component names the picture.
+    for (int i = 3; i <= 8; ++i) {
+        addRow<ColorMap>(makeRecord(QStringLiteral("com.orvanta.colorful.ColorMap_%1").arg(i),
+                                    QStringLiteral("幻彩模式 %1").arg(i), i - 1),
+                         "ColorMap");
+    }
+}
+
+InternalEffectFactory::~InternalEffectFactory() = default;
+
+template <typename Worker>
+void InternalEffectFactory::addRow(const EffectWorkerOptions& record, const char* className)
+{
+    const QByteArray typeName = QByteArray(className) + '*';
+    typeNames[record.id] = QString::fromLatin1(typeName);
+    options[record.id] = record;
+    qRegisterMetaType<Worker*>(typeName.constData());
+}
+
+IEffectWorker* InternalEffectFactory::create(const QString& id)
+{
+    const int type = QMetaType::type(typeNames.value(id).toUtf8().constData());
+    const QMetaObject* meta = QMetaType::metaObjectForType(type);
+    if (!meta) {
+        return nullptr;
+    }
+    QObject* object = nullptr;
+    for (int i = 0; i < meta->constructorCount(); ++i) {
+        const QList<QByteArray> types = meta->constructor(i).parameterTypes();
+        if (types.size() == 2 && types.at(0) == "EffectWorkerOptions" && types.at(1) == "QObject*") {
+            object =
+                meta->newInstance(Q_ARG(const EffectWorkerOptions&, options[id]), Q_ARG(QObject*, nullptr));
+            break;
+        }
+    }
+    if (!object) {
+        object = meta->newInstance(Q_ARG(QObject*, nullptr));
+    }
+    auto* worker = dynamic_cast<IEffectWorker*>(object);
+    if (object && !worker) {
+        delete object;
+    }
+    return worker;
+}
+
+QList<EffectWorkerOptions> InternalEffectFactory::effects()
+{
+    return options.values();
+}

@@ -1,0 +1,24 @@
+#pragma once
+
+#include "IEffectFactory.h"
+
+#include <QHash>
+
+// The factory of the effects the program brings itself: the catalogue rows, and instances
+// made by the worker class's meta-object.
+class InternalEffectFactory : public IEffectFactory
+{
+    Q_OBJECT
+public:
+    explicit InternalEffectFactory(QObject* parent = nullptr);
+    ~InternalEffectFactory() override;
+
+    IEffectWorker* create(const QString& id) override;
+    QList<EffectWorkerOptions> effects() override;
+
+private:
+    template <typename Worker> void addRow(const EffectWorkerOptions& record, const char* className);
+
+    QHash<QString, QString> typeNames; // effect id -> class name + "*"
+    QHash<QString, EffectWorkerOptions> options;
+};

@@ -1,0 +1,74 @@
+#include "ColorMap.h"
+
+#include "ConfigurationManager.h"
+
+#include <QCoreApplication>
+#include <QtDebug>
+
+#include <cmath>
+
+ColorMap::ColorMap(const EffectWorkerOptions& options, QObject* parent)
+    : AbsAnimatedEffect(parent)
+    , options(options)
+{
+}
+
+ColorMap::~ColorMap() = default;
+
+QString ColorMap::picturePath(const QString& effectId)
+{
+    const QString baseName = effectId.mid(effectId.lastIndexOf(QLatin1Char('.')) + 1);
+    return QCoreApplication::applicationDirPath() + "/effects/colorful/" + baseName + ".png";
+}
+
+int32_t ColorMap::load(const ControlOptions& ctlOptions)
+{
+    const QString path = picturePath(options.id);
+    image = QImage(path);
+    if (image.isNull()) {
+        qCritical().noquote() << "[ColorMap]: Not found file:" << path;
+        image = QImage(300, 300, QImage::Format_RGB888);
+    }
+    speed = ConfigurationManager::instance()
+                ->effectJsonValue(options.id, ctlOptions.id, QStringLiteral("speed"))
+                .toDouble(1.0);
+    controlOptions = ctlOptions;
+    return 0;
+}
+
+EffectWorkerOptions ColorMap::workerOptions() const
+{
+    return options;
+}
+
+void ColorMap::unload()
+{
+    ConfigurationManager::instance()->setEffectJsonValue(options.id, controlOptions.id,
+                                                         QStringLiteral("speed"), speed);
+    ConfigurationManager::instance()->saveEffectJsonObj(options.id);
+}
+
+void ColorMap::tick(double seconds)
+{
+    const int height = image.height();
+    if (height <= 0) {
+        return; // not loaded yet
+    }
+    const double p = (1.0 / height) * seconds * 30.0 * speed + position;
+    position = p - std::trunc(p);
+    if (position < 0.0) {
+        position += 1.0; // only a hand-edited negative speed gets here
+    }
+    const int row = static_cast<int>(height * position);
+
+    const int n = static_cast<int>(controlOptions.nbLeds);
+    QVector<OV_RGB> colors(n);
+    const int width = image.width();
+    for (int i = 0; i < n; ++i) {
+        const int x = static_cast<int>(width * (static_cast<double>(i) / n));
+        const QRgb pixel = image.pixel(x, row);
+        colors[i] = OV_RGB{static_cast<uint8_t>(qRed(pixel)), static_cast<uint8_t>(qGreen(pixel)),
+                           static_cast<uint8_t>(qBlue(pixel))};
+    }
+    emit updateColors(colors);
+}

@@ -1,0 +1,35 @@
+#pragma once
+
+#include "AbsAnimatedEffect.h"
+
+#include <QImage>
+
+// Plays a picture over the strip: one row per tick, stretched over all LEDs, moving down and
+// wrapping round at 30 rows a second times the speed.
+class ColorMap : public AbsAnimatedEffect
+{
+    Q_OBJECT
+public:
+    Q_INVOKABLE ColorMap(const EffectWorkerOptions& options, QObject* parent = nullptr);
+    ~ColorMap() override;
+
+    int32_t load(const ControlOptions& options) override;
+    EffectWorkerOptions workerOptions() const override;
+    void unload() override;
+    void tick(double seconds) override;
+
+    // Path of the picture of an effect id: the id's last component names the file.
+    static QString picturePath(const QString& effectId);
+
+private:
+    EffectWorkerOptions options;
+    ControlOptions controlOptions;
+    QImage image;
+
+public:
+    // Written directly by the option panel; persisted at unload.
+    double speed = 1.0;
+
+private:
+    double position = 0.0; // fraction of the picture height, 0 up to 1
+};
