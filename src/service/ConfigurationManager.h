@@ -2,6 +2,7 @@
 
 #include <QJsonObject>
 #include <QJsonValue>
+#include <QMap>
 #include <QMutex>
 #include <QString>
 #include <QStringList>
@@ -43,5 +44,32 @@ public:
 
 private:
     ConfigurationManager();
-    // implementation detail left to the service layer
+
+    void ensureGlobal();
+    void ensureApp();
+    // The effect helpers expect effectMutex to be held by the caller.
+    QJsonObject& effectObjectLocked(const QString& effectId);
+    QJsonValue storedEffectValueLocked(const QString& effectId, const QString& controllerId,
+                                       const QString& key);
+    void saveEffectLocked(const QString& effectId);
+
+    QString storeDir();
+    QString globalFile();
+    QString appFile();
+    QString controllerFile(const QString& key);
+    QString effectFile(const QString& effectId);
+
+    // Fixed at first use; the directories themselves are made when asked for.
+    QString configDir;
+    QString logsDir;
+
+    bool globalLoaded = false;
+    QJsonObject global;
+    bool appLoaded = false;
+    QJsonObject app;
+    // Node-based maps: a reference handed out stays valid while other keys are added.
+    QMap<QString, QJsonObject> controllers;
+
+    QMutex effectMutex;
+    QMap<QString, QJsonObject> effects; // effect id -> controller id -> key -> value
 };
