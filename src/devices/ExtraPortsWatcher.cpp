@@ -1,0 +1,156 @@
+#include "ExtraPortsWatcher.h"
+
+#include <QDebug>
+#include <QDir>
+#include <QFileInfo>
+#include <QFileSystemWatcher>
+#include <QSet>
+
+#include <sys/stat.h>
+
+namespace {
+
+bool hasWildcard(const QString& name)
+{
+    return name.contains(QLatin1Char('*')) || name.contains(QLatin1Char('?')) ||
+           name.contains(QLatin1Char('['));
+}
+
+QString folderOf(const QString& entry)
+{
+    return QFileInfo(entry).absolutePath();
+}
+
+// The paths one entry names now. A symlink counts only while its target exists.
+QStringList expandEntry(const QString& entry)
+{
+    const QFileInfo info(entry);
+    const QString name = info.fileName();
+    if (!hasWildcard(name))
+        return info.exists() ? QStringList{info.absoluteFilePath()} : QStringList{};
+
+    QStringList paths;
+    const QDir folder(info.absolutePath());
+    const QStringList names =
+        folder.entryList(QStringList{name}, QDir::Files | QDir::System | QDir::Hidden, QDir::Name);
+    for (const QString& match : names) {
+        const QFileInfo matchInfo(folder.absoluteFilePath(match));
+        if (matchInfo.exists())
+            paths << matchInfo.absoluteFilePath();
+    }
+    return paths;
+}
+
+// The link itself, not its target: a fresh link to a reused pty number still differs.
+QByteArray identityOf(const QString& path)
+{
+    struct stat st;
+    if (::lstat(QFile::encodeName(path).constData(), &st) != 0)
+        return QByteArray();
+    return QByteArray::number(qulonglong(st.st_dev)) + '/' + QByteArray::number(qulonglong(st.st_ino)) + '/' +
+           QByteArray::number(qlonglong(st.st_ctim.tv_sec)) + '.' +
+           QByteArray::number(qlonglong(st.st_ctim.tv_nsec));
+}
+
+} // namespace
+
+ExtraPortsWatcher::ExtraPortsWatcher(QObject* parent)
+    : ExtraPortsWatcher(configuredEntries(), parent)
+{
+}
+
+ExtraPortsWatcher::ExtraPortsWatcher(const QStringList& entries, QObject* parent)
+    : PortArrivalWatcher(parent)
+    , entries(entries)
+    , watcher(new QFileSystemWatcher(this))
+{
+    QStringList folders;
+    for (const QString& entry : entries) {
+        const QString folder = folderOf(entry);
+        if (!folders.contains(folder))
+            folders << folder;
+    }
+    for (const QString& folder : qAsConst(folders)) {
+        if (!QFileInfo(folder).isDir()) {
+            qWarning().noquote() << "[ExtraPortsWatcher]: Cannot watch the folder" << folder
+                                 << "of ORVANTA_EXTRA_PORTS: it does not exist";
+            continue;
+        }
+        if (!watcher->addPath(folder)) {
+            qWarning().noquote() << "[ExtraPortsWatcher]: Cannot watch the folder" << folder;
+            continue;
+        }
+        known.insert(matchesIn(folder));
+    }
+    connect(watcher, &QFileSystemWatcher::directoryChanged, this, &ExtraPortsWatcher::onFolderChanged);
+}
+
+ExtraPortsWatcher::~ExtraPortsWatcher() = default;
+
+QStringList ExtraPortsWatcher::configuredEntries()
+{
+    const QString value = qEnvironmentVariable("ORVANTA_EXTRA_PORTS");
+    return value.split(QLatin1Char(':'), Qt::SkipEmptyParts);
+}
+
+QStringList ExtraPortsWatcher::expandEntries(const QStringList& entries)
+{
+    QStringList paths;
+    QSet<QString> seen;
+    for (const QString& entry : entries) {
+        for (const QString& path : expandEntry(entry)) {
+            if (!seen.contains(path)) {
+                seen.insert(path);
+                paths << path;
+            }
+        }
+    }
+    return paths;
+}
+
+QStringList ExtraPortsWatcher::watchedFolders() const
+{
+    return watcher->directories();
+}
+
+QHash<QString, QByteArray> ExtraPortsWatcher::matchesIn(const QString& folder) const
+{
+    QHash<QString, QByteArray> matches;
+    for (const QString& entry : entries) {
+        if (folderOf(entry) != folder)
+            continue;
+        for (const QString& path : expandEntry(entry))
+            matches.insert(path, identityOf(path));
+    }
+    return matches;
+}
+
+void ExtraPortsWatcher::onFolderChanged(const QString& folder)
+{
+    const QHash<QString, QByteArray> now = matchesIn(folder);
+
+    // Forget what went away, so that its return is an arrival.
+    for (auto it = known.begin(); it != known.end();) {
+        if (folderOf(it.key()) == folder && !now.contains(it.key()))
+            it = known.erase(it);
+        else
+            ++it;
+    }
+
+    QStringList arrived;
+    for (auto it = now.cbegin(); it != now.cend(); ++it) {
+        const auto old = known.constFind(it.key());
+        if (old == known.cend() || old.value() != it.value())
+            arrived << it.key();
+        known.insert(it.key(), it.value());
+    }
+    arrived.sort();
+    for (const QString& path : qAsConst(arrived)) {
+        qInfo().noquote() << "[ExtraPortsWatcher]: A watched port appeared:" << path;
+        emit portArrived(path);
+    }
+
+    // A folder that was removed and recreated drops out of the watch list; take it back.
+    if (!watcher->directories().contains(folder) && QFileInfo(folder).isDir())
+        watcher->addPath(folder);
+}

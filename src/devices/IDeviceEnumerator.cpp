@@ -1,0 +1,8 @@
+#include "IDeviceEnumerator.h"
+
+IDeviceEnumerator::IDeviceEnumerator(QObject* parent)
+    : QObject(parent)
+{
+}
+
+IDeviceEnumerator::~IDeviceEnumerator() = default;

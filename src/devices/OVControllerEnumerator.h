@@ -1,0 +1,60 @@
+#pragma once
+
+#include "ControlOptions.h"
+#include "IDeviceEnumerator.h"
+
+#include <QAtomicInt>
+#include <QByteArray>
+#include <QMap>
+#include <QMutex>
+#include <QPointer>
+#include <QSet>
+#include <QString>
+#include <QTimer>
+#include <QWeakPointer>
+
+class AbsRGBController;
+class OVSerialPort;
+class PortArrivalWatcher;
+
+// The built-in enumerator: salutes serial ports, proves devices by their reply, and builds an
+// OVController with its defaults and saved settings for each. Runs on the main thread.
+class OVControllerEnumerator : public IDeviceEnumerator
+{
+    Q_OBJECT
+public:
+    explicit OVControllerEnumerator(QObject* parent = nullptr);
+    ~OVControllerEnumerator() override;
+
+    QSet<AbsRGBControllerPtr> controllers() override;
+    bool removeController(const QString& id) override;
+
+    // The handshake with one port.
+    void verifyDevice(QString portName);
+    // Applies the model's entry of "controler_config/OVController.json".
+    void loadDefaults(AbsRGBController* controller);
+    // A layout from the per-device files; kept for layout files, no discovery flow reads it.
+    static ControlOptions readOVControllerConfig(const QString& model, const QString& serial);
+
+signals:
+    void sendSalutation(QByteArray bytes);
+    void deviceArrival(QString deviceName);
+
+private slots:
+    void scanControllers();
+    void onDeviceArrival(QString deviceName);
+
+private:
+    void startScan();
+    void onReply(OVSerialPort* port, const QString& portName, const QSharedPointer<QTimer>& timer);
+    void onResponseTimeout(OVSerialPort* port, const QString& portName);
+    void onControllerStatus(const QString& id, uint32_t status, const QString& description);
+
+    QMap<QString, QWeakPointer<AbsRGBController>> controllersMap; // "controllers": by id, weak
+    QMutex mutex;                                                 // guards controllersMap
+    QTimer timer;                                                 // no flow starts it
+    QSet<QString> pendingArrivals;
+    QAtomicInt scanTasks; // pool tasks of scanControllers still running
+    // Ports opened here and not handed to a controller: waiting, or answered with a known id.
+    QList<QPointer<OVSerialPort>> unattachedPorts;
+};

@@ -1,0 +1,8 @@
+#include "PortArrivalWatcher.h"
+
+PortArrivalWatcher::PortArrivalWatcher(QObject* parent)
+    : QObject(parent)
+{
+}
+
+PortArrivalWatcher::~PortArrivalWatcher() = default;
