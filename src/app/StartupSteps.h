@@ -1,0 +1,32 @@
+#pragma once
+
+#include <QCommandLineOption>
+#include <QList>
+#include <QString>
+
+class QCommandLineParser;
+class QCoreApplication;
+
+// The pieces of the start-up sequence that main runs in order.
+class StartupSteps
+{
+public:
+    static const char* const appVersion;
+    static constexpr int lockTimeoutMs = 100;
+
+    // The five flags, in the order they are added to the parser.
+    static QList<QCommandLineOption> commandLineOptions();
+    // Every one of the five properties is set, true or false.
+    static void applyOptionProperties(QCoreApplication& app, const QCommandLineParser& parser);
+
+    // Each name takes its own reading of the clock.
+    static QString mainLogFilePath(const QString& logsPath);
+    static QString loopLogFilePath(const QString& logsPath);
+
+    // Wipes the configuration when the previous run asked for it; the request is used up.
+    static void honourCleanStartup();
+
+    static QString startupParametersText();
+    static QString buildInfoText();
+    static void logStartupInfo();
+};

@@ -1,0 +1,50 @@
+#include "ConfigurationManager.h"
+#include "MessageHandler.h"
+#include "ShutdownSignals.h"
+#include "SingleInstance.h"
+#include "StartupSteps.h"
+
+#include <QApplication>
+#include <QCommandLineParser>
+
+int main(int argc, char* argv[])
+{
+    QApplication app(argc, argv);
+    QCoreApplication::setApplicationVersion(QString::fromLatin1(StartupSteps::appVersion));
+
+    // Declared in this order so that they go in reverse: lock, parser, options, application.
+    const QList<QCommandLineOption> options = StartupSteps::commandLineOptions();
+    QCommandLineParser parser;
+    parser.addOptions(options);
+    parser.addHelpOption();
+    parser.addVersionOption();
+    parser.process(app);
+    StartupSteps::applyOptionProperties(app, parser);
+
+    const QString lockPath = SingleInstance::defaultLockFilePath();
+    SingleInstance instance(lockPath);
+    if (!instance.tryLock(StartupSteps::lockTimeoutMs)) {
+        // No log, no handler, no configuration: ask the first instance to show itself and go.
+        SingleInstance::sendShowRequest(lockPath, 1000);
+        return 0;
+    }
+
+    const QString logsPath = ConfigurationManager::instance()->logsPath();
+    const QString mainLog = StartupSteps::mainLogFilePath(logsPath);
+    const QString loopLog = StartupSteps::loopLogFilePath(logsPath);
+    MessageHandler::setLogPaths(mainLog, loopLog);
+    qInstallMessageHandler(messageHandler);
+
+    StartupSteps::honourCleanStartup();
+    StartupSteps::logStartupInfo();
+
+    instance.listen();
+    ShutdownSignals shutdownSignals;
+    QObject::connect(&shutdownSignals, &ShutdownSignals::shutdownRequested, &app, &QCoreApplication::quit);
+    shutdownSignals.install();
+
+    const int exitCode = app.exec();
+
+    ConfigurationManager::instance()->save();
+    return exitCode;
+}
