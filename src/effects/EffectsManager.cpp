@@ -85,7 +85,10 @@ void EffectsManager::loadGroupFile(const QString& path)
         const QByteArray sourceName = obj.value(QStringLiteral("name")).toString(group.id).toUtf8();
         group.name = tr(sourceName.constData());
         group.desc = obj.value(QStringLiteral("desc")).toString(group.name);
-        group.icon = QImage(obj.value(QStringLiteral("icon")).toString());
+        const QString iconPath = obj.value(QStringLiteral("icon")).toString();
+        if (!iconPath.isEmpty()) {
+            group.icon = QImage(iconPath);
+        }
         group.defaultEffect = obj.value(QStringLiteral("defaultEffect")).toString();
         group.order = obj.value(QStringLiteral("order")).toInt(0);
         if (groupOrder.contains(group.order)) {
