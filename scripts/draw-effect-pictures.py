@@ -1,5 +1,6 @@
 #!/usr/bin/python3
-"""Draws the colour-map animations and the effect group icons shipped in data/.
+"""Draws the colour-map animations, the effect group icons and the colour effects' button
+pictures shipped in data/.
 
 A colour map is played row by row (30 rows a second at speed 1.0), its columns laid along the
 strip, so every picture here is periodic in its height: the last row flows into the first.
@@ -66,8 +67,9 @@ FIRE_SEEDS = [(1.0, 7, 0.3, 1.0), (2.7, -11, 1.7, 0.8), (5.3, 17, 4.1, 0.5), (9.
 
 def fire(x, t):
     # Flickering embers: hot near both ends of the strip, licking flames between.
-    base = 0.55 + 0.25 * math.cos(TAU * x) ** 2
-    heat = base * (0.55 + 0.6 * loop_noise(x, t, FIRE_SEEDS))
+    base = 0.6 + 0.3 * math.cos(TAU * x) ** 2
+    n = loop_noise(x, t, FIRE_SEEDS)
+    heat = base * (0.3 + 1.0 * n * n)
     return rgb(*palette(FIRE, heat))
 
 
@@ -188,16 +190,71 @@ def draw_group_icons(folder):
     img.save(os.path.join(folder, "dynamicMusic.png"))
 
 
+def rounded(img, radius=14):
+    mask = Image.new("L", img.size, 0)
+    ImageDraw.Draw(mask).rounded_rectangle((0, 0, img.size[0] - 1, img.size[1] - 1), radius=radius, fill=255)
+    out = Image.new("RGBA", img.size, (0, 0, 0, 0))
+    out.paste(img.convert("RGBA"), (0, 0), mask)
+    return out
+
+
+def draw_effect_icons(folder, maps):
+    """100 x 100 button pictures of the colour effects, named after the effect id."""
+    os.makedirs(folder, exist_ok=True)
+    size = 100
+
+    def save(img, effect_id):
+        rounded(img).save(os.path.join(folder, effect_id.replace(".", "_") + ".png"))
+
+    # Single colour: a warm glow fading out from the middle.
+    img = Image.new("RGB", (size, size))
+    px = img.load()
+    for y in range(size):
+        for x in range(size):
+            d = math.hypot(x - 49.5, y - 49.5) / 70.0
+            k = max(0.0, 1.0 - d) ** 1.5
+            px[x, y] = rgb(30 + 225 * k, 24 + 150 * k, 20 + 60 * k)
+    save(img, "com.orvanta.singleColor.singleColor1")
+
+    # Flowing: a diagonal rainbow.
+    img = Image.new("RGB", (size, size))
+    px = img.load()
+    for y in range(size):
+        for x in range(size):
+            px[x, y] = hsv((x + y) / 200.0, 0.9, 1.0)
+    save(img, "com.orvanta.colorful.flowingEffect")
+
+    # Mood shadow: soft horizontal gradient bands like a strap being slid along.
+    stops = [(0.0, (255, 40, 20)), (0.3, (255, 140, 0)), (0.5, (255, 220, 80)), (0.75, (200, 30, 120)),
+             (1.0, (255, 40, 20))]
+    img = Image.new("RGB", (size, size))
+    px = img.load()
+    for y in range(size):
+        for x in range(size):
+            t = (x / size + 0.15 * math.sin(TAU * y / size)) % 1.0
+            c = palette(stops, t)
+            shade = 0.55 + 0.45 * math.sin(math.pi * y / (size - 1))
+            px[x, y] = rgb(*(v * shade for v in c))
+    save(img, "com.orvanta.colorful.moodShadow")
+
+    # Colour maps: the picture itself.
+    for n, img in maps.items():
+        save(img.resize((size, size), Image.BILINEAR), "com.orvanta.colorful.ColorMap_%d" % n)
+
+
 def main():
     root = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
     data = sys.argv[1] if len(sys.argv) > 1 else os.path.join(root, "data")
     out = os.path.join(data, "effects", "colorful")
     os.makedirs(out, exist_ok=True)
+    maps = {}
     for n, fn in MAPS.items():
         path = os.path.join(out, "ColorMap_%d.png" % n)
-        draw_map(fn).save(path, optimize=True)
+        maps[n] = draw_map(fn)
+        maps[n].save(path, optimize=True)
         print(path)
     draw_group_icons(os.path.join(data, "images", "groups"))
+    draw_effect_icons(os.path.join(data, "images", "icons"), maps)
 
 
 if __name__ == "__main__":
