@@ -1,3 +1,4 @@
+#include "AbsAnimatedEffect.h"
 #include "ColorMap.h"
 #include "ConfigurationManager.h"
 #include "FlowingEffect.h"
@@ -13,6 +14,7 @@
 #include <QJsonObject>
 #include <QPainter>
 #include <QSignalSpy>
+#include <QThread>
 #include <QUuid>
 #include <QtTest>
 
@@ -111,6 +113,22 @@ const QByteArray threeStraps = R"({"colorStrapList": [
      "endsColor": [255, 255, 255], "keyColors": []}
 ]})";
 
+// An animation that only records the times it is given.
+class ProbeEffect : public AbsAnimatedEffect
+{
+public:
+    QVector<double> ticks;
+
+    int32_t load(const ControlOptions&) override { return 0; }
+    EffectWorkerOptions workerOptions() const override { return record("com.orvanta.test.probe"); }
+    void unload() override {}
+    void tick(double seconds) override { ticks.append(seconds); }
+
+    using AbsAnimatedEffect::pause;
+    using AbsAnimatedEffect::resume;
+    using AbsAnimatedEffect::setInterval;
+};
+
 } // namespace
 
 class TestColorEffects : public QObject
@@ -120,6 +138,10 @@ private slots:
     void initTestCase();
     void init();
     void cleanup();
+
+    // animated base
+    void animatedTickIsMeasured();
+    void animatedPauseAndResume();
 
     // catalogue
     void catalogueRows();
@@ -184,6 +206,35 @@ void TestColorEffects::init()
 void TestColorEffects::cleanup()
 {
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+}
+
+void TestColorEffects::animatedTickIsMeasured()
+{
+    QObject owner;
+    auto* probe = new ProbeEffect;
+    probe->setParent(&owner);
+    QTRY_VERIFY_WITH_TIMEOUT(probe->ticks.size() >= 2, 10000);
+    // The event loop is held up: the timer is late, and the next tick is one tick with the
+    // whole time, not a catch-up of several.
+    QThread::msleep(300);
+    const int before = probe->ticks.size();
+    QTRY_VERIFY_WITH_TIMEOUT(probe->ticks.size() >= before + 1, 10000);
+    QVERIFY2(probe->ticks.at(before) >= 0.28, qPrintable(QString::number(probe->ticks.at(before))));
+    QVERIFY(probe->ticks.at(before) < 10.0);
+}
+
+void TestColorEffects::animatedPauseAndResume()
+{
+    ProbeEffect probe;
+    probe.pause();
+    probe.setInterval(5);
+    QTest::qWait(60);
+    QCOMPARE(probe.ticks.size(), 0); // paused from before the first timeout
+    probe.resume();
+    probe.resume(); // already running: no restart
+    QTRY_VERIFY_WITH_TIMEOUT(probe.ticks.size() >= 3, 10000);
+    // The first tick after the pause carries the time since construction.
+    QVERIFY(probe.ticks.first() >= 0.05);
 }
 
 void TestColorEffects::catalogueRows()

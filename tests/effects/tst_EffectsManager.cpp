@@ -17,6 +17,22 @@
 
 namespace {
 
+// A panel that listens to its worker's colours, as the real panels listen to their workers.
+class ListeningPanel : public AbsWorkerWidget
+{
+public:
+    int fills = 0;
+    int heard = 0;
+
+protected:
+    void onEffectWorkerChanged(IEffectWorkerPtr worker) override
+    {
+        ++fills;
+        connect(worker.data(), qOverload<QVector<QVector<OV_RGB>>>(&IEffectWorker::updateColors), this,
+                [this](QVector<QVector<OV_RGB>>) { ++heard; });
+    }
+};
+
 const QByteArray fourGroups = R"({"groups": [
     {"id": "com.orvanta.singleColor", "name": "单色模式", "desc": "one colour", "icon": "nowhere.png",
      "defaultEffect": "com.orvanta.singleColor.singleColor1", "order": 0},
@@ -70,6 +86,7 @@ private slots:
     void missingEffectsFolder();
     void groupFileFailures_data();
     void groupFileFailures();
+    void unreadableGroupFile();
     void groupFieldsAndDefaults();
     void duplicateGroupId();
     void orderConflictTakesHash();
@@ -86,6 +103,7 @@ private slots:
     void activeOperateChecks();
     void panelsFollowBindings();
     void destructionUnloadsWorkers();
+    void panelSwitchesWorkers();
 };
 
 void TestEffectsManager::init()
@@ -153,6 +171,34 @@ void TestEffectsManager::groupFileFailures()
     EffectsManager manager;
     QCOMPARE(manager.groupIds().size(), 4);
     QCOMPARE(manager.nextGroup("com.orvanta.dynamicMusic"), QString("com.orvanta.singleColor"));
+}
+
+void TestEffectsManager::unreadableGroupFile()
+{
+    populate({{"good.json", fourGroups}});
+    const QString path = effectsDir() + "/locked.json";
+    {
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(fourGroups);
+    }
+    QFile::setPermissions(path, QFileDevice::WriteOwner);
+    QFile probe(path);
+    if (probe.open(QIODevice::ReadOnly)) {
+        // Permissions do not stop this user: point the name at a write-only kernel attribute instead.
+        probe.close();
+        QFile::remove(path);
+        const QString writeOnly = "/sys/bus/platform/drivers_probe";
+        QFile target(writeOnly);
+        if (!QFile::exists(writeOnly) || target.open(QIODevice::ReadOnly)) {
+            QSKIP("No file here that this user cannot read");
+        }
+        QVERIFY(QFile::link(writeOnly, path));
+    }
+    QTest::ignoreMessage(QtCriticalMsg, qPrintable("无法打开组配置信息文件 " + path));
+    EffectsManager manager;
+    QCOMPARE(manager.groupIds().size(), 4);
+    QFile::remove(path);
 }
 
 void TestEffectsManager::groupFieldsAndDefaults()
@@ -456,6 +502,39 @@ void TestEffectsManager::destructionUnloadsWorkers()
     QCOMPARE(store->effectJsonValue("com.orvanta.colorful.ColorMap_6", "c7", "speed").toDouble(), 2.5);
     flushDeletes();
     QVERIFY(watch.isNull());
+}
+
+void TestEffectsManager::panelSwitchesWorkers()
+{
+    ListeningPanel panel;
+    QSignalSpy changed(&panel, &AbsWorkerWidget::effectWorkerChanged);
+    IEffectWorkerPtr first(new SingleColor, &QObject::deleteLater);
+    IEffectWorkerPtr second(new SingleColor, &QObject::deleteLater);
+    panel.setEffectWorker(first);
+    QCOMPARE(panel.fills, 1);
+    QCOMPARE(changed.count(), 1);
+    qobject_cast<SingleColor*>(first.data())->setColor(Qt::red);
+    QCOMPARE(panel.heard, 1);
+    // The same worker again: no refill, no signal.
+    panel.setEffectWorker(first);
+    QCOMPARE(panel.fills, 1);
+    QCOMPARE(changed.count(), 1);
+    // A new worker: the old one no longer reaches the panel.
+    panel.setEffectWorker(second);
+    QCOMPARE(panel.fills, 2);
+    QCOMPARE(changed.count(), 2);
+    qobject_cast<SingleColor*>(first.data())->setColor(Qt::green);
+    QCOMPARE(panel.heard, 1);
+    qobject_cast<SingleColor*>(second.data())->setColor(Qt::blue);
+    QCOMPARE(panel.heard, 2);
+    // Null: stored, but nothing is refilled or announced, and the old worker is cut off.
+    panel.setEffectWorker(IEffectWorkerPtr());
+    QVERIFY(panel.effectWorker().isNull());
+    QCOMPARE(panel.fills, 2);
+    QCOMPARE(changed.count(), 2);
+    qobject_cast<SingleColor*>(second.data())->setColor(Qt::blue);
+    QCOMPARE(panel.heard, 2);
+    QCOMPARE(QMetaType::type("IEffectWorkerPtr"), qMetaTypeId<IEffectWorkerPtr>());
 }
 
 QTEST_MAIN(TestEffectsManager)
