@@ -220,7 +220,7 @@ void EffectsManager::unbind(const QString& ctlId)
         if (record.extraOptionWidget) {
             record.extraOptionWidget->setEffectWorker(IEffectWorkerPtr());
         }
-        // The catalogue gives every effect a panel once the panels are in; until then skip it.
+        // A record may name no panel (a plug-in, a row without options): then there is none to release.
         if (record.optionWidget) {
             record.optionWidget->setEffectWorker(IEffectWorkerPtr());
         }
