@@ -41,15 +41,21 @@ QStringList expandEntry(const QString& entry)
     return paths;
 }
 
-// The link itself, not its target: a fresh link to a reused pty number still differs.
+// The link itself, not its target: a fresh link to a reused pty number still differs. Inode
+// numbers are reused at once and change times are coarse, so size and both times count too.
 QByteArray identityOf(const QString& path)
 {
     struct stat st;
     if (::lstat(QFile::encodeName(path).constData(), &st) != 0)
         return QByteArray();
-    return QByteArray::number(qulonglong(st.st_dev)) + '/' + QByteArray::number(qulonglong(st.st_ino)) + '/' +
-           QByteArray::number(qlonglong(st.st_ctim.tv_sec)) + '.' +
-           QByteArray::number(qlonglong(st.st_ctim.tv_nsec));
+    const qlonglong fields[] = {qlonglong(st.st_dev),          qlonglong(st.st_ino),
+                                qlonglong(st.st_size),         qlonglong(st.st_ctim.tv_sec),
+                                qlonglong(st.st_ctim.tv_nsec), qlonglong(st.st_mtim.tv_sec),
+                                qlonglong(st.st_mtim.tv_nsec)};
+    QByteArray identity;
+    for (qlonglong field : fields)
+        identity += QByteArray::number(field) + '/';
+    return identity;
 }
 
 } // namespace

@@ -254,7 +254,8 @@ void OVControllerEnumerator::onReply(OVSerialPort* port, const QString& portName
     timer->stop();
     qInfo().noquote() << Tag << quoted(portName) << "returned" << quoted(bytes);
 
-    QString s = QString::fromUtf8(bytes);
+    // Byte for byte, so a serial's bytes come back unchanged in its hexadecimal form.
+    QString s = QString::fromLatin1(bytes);
     s.chop(2);
     qInfo().noquote() << Tag << quoted(portName) << "removed the raw string tail:" << quoted(s);
     if (s.contains(QLatin1String("\r\n"))) {

@@ -1,0 +1,6 @@
+#include "OtherPlugin.h"
+
+OtherPlugin::OtherPlugin(QObject* parent)
+    : QObject(parent)
+{
+}

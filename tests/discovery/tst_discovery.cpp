@@ -1,0 +1,999 @@
+#include "ConfigurationManager.h"
+#include "DeviceManager.h"
+#include "DiscoveryFixture.h"
+#include "ExtraPortsWatcher.h"
+#include "LogCapture.h"
+#include "OVControllerEnumerator.h"
+#include "VirtualLedDevice.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QPointer>
+#include <QSerialPort>
+#include <QSerialPortInfo>
+#include <QSignalSpy>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <memory>
+
+#include <unistd.h>
+
+namespace {
+
+using Device = std::unique_ptr<VirtualLedDevice>;
+using Mode = VirtualLedDevice::ReplyMode;
+
+const int HandshakeMs = 8000; // reply timeout of 5 s plus room for a loaded machine
+
+// A device class that keeps its frames in memory, for the defaults file alone.
+class MemoryController : public AbsRGBController
+{
+public:
+    explicit MemoryController(const QString& model) { options.model = model; }
+    void updateFrameHeader() override {}
+    void writeColors(const QVector<QVector<OV_RGB>>&) override {}
+};
+
+QString sourceData()
+{
+    return QStringLiteral(ORVANTA_SOURCE_DIR "/data");
+}
+
+bool writeFile(const QString& path, const QByteArray& bytes)
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size();
+}
+
+AbsRGBControllerPtr controllerAt(const QSignalSpy& spy, int index)
+{
+    return spy.at(index).at(0).value<AbsRGBControllerPtr>();
+}
+
+QVector<VirtualLedDevice::Rgb> scaled(int count, OV_RGB colour, float brightness)
+{
+    VirtualLedDevice::Rgb rgb;
+    rgb.r = uint8_t(int(float(colour.r) * brightness));
+    rgb.g = uint8_t(int(float(colour.g) * brightness));
+    rgb.b = uint8_t(int(float(colour.b) * brightness));
+    return QVector<VirtualLedDevice::Rgb>(count, rgb);
+}
+
+} // namespace
+
+class TestDiscovery : public QObject
+{
+    Q_OBJECT
+
+private:
+    Device device(const QString& name, const QByteArray& reply = "OV5512,ABCD\r\n", Mode mode = Mode::Normal)
+    {
+        auto d = std::make_unique<VirtualLedDevice>();
+        d->setReply(reply);
+        d->setReplyMode(mode);
+        if (!d->open(links->filePath(name))) {
+            qWarning() << "cannot open the virtual device:" << d->errorString();
+            return nullptr;
+        }
+        return d;
+    }
+    QString linkPath(const QString& name) const { return links->filePath(name); }
+    QString builtInKey() const { return QStringLiteral("@@@OVControllerEnumerator"); }
+
+    std::unique_ptr<LogCapture> log;
+    std::unique_ptr<QTemporaryDir> workDir;
+    std::unique_ptr<QTemporaryDir> links;
+
+private slots:
+    void initTestCase()
+    {
+        QCoreApplication::setOrganizationName(QStringLiteral("OrvantaTests"));
+        QCoreApplication::setApplicationName(QStringLiteral("test_discovery"));
+        ConfigurationManager::instance()->reset();
+        log = std::make_unique<LogCapture>();
+        workDir = std::make_unique<QTemporaryDir>();
+        QVERIFY(workDir->isValid());
+        QVERIFY(DiscoveryFixture::installDeviceData(sourceData(), workDir->path()));
+        // The defaults must come from the working directory, never from beside this program.
+        QVERIFY(
+            !QFile::exists(QCoreApplication::applicationDirPath() + "/controler_config/OVController.json"));
+    }
+
+    void init()
+    {
+        qunsetenv("ORVANTA_EXTRA_PORTS");
+        QVERIFY(QDir::setCurrent(workDir->path()));
+        links = std::make_unique<QTemporaryDir>();
+        QVERIFY(links->isValid());
+        log->clear();
+    }
+
+    void cleanup()
+    {
+        DiscoveryFixture::flushDeletes();
+        links.reset();
+        QDir::setCurrent(workDir->path());
+    }
+
+    void cleanupTestCase()
+    {
+        DiscoveryFixture::flushDeletes();
+        log.reset();
+    }
+
+    // ---- the handshake ----
+
+    void handshake_data()
+    {
+        QTest::addColumn<QByteArray>("reply");
+        QTest::addColumn<bool>("accepted");
+        QTest::addColumn<QString>("id");
+        QTest::addColumn<QString>("model");
+        QTest::addColumn<QString>("serial");
+        QTest::addColumn<QString>("logLine");
+
+        QTest::newRow("model and serial") << QByteArray("OV5512,ABCD\r\n") << true << "OV5512:41424344"
+                                          << "OV5512"
+                                          << "41424344"
+                                          << "id: \"OV5512:41424344\"";
+        QTest::newRow("lower-case magic") << QByteArray("ov5512,AB\r\n") << true << "OV5512:4142"
+                                          << "ov5512"
+                                          << "4142"
+                                          << "removed the raw string tail: \"ov5512,AB\"";
+        QTest::newRow("no serial") << QByteArray("OV5512\r\n") << true << "OV5512"
+                                   << "OV5512"
+                                   << ""
+                                   << "[OVControllerEnumerator]: The device has no serial:";
+        QTest::newRow("magic only") << QByteArray("OV") << true << ""
+                                    << ""
+                                    << ""
+                                    << "id: \"\"";
+        QTest::newRow("serial bytes beyond ASCII")
+            << QByteArray("OV2408,z\xe9\r\n") << true << "OV2408:7AE9"
+            << "OV2408"
+            << "7AE9"
+            << "[OVControllerEnumerator]: Loading device serial and model:";
+        QTest::newRow("second line cuts the header")
+            << QByteArray("OV5512,AB\r\nCD\r\n") << true << "5512,AB\r\nCD"
+            << "5512,AB\r\nCD"
+            << ""
+            << "removed the raw string hreader:";
+        QTest::newRow("no magic") << QByteArray("XY5512,ABCD\r\n") << false << ""
+                                  << ""
+                                  << ""
+                                  << "Failed to verify deviece <";
+        QTest::newRow("empty line") << QByteArray("\r\n") << false << ""
+                                    << ""
+                                    << ""
+                                    << "Failed to verify deviece <";
+        QTest::newRow("magic too late") << QByteArray(" OV5512,ABCD\r\n") << false << ""
+                                        << ""
+                                        << ""
+                                        << "Failed to verify deviece <";
+    }
+
+    void handshake()
+    {
+        QFETCH(QByteArray, reply);
+        QFETCH(bool, accepted);
+        QFETCH(QString, id);
+        QFETCH(QString, model);
+        QFETCH(QString, serial);
+        QFETCH(QString, logLine);
+
+        Device dev = device(QStringLiteral("ttyHand"), reply);
+        QVERIFY(dev);
+        OVControllerEnumerator enumerator;
+        QSignalSpy found(&enumerator, &OVControllerEnumerator::deviceEnabled);
+        enumerator.verifyDevice(dev->linkPath());
+
+        QTRY_VERIFY_WITH_TIMEOUT(log->contains(logLine), HandshakeMs);
+        QVERIFY(dev->salutations() >= 1);
+        if (!accepted) {
+            QVERIFY(log->contains(QStringLiteral("Failed to verify deviece <%1>").arg(dev->linkPath()),
+                                  QtInfoMsg));
+            QCOMPARE(found.count(), 0);
+            QVERIFY(enumerator.controllers().isEmpty());
+            return;
+        }
+        QTRY_COMPARE(found.count(), 1);
+        const AbsRGBControllerPtr controller = controllerAt(found, 0);
+        QVERIFY(controller);
+        const ControlOptions& options = controller->controlOptions();
+        QCOMPARE(options.id, id);
+        QCOMPARE(options.model, model);
+        QCOMPARE(options.serial, serial);
+        QCOMPARE(options.portName, dev->linkPath());
+        QVERIFY(!options.icon.isNull()); // the model's picture or the compiled-in one
+        QVERIFY(log->contains("OVControllerEnumerator found a device: " + id, QtInfoMsg));
+        QVERIFY(
+            log->contains(QStringLiteral("[OVControllerEnumerator]:  \"%1\" returned").arg(dev->linkPath())));
+        QCOMPARE(enumerator.controllers().size(), 1);
+    }
+
+    void unknownModelGetsCompiledInIcon()
+    {
+        Device dev = device(QStringLiteral("ttyIcon"), "OV9999,01\r\n");
+        QVERIFY(dev);
+        OVControllerEnumerator enumerator;
+        QSignalSpy found(&enumerator, &OVControllerEnumerator::deviceEnabled);
+        enumerator.verifyDevice(dev->linkPath());
+        QTRY_COMPARE_WITH_TIMEOUT(found.count(), 1, HandshakeMs);
+        const ControlOptions& options = controllerAt(found, 0)->controlOptions();
+        QCOMPARE(options.icon.size(), QImage(QStringLiteral(":/images/Ov5512Icon.jpg")).size());
+        QVERIFY(!options.icon.isNull());
+        QVERIFY(options.image.isNull());
+        QCOMPARE(options.kindName, dev->linkPath());
+        QVERIFY(
+            log->contains("[OVControllerEnumerator]: Incorrect configuration from default configuration file",
+                          QtWarningMsg));
+    }
+
+    void splitReplyIsParsedFromFirstChunk()
+    {
+        Device dev = device(QStringLiteral("ttySplit"), "OV5512,ABCD\r\n", Mode::Split);
+        QVERIFY(dev);
+        dev->setSplitDelayMs(600);
+        OVControllerEnumerator enumerator;
+        QSignalSpy found(&enumerator, &OVControllerEnumerator::deviceEnabled);
+        enumerator.verifyDevice(dev->linkPath());
+        QTRY_COMPARE_WITH_TIMEOUT(found.count(), 1, HandshakeMs);
+        const AbsRGBControllerPtr controller = controllerAt(found, 0);
+        // "OV5512" arrives alone: the tail cut leaves "OV55", a device with no serial.
+        QCOMPARE(controller->controlOptions().id, QStringLiteral("OV55"));
+        // The second chunk reaches the handler on a port that now drives the controller.
+        QTRY_VERIFY_WITH_TIMEOUT(
+            log->contains(QStringLiteral("Failed to verify deviece <%1>").arg(dev->linkPath())), HandshakeMs);
+        // The port is still the controller's: frames keep flowing.
+        controller->setLayout(4, {4});
+        const int before = dev->frameCount();
+        controller->update(QVector<OV_RGB>(4, OV_RGB{200, 100, 50}));
+        QTRY_VERIFY(dev->frameCount() > before);
+        QCOMPARE(dev->lastCount(), uint16_t(4));
+    }
+
+    void noReplyTimesOutAndReleasesThePort()
+    {
+        Device dev = device(QStringLiteral("ttySilent"), "OV5512,5110\r\n", Mode::Silent);
+        QVERIFY(dev);
+        OVControllerEnumerator enumerator;
+        QSignalSpy found(&enumerator, &OVControllerEnumerator::deviceEnabled);
+        enumerator.verifyDevice(dev->linkPath());
+        QTRY_VERIFY_WITH_TIMEOUT(log->contains("device response timeout： " + dev->linkPath(), QtInfoMsg),
+                                 HandshakeMs);
+        QCOMPARE(found.count(), 0);
+
+        // The port was closed: the same device is found once it speaks.
+        DiscoveryFixture::flushDeletes();
+        dev->setReplyMode(Mode::Normal);
+        enumerator.verifyDevice(dev->linkPath());
+        QTRY_COMPARE_WITH_TIMEOUT(found.count(), 1, HandshakeMs);
+        QCOMPARE(controllerAt(found, 0)->controlOptions().id, QStringLiteral("OV5512:35313130"));
+    }
+
+    void garbageIsRejected()
+    {
+        Device noisy = device(QStringLiteral("ttyNoise"), QByteArray(), Mode::Garbage);
+        QVERIFY(noisy);
+        noisy->setGarbageBytes(64 * 1024);
+        OVControllerEnumerator enumerator;
+        QSignalSpy found(&enumerator, &OVControllerEnumerator::deviceEnabled);
+        enumerator.verifyDevice(noisy->linkPath());
+        QTRY_VERIFY_WITH_TIMEOUT(
+            log->contains(QStringLiteral("Failed to verify deviece <%1>").arg(noisy->linkPath()), QtInfoMsg),
+            HandshakeMs);
+        DiscoveryFixture::flushDeletes();
+        QCOMPARE(found.count(), 0);
+
+        // Ready for more.
+        Device good = device(QStringLiteral("ttyAfterNoise"), "OV5512,6A\r\n");
+        QVERIFY(good);
+        enumerator.verifyDevice(good->linkPath());
+        QTRY_COMPARE_WITH_TIMEOUT(found.count(), 1, HandshakeMs);
+        QCOMPARE(controllerAt(found, 0)->controlOptions().id, QStringLiteral("OV5512:3641"));
+    }
+
+    void dataAfterGoodReply()
+    {
+        Device dev = device(QStringLiteral("ttyChatty"), "OV5512,C1\r\n");
+        QVERIFY(dev);
+        OVControllerEnumerator enumerator;
+        QSignalSpy found(&enumerator, &OVControllerEnumerator::deviceEnabled);
+        enumerator.verifyDevice(dev->linkPath());
+        QTRY_COMPARE_WITH_TIMEOUT(found.count(), 1, HandshakeMs);
+        const AbsRGBControllerPtr controller = controllerAt(found, 0);
+
+        dev->sendRaw("OV5512,C1\r\n");
+        QTRY_VERIFY(
+            log->contains("[OVControllerEnumerator]: The device already exists OV5512:4331", QtWarningMsg));
+        dev->sendRaw("noise after the reply");
+        QTRY_VERIFY(log->contains(QStringLiteral("Failed to verify deviece <%1>").arg(dev->linkPath())));
+
+        // Still attached and writing.
+        const int before = dev->frameCount();
+        controller->update(QVector<OV_RGB>(72, OV_RGB{100, 50, 10}));
+        QTRY_VERIFY(dev->frameCount() > before);
+        QCOMPARE(dev->lastColors(), scaled(72, OV_RGB{100, 50, 10}, controller->controlOptions().brightness));
+        QCOMPARE(found.count(), 1);
+    }
+
+    void portVanishesDuringHandshake()
+    {
+        Device dev = device(QStringLiteral("ttyGone"), "OV5512,60\r\n", Mode::Silent);
+        QVERIFY(dev);
+        const QString path = dev->linkPath();
+        OVControllerEnumerator enumerator;
+        QSignalSpy found(&enumerator, &OVControllerEnumerator::deviceEnabled);
+        enumerator.verifyDevice(path);
+        QTRY_COMPARE(dev->salutations(), 1);
+        dev.reset();
+        QTRY_VERIFY_WITH_TIMEOUT(log->contains("device response timeout： " + path) ||
+                                     log->contains(QStringLiteral("Failed to verify deviece <%1>").arg(path)),
+                                 HandshakeMs);
+        QCOMPARE(found.count(), 0);
+
+        Device next = device(QStringLiteral("ttyNext"), "OV5512,61\r\n");
+        QVERIFY(next);
+        enumerator.verifyDevice(next->linkPath());
+        QTRY_COMPARE_WITH_TIMEOUT(found.count(), 1, HandshakeMs);
+    }
+
+    void openFailureIsLogged()
+    {
+        OVControllerEnumerator enumerator;
+        const QString missing = linkPath(QStringLiteral("ttyMissing"));
+        enumerator.verifyDevice(missing);
+        QVERIFY(log->contains("[OVControllerEnumerator]: Failed to init the serial port " + missing,
+                              QtWarningMsg));
+    }
+
+    void everyWaitingPortHearsEachSalutation()
+    {
+        Device first = device(QStringLiteral("ttyWaitA"), "OV5512,A0\r\n", Mode::Silent);
+        Device second = device(QStringLiteral("ttyWaitB"), "OV5512,B0\r\n", Mode::Silent);
+        QVERIFY(first && second);
+        OVControllerEnumerator enumerator;
+        QSignalSpy found(&enumerator, &OVControllerEnumerator::deviceEnabled);
+        // Ports of this machine being tried would salute ours too.
+        QTRY_VERIFY(log->contains("[OVControllerEnumerator]: End scan devices list"));
+        enumerator.verifyDevice(first->linkPath());
+        QTRY_COMPARE(first->salutations(), 1);
+        enumerator.verifyDevice(second->linkPath());
+        QTRY_COMPARE(second->salutations(), 1);
+        QTRY_COMPARE(first->salutations(), 2);
+
+        // Once a port has answered it hears no more.
+        first->setReplyMode(Mode::Normal);
+        first->sendRaw("OV5512,A0\r\n");
+        QTRY_COMPARE(found.count(), 1);
+        Device third = device(QStringLiteral("ttyWaitC"), "OV5512,C0\r\n", Mode::Silent);
+        QVERIFY(third);
+        enumerator.verifyDevice(third->linkPath());
+        QTRY_COMPARE(third->salutations(), 1);
+        QTRY_COMPARE(second->salutations(), 2);
+        QCOMPARE(first->salutations(), 2);
+    }
+
+    void sameIdOnTwoPorts()
+    {
+        Device first = device(QStringLiteral("ttyTwinA"), "OV5512,7717\r\n");
+        Device second = device(QStringLiteral("ttyTwinB"), "OV5512,7717\r\n");
+        QVERIFY(first && second);
+        OVControllerEnumerator enumerator;
+        QSignalSpy found(&enumerator, &OVControllerEnumerator::deviceEnabled);
+        enumerator.verifyDevice(first->linkPath());
+        QTRY_COMPARE_WITH_TIMEOUT(found.count(), 1, HandshakeMs);
+        enumerator.verifyDevice(second->linkPath());
+        QTRY_VERIFY_WITH_TIMEOUT(
+            log->contains("[OVControllerEnumerator]: The device already exists OV5512:37373137",
+                          QtWarningMsg),
+            HandshakeMs);
+        QCOMPARE(found.count(), 1);
+        QCOMPARE(controllerAt(found, 0)->controlOptions().portName, first->linkPath());
+
+        // The second port stays open: nobody else can take it.
+        DiscoveryFixture::flushDeletes();
+        QSerialPort probe(second->linkPath());
+        QVERIFY(!probe.open(QIODevice::ReadWrite));
+        QVERIFY(!log->contains("device response timeout： " + second->linkPath()));
+    }
+
+    void removeControllerForgetsTheId()
+    {
+        Device dev = device(QStringLiteral("ttyForget"), "OV5512,F0\r\n");
+        QVERIFY(dev);
+        OVControllerEnumerator enumerator;
+        QSignalSpy found(&enumerator, &OVControllerEnumerator::deviceEnabled);
+        enumerator.verifyDevice(dev->linkPath());
+        QTRY_COMPARE_WITH_TIMEOUT(found.count(), 1, HandshakeMs);
+        QCOMPARE(enumerator.controllers().size(), 1);
+        QVERIFY(enumerator.removeController(QStringLiteral("OV5512:4630")));
+        QVERIFY(log->contains("[OVEnumerator] OV5512:4630 removed", QtInfoMsg));
+        QVERIFY(enumerator.controllers().isEmpty());
+        // Unknown ids are answered the same way.
+        QVERIFY(enumerator.removeController(QStringLiteral("nothing")));
+        // A dead controller is not listed.
+        found.clear();
+        QVERIFY(enumerator.controllers().isEmpty());
+    }
+
+    void deadControllersAreNotListed()
+    {
+        Device dev = device(QStringLiteral("ttyDead"), "OV5512,D0\r\n");
+        QVERIFY(dev);
+        OVControllerEnumerator enumerator;
+        QSignalSpy found(&enumerator, &OVControllerEnumerator::deviceEnabled);
+        enumerator.verifyDevice(dev->linkPath());
+        QTRY_COMPARE_WITH_TIMEOUT(found.count(), 1, HandshakeMs);
+        QPointer<AbsRGBController> watched = controllerAt(found, 0).data();
+        found.clear();
+        QTRY_VERIFY(watched.isNull());
+        QVERIFY(enumerator.controllers().isEmpty());
+    }
+
+    void portFailureRemovesTheDevice()
+    {
+        Device dev = device(QStringLiteral("ttyFail"), "OV5512,FA\r\n");
+        QVERIFY(dev);
+        OVControllerEnumerator enumerator;
+        QSignalSpy found(&enumerator, &OVControllerEnumerator::deviceEnabled);
+        enumerator.verifyDevice(dev->linkPath());
+        QTRY_COMPARE_WITH_TIMEOUT(found.count(), 1, HandshakeMs);
+        dev->close();
+        QTRY_VERIFY_WITH_TIMEOUT(log->contains("[OVEnumerator] OV5512:4641 has an error", QtInfoMsg),
+                                 HandshakeMs);
+        QVERIFY(log->contains("[OVEnumerator] OV5512:4641 removed"));
+        QVERIFY(enumerator.controllers().isEmpty());
+    }
+
+    void scanControllersSlotIsHarmless()
+    {
+        OVControllerEnumerator enumerator;
+        QTRY_VERIFY(log->contains("[OVControllerEnumerator]: End scan devices list"));
+        log->clear();
+        QVERIFY(QMetaObject::invokeMethod(&enumerator, "scanControllers"));
+        const int systemPorts = QSerialPortInfo::availablePorts().size();
+        QTRY_COMPARE(log->count("[OVControllerEnumerator]: Start verifying device:"), systemPorts);
+    }
+
+    // ---- arrivals ----
+
+    void arrivalsWithinSettleDelayGiveOneAttempt()
+    {
+        Device dev = device(QStringLiteral("ttyArrive"), "OV5512,AA01\r\n");
+        QVERIFY(dev);
+        OVControllerEnumerator enumerator;
+        QSignalSpy found(&enumerator, &OVControllerEnumerator::deviceEnabled);
+        QElapsedTimer clock;
+        clock.start();
+        emit enumerator.deviceArrival(dev->linkPath());
+        emit enumerator.deviceArrival(dev->linkPath());
+        QTRY_COMPARE_WITH_TIMEOUT(found.count(), 1, HandshakeMs);
+        // The settle delay has passed (coarse timers may fire a little early).
+        QVERIFY(clock.elapsed() >= 450);
+        QCOMPARE(log->count("[OVControllerEnumerator]: Start verifying device: " + dev->linkPath()), 1);
+        QVERIFY(dev->salutations() >= 1);
+
+        // After the delay a notice is a new attempt.
+        emit enumerator.deviceArrival(dev->linkPath());
+        QTRY_COMPARE_WITH_TIMEOUT(
+            log->count("[OVControllerEnumerator]: Start verifying device: " + dev->linkPath()), 2,
+            HandshakeMs);
+    }
+
+    void startupScanTakesExtraPorts()
+    {
+        Device plain = device(QStringLiteral("ttyStartA"), "OV5512,5A\r\n");
+        Device globbed = device(QStringLiteral("usbStart1"), "OV2408,5B\r\n");
+        QVERIFY(plain && globbed);
+        qputenv("ORVANTA_EXTRA_PORTS", QFile::encodeName(linkPath("ttyStartA") + "::" +
+                                                         linkPath("usbStart*") + ":" + linkPath("absent")));
+        OVControllerEnumerator enumerator;
+        QSignalSpy found(&enumerator, &OVControllerEnumerator::deviceEnabled);
+        QVERIFY(log->contains("[OVControllerEnumerator]: Begin scan devices list", QtInfoMsg));
+        QTRY_COMPARE_WITH_TIMEOUT(found.count(), 2, HandshakeMs);
+        QTRY_VERIFY_WITH_TIMEOUT(log->contains("[OVControllerEnumerator]: End scan devices list", QtInfoMsg),
+                                 HandshakeMs);
+        QStringList ids{controllerAt(found, 0)->controlOptions().id,
+                        controllerAt(found, 1)->controlOptions().id};
+        ids.sort();
+        QCOMPARE(ids, (QStringList{"OV2408:3542", "OV5512:3541"}));
+        const AbsRGBControllerPtr bar = controllerAt(found, 0)->controlOptions().model == "OV2408"
+                                            ? controllerAt(found, 0)
+                                            : controllerAt(found, 1);
+        QCOMPARE(bar->controlOptions().nbLeds, 24u);
+        QCOMPARE(bar->controlOptions().brightness, 0.6f);
+    }
+
+    void startupScanOfNothingEnds()
+    {
+        if (!QSerialPortInfo::availablePorts().isEmpty())
+            QSKIP("this machine lists serial ports of its own");
+        QElapsedTimer clock;
+        clock.start();
+        OVControllerEnumerator enumerator;
+        QTRY_VERIFY(log->contains("[OVControllerEnumerator]: End scan devices list"));
+        QVERIFY(clock.elapsed() >= 90);
+        QCOMPARE(log->count("Start verifying device:"), 0);
+    }
+
+    void newDeviceAtWatchedPathIsFound()
+    {
+        qputenv("ORVANTA_EXTRA_PORTS", QFile::encodeName(linkPath("ttyLate*")));
+        OVControllerEnumerator enumerator;
+        QSignalSpy found(&enumerator, &OVControllerEnumerator::deviceEnabled);
+        QTRY_VERIFY(log->contains("[OVControllerEnumerator]: End scan devices list"));
+        QCOMPARE(found.count(), 0);
+        Device dev = device(QStringLiteral("ttyLate0"), "OV5512,1A7E\r\n");
+        QVERIFY(dev);
+        QTRY_COMPARE_WITH_TIMEOUT(found.count(), 1, HandshakeMs);
+        QCOMPARE(controllerAt(found, 0)->controlOptions().portName, linkPath("ttyLate0"));
+        QVERIFY(log->contains("[ExtraPortsWatcher]: A watched port appeared: " + linkPath("ttyLate0")));
+    }
+
+    // ---- ORVANTA_EXTRA_PORTS ----
+
+    void configuredEntries()
+    {
+        qputenv("ORVANTA_EXTRA_PORTS", "/dev/ttyX0::/tmp/links/tty*:");
+        QCOMPARE(ExtraPortsWatcher::configuredEntries(), (QStringList{"/dev/ttyX0", "/tmp/links/tty*"}));
+        qunsetenv("ORVANTA_EXTRA_PORTS");
+        QVERIFY(ExtraPortsWatcher::configuredEntries().isEmpty());
+    }
+
+    void expandEntries_data()
+    {
+        QTest::addColumn<QStringList>("entries");
+        QTest::addColumn<QStringList>("expected");
+        QTest::newRow("plain path") << QStringList{"ttyA"} << QStringList{"ttyA"};
+        QTest::newRow("missing path") << QStringList{"ttyZ"} << QStringList{};
+        QTest::newRow("glob") << QStringList{"tty?"} << QStringList{"ttyA", "ttyB", "ttyL"};
+        QTest::newRow("glob without match") << QStringList{"usb*"} << QStringList{};
+        QTest::newRow("entry order kept, each path once")
+            << QStringList{"ttyB", "tty*"} << QStringList{"ttyB", "ttyA", "ttyL"};
+        QTest::newRow("dangling link skipped") << QStringList{"dangling"} << QStringList{};
+        QTest::newRow("character class") << QStringList{"tty[AL]"} << QStringList{"ttyA", "ttyL"};
+    }
+
+    void expandEntries()
+    {
+        QFETCH(QStringList, entries);
+        QFETCH(QStringList, expected);
+        QVERIFY(writeFile(linkPath("ttyA"), "a"));
+        QVERIFY(writeFile(linkPath("ttyB"), "b"));
+        QVERIFY(writeFile(linkPath("other"), "o"));
+        QCOMPARE(
+            ::symlink(QFile::encodeName(linkPath("ttyA")).constData(), QFile::encodeName(linkPath("ttyL"))),
+            0);
+        QCOMPARE(::symlink("/nonexistent/target", QFile::encodeName(linkPath("dangling"))), 0);
+        QStringList full;
+        for (const QString& entry : entries)
+            full << linkPath(entry);
+        QStringList wanted;
+        for (const QString& name : expected)
+            wanted << linkPath(name);
+        QCOMPARE(ExtraPortsWatcher::expandEntries(full), wanted);
+    }
+
+    void watcherReportsNewAndReturningPaths()
+    {
+        QVERIFY(writeFile(linkPath("ttyOld"), "x"));
+        ExtraPortsWatcher watcher(QStringList{linkPath("tty*")}, nullptr);
+        QSignalSpy arrived(&watcher, &PortArrivalWatcher::portArrived);
+        QCOMPARE(watcher.watchedFolders(), QStringList{links->path()});
+
+        QVERIFY(writeFile(linkPath("ttyNew"), "x"));
+        QTRY_COMPARE(arrived.count(), 1);
+        QCOMPARE(arrived.at(0).at(0).toString(), linkPath("ttyNew"));
+
+        // A path that does not match is no arrival; a symlink that does is one.
+        QVERIFY(writeFile(linkPath("notAPort"), "x"));
+        QCOMPARE(::symlink(QFile::encodeName(linkPath("ttyOld")).constData(),
+                           QFile::encodeName(linkPath("ttyLink"))),
+                 0);
+        QTRY_COMPARE(arrived.count(), 2);
+        QCOMPARE(arrived.at(1).at(0).toString(), linkPath("ttyLink"));
+
+        // Gone and back at once, between two notices, still counts.
+        QVERIFY(QFile::remove(linkPath("ttyNew")));
+        QVERIFY(writeFile(linkPath("ttyNew"), "changed"));
+        QTRY_COMPARE(arrived.count(), 3);
+        QCOMPARE(arrived.at(2).at(0).toString(), linkPath("ttyNew"));
+
+        // Gone, then back later.
+        QVERIFY(QFile::remove(linkPath("ttyLink")));
+        QTest::qWait(50);
+        QCOMPARE(::symlink(QFile::encodeName(linkPath("ttyOld")).constData(),
+                           QFile::encodeName(linkPath("ttyLink"))),
+                 0);
+        QTRY_COMPARE(arrived.count(), 4);
+        QCOMPARE(arrived.at(3).at(0).toString(), linkPath("ttyLink"));
+        QCOMPARE(log->count("A watched port appeared: " + linkPath("ttyOld")), 0);
+    }
+
+    void watcherWithMissingFolderWarns()
+    {
+        const QString folder = linkPath("nowhere");
+        ExtraPortsWatcher watcher(QStringList{folder + "/tty*"}, nullptr);
+        QVERIFY(watcher.watchedFolders().isEmpty());
+        QVERIFY(log->contains("[ExtraPortsWatcher]: Cannot watch the folder " + folder, QtWarningMsg));
+    }
+
+    // ---- the defaults file ----
+
+    void loadDefaults_data()
+    {
+        QTest::addColumn<QByteArray>("file"); // null: no file at all
+        QTest::addColumn<uint>("nbLeds");
+        QTest::addColumn<QVector<uint32_t>>("lines");
+        QTest::addColumn<float>("brightness");
+        QTest::addColumn<bool>("hasIcon");
+        QTest::addColumn<QString>("logLine");
+        QTest::addColumn<int>("logType");
+
+        const QString incorrect =
+            "[OVControllerEnumerator]: Incorrect configuration from default configuration file";
+        QTest::newRow("missing")
+            << QByteArray() << 0u << QVector<uint32_t>{} << 0.5f << false
+            << "[OVControllerEnumerator]: Failed to open \"controler_config/OVController.json\", "
+               "errStr:"
+            << int(QtCriticalMsg);
+        QTest::newRow("unparsable") << QByteArray("{ \"OV5512\": ") << 0u << QVector<uint32_t>{} << 0.5f
+                                    << false
+                                    << "[OVControllerEnumerator]: Failed to parse json document from "
+                                       "OVController.json, errStr:"
+                                    << int(QtCriticalMsg);
+        QTest::newRow("model not listed")
+            << QByteArray(R"({"OV2408": {"nbLeds": 24, "lines": [24]}})") << 0u << QVector<uint32_t>{} << 0.8f
+            << false << incorrect << int(QtWarningMsg);
+        QTest::newRow("lines not summing")
+            << QByteArray(R"({"OV5512": {"nbLeds": 10, "lines": [3, 3], "brightness": 0.4}})") << 10u
+            << QVector<uint32_t>{3, 3} << 0.4f << false << incorrect << int(QtWarningMsg);
+        QTest::newRow("zero leds") << QByteArray(R"({"OV5512": {"nbLeds": 0, "lines": []}})") << 0u
+                                   << QVector<uint32_t>{} << 0.8f << false << incorrect << int(QtWarningMsg);
+        QTest::newRow("not an object") << QByteArray("[1, 2, 3]") << 0u << QVector<uint32_t>{} << 0.8f
+                                       << false << incorrect << int(QtWarningMsg);
+        QTest::newRow("wrong types") << QByteArray(R"({"OV5512": {"nbLeds": "ten", "lines": ["a", 5, -2]}})")
+                                     << 0u << QVector<uint32_t>{0, 5, 0} << 0.8f << false << incorrect
+                                     << int(QtWarningMsg);
+        QTest::newRow("valid") << QByteArray(R"({"OV5512": {"nbLeds": 6, "lines": [2, 4], "brightness": 0.3,
+                                                "icon": "images/ov5512_icon.png"}})")
+                               << 6u << QVector<uint32_t>{2, 4} << 0.3f << true << QString() << -1;
+        QTest::newRow("picture missing") << QByteArray(R"({"OV5512": {"nbLeds": 1, "lines": [1],
+                                                          "icon": "images/none.png"}})")
+                                         << 1u << QVector<uint32_t>{1} << 0.8f << false << QString() << -1;
+    }
+
+    void loadDefaults()
+    {
+        QFETCH(QByteArray, file);
+        QFETCH(uint, nbLeds);
+        QFETCH(QVector<uint32_t>, lines);
+        QFETCH(float, brightness);
+        QFETCH(bool, hasIcon);
+        QFETCH(QString, logLine);
+        QFETCH(int, logType);
+
+        QTemporaryDir cwd;
+        QVERIFY(DiscoveryFixture::copyTree(sourceData() + "/images", cwd.filePath("images")));
+        if (!file.isNull())
+            QVERIFY(writeFile(cwd.filePath("controler_config/OVController.json"), file));
+        QVERIFY(QDir::setCurrent(cwd.path()));
+
+        OVControllerEnumerator enumerator;
+        MemoryController controller(QStringLiteral("OV5512"));
+        log->clear();
+        enumerator.loadDefaults(&controller);
+        const ControlOptions& options = controller.controlOptions();
+        QCOMPARE(options.nbLeds, nbLeds);
+        QCOMPARE(options.lines, lines);
+        QCOMPARE(options.brightness, brightness);
+        QCOMPARE(!options.icon.isNull(), hasIcon);
+        if (logLine.isEmpty()) {
+            QCOMPARE(log->count("[OVControllerEnumerator]", QtWarningMsg), 0);
+            QCOMPARE(log->count("[OVControllerEnumerator]", QtCriticalMsg), 0);
+        } else {
+            QVERIFY2(log->contains(logLine, logType), qPrintable(log->lines().join('\n')));
+        }
+    }
+
+    void defaultsFallBackToProgramFolder()
+    {
+        const QString programData = QCoreApplication::applicationDirPath() + "/controler_config";
+        QVERIFY(!QFileInfo::exists(programData));
+        QVERIFY(DiscoveryFixture::installDeviceData(sourceData(), QCoreApplication::applicationDirPath()));
+        QTemporaryDir cwd;
+        QVERIFY(QDir::setCurrent(cwd.path()));
+        OVControllerEnumerator enumerator;
+        MemoryController controller(QStringLiteral("OV5512"));
+        enumerator.loadDefaults(&controller);
+        const ControlOptions options = controller.controlOptions();
+        QDir(programData).removeRecursively();
+        QDir(QCoreApplication::applicationDirPath() + "/images").removeRecursively();
+        QCOMPARE(options.nbLeds, 72u);
+        QVERIFY(!options.icon.isNull());
+        QVERIFY(!options.image.isNull());
+    }
+
+    void shippedDefaultsAreValid()
+    {
+        QFile file(sourceData() + "/controler_config/OVController.json");
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QJsonParseError error;
+        const QJsonDocument document = QJsonDocument::fromJson(file.readAll(), &error);
+        QCOMPARE(error.error, QJsonParseError::NoError);
+        const QJsonObject models = document.object();
+        QVERIFY(models.contains("OV5512"));
+        QVERIFY(models.size() >= 2);
+        for (auto it = models.begin(); it != models.end(); ++it) {
+            const QJsonObject entry = it.value().toObject();
+            const int nbLeds = entry.value("nbLeds").toInt();
+            int sum = 0;
+            for (const QJsonValue& line : entry.value("lines").toArray())
+                sum += line.toInt();
+            QVERIFY2(nbLeds > 0 && sum == nbLeds, qPrintable(it.key()));
+            QVERIFY(entry.value("brightness").isDouble());
+            QVERIFY2(!QImage(sourceData() + "/" + entry.value("icon").toString()).isNull(),
+                     qPrintable(it.key()));
+            QVERIFY2(!QImage(sourceData() + "/" + entry.value("image").toString()).isNull(),
+                     qPrintable(it.key()));
+        }
+        OVControllerEnumerator enumerator; // registers the compiled-in pictures
+        QVERIFY(!QImage(QStringLiteral(":/images/Ov5512Icon.jpg")).isNull());
+    }
+
+    // ---- per-device layout files ----
+
+    void readOVControllerConfig_data()
+    {
+        QTest::addColumn<QStringList>("present"); // which of: serial, model, program
+        QTest::addColumn<uint>("nbLeds");
+        QTest::addColumn<QVector<uint32_t>>("lines");
+        QTest::addColumn<int>("missingLines"); // "***" lines logged
+
+        QTest::newRow("serial file first")
+            << QStringList{"serial", "model", "program"} << 11u << QVector<uint32_t>{1, 2, 1} << 0;
+        QTest::newRow("model file next")
+            << QStringList{"model", "program"} << 22u << QVector<uint32_t>{3, 4, 3} << 1;
+        QTest::newRow("beside the program last")
+            << QStringList{"program"} << 33u << QVector<uint32_t>{5, 6, 5} << 2;
+        QTest::newRow("not an object is passed over")
+            << QStringList{"serialArray", "program"} << 33u << QVector<uint32_t>{5, 6, 5} << 1;
+        QTest::newRow("none") << QStringList{} << 0u << QVector<uint32_t>{} << 3;
+    }
+
+    void readOVControllerConfig()
+    {
+        QFETCH(QStringList, present);
+        QFETCH(uint, nbLeds);
+        QFETCH(QVector<uint32_t>, lines);
+        QFETCH(int, missingLines);
+
+        const QString dataDir = QStandardPaths::writableLocation(QStandardPaths::AppLocalDataLocation);
+        const QString serialFile = dataDir + "/controler_config/OVT001_AB.json";
+        const QString modelFile = dataDir + "/controler_config/OVT001.json";
+        const QString programFile = QCoreApplication::applicationDirPath() + "/controler_config/OVT001.json";
+        if (present.contains("serial"))
+            QVERIFY(writeFile(serialFile, R"({"key_len": 1, "key_wid": 2, "key_num": 11})"));
+        if (present.contains("serialArray"))
+            QVERIFY(writeFile(serialFile, "[1, 2]"));
+        if (present.contains("model"))
+            QVERIFY(writeFile(modelFile, R"({"key_len": 3, "key_wid": 4, "key_num": 22})"));
+        if (present.contains("program"))
+            QVERIFY(writeFile(programFile, R"({"key_len": 5, "key_wid": 6, "key_num": 33})"));
+
+        const ControlOptions options = OVControllerEnumerator::readOVControllerConfig("OVT001", "AB");
+        QFile::remove(serialFile);
+        QFile::remove(modelFile);
+        QDir(QCoreApplication::applicationDirPath() + "/controler_config").removeRecursively();
+
+        QCOMPARE(options.nbLeds, nbLeds);
+        QCOMPARE(options.lines, lines);
+        QVERIFY(options.id.isEmpty());
+        QVERIFY(log->contains("ReadOVControllerConfig: " + serialFile, QtDebugMsg));
+        QCOMPARE(log->count("*** "), missingLines);
+    }
+
+    // ---- end to end through the device manager ----
+
+    void managerFindsStartupDeviceWithModelDefaults()
+    {
+        Device dev = device(QStringLiteral("ttyE2E"), "OV5512,E2E1\r\n");
+        QVERIFY(dev);
+        qputenv("ORVANTA_EXTRA_PORTS", QFile::encodeName(dev->linkPath()));
+        DeviceManager manager;
+        QVERIFY(log->contains("Not found Dir: deviceEnumerators, Unable to load external enumerators",
+                              QtCriticalMsg));
+        QSignalSpy added(&manager, &DeviceManager::newController);
+        QTRY_COMPARE_WITH_TIMEOUT(added.count(), 1, HandshakeMs);
+        const QString id = added.at(0).at(0).toString();
+        QCOMPARE(id, QStringLiteral("OV5512:45324531"));
+        QCOMPARE(manager.controllerNames(), QStringList{id});
+        QVERIFY(log->contains("A new controller has been added to manager： OV5512:45324531", QtInfoMsg));
+
+        const ControlOptions& options = manager.controlOptions(id);
+        QCOMPARE(options.nbLeds, 72u);
+        QCOMPARE(options.lines, (QVector<uint32_t>{18, 36, 18}));
+        QCOMPARE(options.brightness, 0.8f);
+        QCOMPARE(options.icon.size(), QSize(128, 128));
+        QCOMPARE(options.image.size(), QSize(480, 320));
+        QCOMPARE(options.kindName, dev->linkPath());
+        QVERIFY(manager.controlOptions("unknown").id.isEmpty());
+        QVERIFY(manager.controller("unknown").isNull());
+
+        // The refresh repeats the (empty) colours as black frames of the full count.
+        QTRY_VERIFY_WITH_TIMEOUT(dev->frameCount() > 0, 3000);
+        QCOMPARE(dev->lastCount(), uint16_t(72));
+        QCOMPARE(dev->decodeErrors(), 0);
+    }
+
+    void savedSettingsWin()
+    {
+        const QString id = QStringLiteral("OV5512:53415645");
+        QJsonObject& saved = ConfigurationManager::instance()->controllerJsonObj(id);
+        saved = QJsonObject{{"kindName", "Desk"},
+                            {"brightness", 0.25},
+                            {"nbLeds", 10},
+                            {"lines", QJsonArray{4, 6}},
+                            {"enable", true}};
+        ConfigurationManager::instance()->saveControllerJsonObj(id);
+
+        Device dev = device(QStringLiteral("ttySaved"), "OV5512,SAVE\r\n");
+        QVERIFY(dev);
+        qputenv("ORVANTA_EXTRA_PORTS", QFile::encodeName(dev->linkPath()));
+        DeviceManager manager;
+        QSignalSpy added(&manager, &DeviceManager::newController);
+        QTRY_COMPARE_WITH_TIMEOUT(added.count(), 1, HandshakeMs);
+        const ControlOptions& options = manager.controlOptions(id);
+        QCOMPARE(options.id, id);
+        QCOMPARE(options.kindName, QStringLiteral("Desk"));
+        QCOMPARE(options.brightness, 0.25f);
+        QCOMPARE(options.nbLeds, 10u);
+        QCOMPARE(options.lines, (QVector<uint32_t>{4, 6}));
+        QVERIFY(!options.image.isNull()); // pictures still come from the model
+
+        manager.controller(id)->update(QVector<OV_RGB>(10, OV_RGB{200, 100, 40}));
+        QTRY_COMPARE(dev->lastColors(), scaled(10, OV_RGB{200, 100, 40}, 0.25f));
+        QCOMPARE(dev->lastCount(), uint16_t(10));
+    }
+
+    void closedDeviceFailsAndIsReleased()
+    {
+        Device dev = device(QStringLiteral("ttyClose"), "OV5512,C105\r\n");
+        QVERIFY(dev);
+        qputenv("ORVANTA_EXTRA_PORTS", QFile::encodeName(dev->linkPath()));
+        DeviceManager manager;
+        QSignalSpy added(&manager, &DeviceManager::newController);
+        QSignalSpy failed(&manager, &DeviceManager::controllerFailed);
+        QTRY_COMPARE_WITH_TIMEOUT(added.count(), 1, HandshakeMs);
+        const QString id = added.at(0).at(0).toString();
+        QPointer<AbsRGBController> watched = manager.controller(id).data();
+        QVERIFY(watched);
+
+        dev->close();
+        QTRY_COMPARE_WITH_TIMEOUT(failed.count(), 1, HandshakeMs);
+        QCOMPARE(failed.at(0).at(0).toString(), id);
+        QVERIFY(log->contains("Device has failed: " + id + " , Reason：", QtInfoMsg));
+        QVERIFY(manager.controller(id).isNull());
+        QVERIFY(manager.controllerNames().isEmpty());
+        QTRY_VERIFY(watched.isNull());
+        QTRY_VERIFY(manager.enumeratorEntries().value(builtInKey()).second->controllers().isEmpty());
+        QVERIFY(log->contains("[OVEnumerator] " + id + " has an error"));
+        QCOMPARE(failed.count(), 1);
+    }
+
+    void twoDevicesAtOnceGetTheirOwnFrames()
+    {
+        qputenv("ORVANTA_EXTRA_PORTS", QFile::encodeName(linkPath("ttyPair*")));
+        DeviceManager manager;
+        QSignalSpy added(&manager, &DeviceManager::newController);
+        // Both handshakes run together, so the first port hears the salutation twice. These
+        // devices answer only the first one, as devices must stay silent after their reply.
+        Device left = device(QStringLiteral("ttyPair0"), "OV5512,L0\r\n", Mode::Silent);
+        Device right = device(QStringLiteral("ttyPair1"), "OV2408,R0\r\n", Mode::Silent);
+        QVERIFY(left && right);
+        for (VirtualLedDevice* dev : {left.get(), right.get()}) {
+            const QByteArray reply = dev == left.get() ? "OV5512,L0\r\n" : "OV2408,R0\r\n";
+            connect(dev, &VirtualLedDevice::salutationReceived, dev, [dev, reply]() {
+                if (dev->salutations() == 1)
+                    dev->sendRaw(reply);
+            });
+        }
+        QTRY_COMPARE_WITH_TIMEOUT(added.count(), 2, HandshakeMs);
+        QStringList names = manager.controllerNames();
+        names.sort();
+        QCOMPARE(names, (QStringList{"OV2408:5230", "OV5512:4C30"}));
+
+        const AbsRGBControllerPtr leftController = manager.controller("OV5512:4C30");
+        const AbsRGBControllerPtr rightController = manager.controller("OV2408:5230");
+        leftController->update(QVector<OV_RGB>(72, OV_RGB{250, 0, 0}));
+        rightController->update(QVector<OV_RGB>(24, OV_RGB{0, 0, 250}));
+        QTRY_COMPARE(left->lastColors(), scaled(72, OV_RGB{250, 0, 0}, 0.8f));
+        QTRY_COMPARE(right->lastColors(), scaled(24, OV_RGB{0, 0, 250}, 0.6f));
+        QCOMPARE(left->lastCount(), uint16_t(72));
+        QCOMPARE(right->lastCount(), uint16_t(24));
+        QCOMPARE(left->decodeErrors() + right->decodeErrors(), 0);
+    }
+
+    void failedDeviceComesBackWithItsSettings()
+    {
+        qputenv("ORVANTA_EXTRA_PORTS", QFile::encodeName(linkPath("ttyBack")));
+        Device dev = device(QStringLiteral("ttyBack"), "OV5512,BAC\r\n");
+        QVERIFY(dev);
+        DeviceManager manager;
+        QSignalSpy added(&manager, &DeviceManager::newController);
+        QSignalSpy failed(&manager, &DeviceManager::controllerFailed);
+        QTRY_COMPARE_WITH_TIMEOUT(added.count(), 1, HandshakeMs);
+        const QString id = added.at(0).at(0).toString();
+        {
+            const AbsRGBControllerPtr controller = manager.controller(id);
+            controller->setBrightness(0.42f);
+            controller->setKindName(QStringLiteral("Shelf"));
+            controller->setLayout(30, {10, 20});
+        }
+        dev->close();
+        QTRY_COMPARE_WITH_TIMEOUT(failed.count(), 1, HandshakeMs);
+
+        QVERIFY(dev->open(linkPath("ttyBack")));
+        QTRY_COMPARE_WITH_TIMEOUT(added.count(), 2, HandshakeMs);
+        QCOMPARE(added.at(1).at(0).toString(), id);
+        const ControlOptions& options = manager.controlOptions(id);
+        QCOMPARE(options.brightness, 0.42f);
+        QCOMPARE(options.kindName, QStringLiteral("Shelf"));
+        QCOMPARE(options.nbLeds, 30u);
+        QCOMPARE(options.lines, (QVector<uint32_t>{10, 20}));
+        manager.controller(id)->update(QVector<OV_RGB>(30, OV_RGB{100, 200, 50}));
+        QTRY_COMPARE(dev->lastColors(), scaled(30, OV_RGB{100, 200, 50}, 0.42f));
+    }
+
+    void managerRefusesEmptyIdAndRemovesOnRequest()
+    {
+        Device blank = device(QStringLiteral("ttyBlank"), "OV");
+        Device named = device(QStringLiteral("ttyNamed"), "OV5512,4E\r\n");
+        QVERIFY(blank && named);
+        qputenv("ORVANTA_EXTRA_PORTS",
+                QFile::encodeName(linkPath("ttyBlank") + QLatin1Char(':') + linkPath("ttyNamed")));
+        DeviceManager manager;
+        QSignalSpy added(&manager, &DeviceManager::newController);
+        QTRY_COMPARE_WITH_TIMEOUT(added.count(), 1, HandshakeMs);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            log->contains("[DeviceManager]: Cannot add a controller with an invalid ID", QtWarningMsg),
+            HandshakeMs);
+        QCOMPARE(log->count("[DeviceManager]: The controller already exists"), 0);
+        QCOMPARE(manager.controllerNames(), QStringList{"OV5512:3445"});
+
+        manager.removeController(QString());
+        QVERIFY(log->contains("[DeviceManager]: Invalid parameter \"ctlName\", func: removeController",
+                              QtWarningMsg));
+        manager.removeController(QStringLiteral("OV5512:FFFF"));
+        QVERIFY(
+            log->contains("[DeviceManager]: Try removing a controller that does not exist", QtWarningMsg));
+
+        QPointer<AbsRGBController> watched = manager.controller("OV5512:3445").data();
+        manager.removeController(QStringLiteral("OV5512:3445"));
+        QVERIFY(log->contains("[DeviceManager] OV5512:3445 has been removed from @@@OVControllerEnumerator",
+                              QtInfoMsg));
+        QVERIFY(log->contains("[DeviceManager] OV5512:3445 has been removed", QtInfoMsg));
+        QVERIFY(manager.controllerNames().isEmpty());
+        QTRY_VERIFY(watched.isNull());
+
+        // It is back as soon as its port is tried again.
+        QSignalSpy failed(&manager, &DeviceManager::controllerFailed);
+        auto* enumerator =
+            qobject_cast<OVControllerEnumerator*>(manager.enumeratorEntries().value(builtInKey()).second);
+        QVERIFY(enumerator);
+        emit enumerator->deviceArrival(named->linkPath());
+        QTRY_COMPARE_WITH_TIMEOUT(added.count(), 2, HandshakeMs);
+        QCOMPARE(failed.count(), 0);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestDiscovery)
+#include "tst_discovery.moc"
