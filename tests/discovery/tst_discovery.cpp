@@ -4,6 +4,7 @@
 #include "ExtraPortsWatcher.h"
 #include "LogCapture.h"
 #include "OVControllerEnumerator.h"
+#include "PortArrivalWatcher.h"
 #include "VirtualLedDevice.h"
 
 #include <QDir>
@@ -16,6 +17,7 @@
 #include <QSerialPort>
 #include <QSerialPortInfo>
 #include <QSignalSpy>
+#include <QSocketNotifier>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -616,6 +618,20 @@ private slots:
         QTRY_COMPARE(arrived.count(), 4);
         QCOMPARE(arrived.at(3).at(0).toString(), linkPath("ttyLink"));
         QCOMPARE(log->count("A watched port appeared: " + linkPath("ttyOld")), 0);
+    }
+
+    void systemWatcherStartsOrSaysWhy()
+    {
+        // udev may be absent (containers); then the watcher says so and reports nothing.
+        std::unique_ptr<PortArrivalWatcher> watcher(PortArrivalWatcher::createSystemWatcher(nullptr));
+        QVERIFY(watcher);
+        QSignalSpy arrived(watcher.get(), &PortArrivalWatcher::portArrived);
+        const bool warned = log->contains("[PortArrivalWatcherUdev]", QtWarningMsg);
+        QVERIFY(arrived.isValid());
+        if (!warned)
+            QVERIFY(watcher->findChildren<QSocketNotifier*>().size() == 1);
+        QCoreApplication::processEvents();
+        QCOMPARE(arrived.count(), 0);
     }
 
     void watcherWithMissingFolderWarns()
