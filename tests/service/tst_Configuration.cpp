@@ -1,5 +1,6 @@
 #include "ConfigurationManager.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
@@ -67,6 +68,7 @@ private slots:
     void effectValueDefaultsFile_data();
     void effectValueDefaultsFile();
     void malformedDefaultsFileStaysInPlace();
+    void relativeDefaultsFileIsFound();
 
     void unknownControllerIsEmptyAndSavable();
     void controllerKeysBecomeSafeFileNames_data();
@@ -326,6 +328,26 @@ void TestConfiguration::malformedDefaultsFileStaysInPlace()
     QVERIFY(store->effectJsonValue("com.x.y", "__all__", "colorStrapList", path).isUndefined());
     QCOMPARE(readBytes(path), QByteArray("{\"colorStrapList\": ["));
     QVERIFY(asideFilesOf(path).isEmpty());
+}
+
+void TestConfiguration::relativeDefaultsFileIsFound()
+{
+    // The working directory first, then the program's folder.
+    QTemporaryDir work;
+    QVERIFY(work.isValid());
+    const QString previous = QDir::currentPath();
+    QVERIFY(QDir::setCurrent(work.path()));
+    const QString name = QStringLiteral("defaults-%1.json").arg(QCoreApplication::applicationPid());
+    const QString beside = QCoreApplication::applicationDirPath() + "/" + name;
+    writeBytes(beside, R"({"where": "beside"})");
+    const QJsonValue fromBeside = store->effectJsonValue("com.x.y", "__all__", "where", name);
+    writeBytes(work.filePath(name), R"({"where": "work"})");
+    const QJsonValue fromWork = store->effectJsonValue("com.x.y", "__all__", "where", name);
+    QFile::remove(beside);
+    QVERIFY(QDir::setCurrent(previous));
+
+    QCOMPARE(fromBeside, QJsonValue("beside"));
+    QCOMPARE(fromWork, QJsonValue("work"));
 }
 
 void TestConfiguration::unknownControllerIsEmptyAndSavable()
