@@ -82,10 +82,12 @@ QString StartupSteps::startupParametersText()
 
 QString StartupSteps::buildInfoText()
 {
-    return QStringLiteral("Build info : \r\n ") + QStringLiteral("\t Git branch : ") +
-           QStringLiteral(ORVANTA_GIT_BRANCH) + QStringLiteral("\r\n") + QStringLiteral("\t Git commit : ") +
-           QStringLiteral(ORVANTA_GIT_COMMIT) + QStringLiteral("\r\n") + QStringLiteral("\t Build date : ") +
-           QStringLiteral(ORVANTA_BUILD_DATE) + QStringLiteral("\r\n") + QStringLiteral("\t App version : ") +
+    // One literal: branch, revision and date are fixed when the program is built.
+    return QStringLiteral("Build info : \r\n "
+                          "\t Git branch : " ORVANTA_GIT_BRANCH "\r\n"
+                          "\t Git commit : " ORVANTA_GIT_COMMIT "\r\n"
+                          "\t Build date : " ORVANTA_BUILD_DATE "\r\n"
+                          "\t App version : ") +
            QCoreApplication::applicationVersion();
 }
 
