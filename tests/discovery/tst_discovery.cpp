@@ -242,7 +242,7 @@ private slots:
     {
         Device dev = device(QStringLiteral("ttySplit"), "OV5512,ABCD\r\n", Mode::Split);
         QVERIFY(dev);
-        dev->setSplitDelayMs(600);
+        dev->setSplitDelayMs(1500);
         OVControllerEnumerator enumerator;
         QSignalSpy found(&enumerator, &OVControllerEnumerator::deviceEnabled);
         enumerator.verifyDevice(dev->linkPath());
