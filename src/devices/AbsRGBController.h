@@ -54,8 +54,15 @@ private slots:
     void internalUpdate();
 
 private:
-    // members as the design lists them: refreshTimer, colors, blackColors, intervalTimer,
-    // intervalSumMs, intervalCount
+    QString storageKey() const; // the key settings are written under: model + ":" + serial
+    void persist(const QString& key, const QVariant& value);
+
+    QTimer refreshTimer;
+    QVector<QVector<OV_RGB>> colors;      // as delivered, unscaled
+    QVector<QVector<OV_RGB>> blackColors; // one line of nbLeds black records once enable changed
+    QElapsedTimer intervalTimer;
+    int64_t intervalSumMs = 0;
+    int64_t intervalCount = 0;
 };
 
 using AbsRGBControllerPtr = QSharedPointer<AbsRGBController>;

@@ -18,6 +18,7 @@ public:
 
     void updateFrameHeader() override;
     void writeColors(const QVector<QVector<OV_RGB>>& colors) override;
+    OVSerialPort* serialPort() const { return port; } // lives on the port thread
 
 signals:
     void writeToPort(QByteArray bytes);

@@ -19,6 +19,10 @@ public:
 public slots:
     void write(QByteArray bytes);
     void startWriteTimer();
+    // Pushes every queued byte to the device, waiting up to msecs; true when nothing is left.
+    // Runs on the port's thread: the controller calls it blocking-queued at release.
+    bool flushPending(int msecs);
+    QString errorText() const;
 
 private:
     QSerialPort* serial = nullptr;

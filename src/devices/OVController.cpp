@@ -1,0 +1,157 @@
+#include "OVController.h"
+
+#include "OVSerialPort.h"
+
+#include <QDebug>
+
+namespace {
+
+constexpr int kReleaseFlushMs = 500;
+constexpr int kReleaseSettleMs = 15;
+// Beyond this a frame would not fit in memory; such a layout is nonsense and stays dark.
+constexpr uint32_t kMaxFrameLeds = 0xFFFFFF;
+
+// Health code for a port error; false for the errors that leave the code as it is.
+bool statusFor(QSerialPort::SerialPortError error, uint32_t* code)
+{
+    switch (error) {
+    case QSerialPort::NoError:
+        *code = 0;
+        return true;
+    case QSerialPort::WriteError:
+    case QSerialPort::ReadError:
+    case QSerialPort::ResourceError:
+        *code = 2;
+        return true;
+    case QSerialPort::DeviceNotFoundError:
+    case QSerialPort::PermissionError:
+    case QSerialPort::OpenError:
+    case QSerialPort::UnsupportedOperationError:
+    case QSerialPort::UnknownError:
+    case QSerialPort::TimeoutError:
+    case QSerialPort::NotOpenError:
+        *code = 3;
+        return true;
+    case QSerialPort::ParityError:
+    case QSerialPort::FramingError:
+    case QSerialPort::BreakConditionError:
+        return false;
+    }
+    return false; // anything past NotOpenError
+}
+
+} // namespace
+
+OVController::OVController(const ControlOptions& controlOptions, OVSerialPort* serialPort, QObject* parent)
+    : AbsRGBController(parent)
+    , port(serialPort)
+{
+    options.kindName = controlOptions.kindName;
+    options.portName = controlOptions.portName;
+    options.model = controlOptions.model;
+    options.serial = controlOptions.serial;
+    options.id = controlOptions.id;
+    options.icon = controlOptions.icon;
+    options.image = controlOptions.image;
+    options.nbLeds = controlOptions.nbLeds;
+    options.lines = controlOptions.lines;
+    options.brightness = controlOptions.brightness;
+    options.enable = controlOptions.enable;
+    options.status = controlOptions.status;
+    options.installDirection = controlOptions.installDirection;
+    options.workMode = controlOptions.workMode;
+    options.subMode = controlOptions.subMode;
+
+    connect(this, &OVController::writeToPort, port, &OVSerialPort::write, Qt::QueuedConnection);
+    connect(port->serialPort(), &QSerialPort::errorOccurred, this, &OVController::onPortError,
+            Qt::QueuedConnection);
+
+    // Only an object without a parent can change threads.
+    if (port->parent()) {
+        port->setParent(nullptr);
+    }
+    portThread = new QThread(this);
+    portThread->setObjectName(QStringLiteral("OVSerialPort ") + options.portName);
+    port->serialPort()->moveToThread(portThread);
+    port->moveToThread(portThread);
+    portThread->start(QThread::InheritPriority);
+    QMetaObject::invokeMethod(port, &OVSerialPort::startWriteTimer, Qt::QueuedConnection);
+}
+
+OVController::~OVController()
+{
+    writeColors(QVector<QVector<OV_RGB>>(1, QVector<OV_RGB>(int(qMin(options.nbLeds, kMaxFrameLeds)))));
+
+    // The black frame is queued on the port thread; this call queues behind it and returns once
+    // the frame has left the port's buffer, so the device has it before the port closes.
+    bool written = false;
+    if (portThread->isRunning()) {
+        QMetaObject::invokeMethod(
+            port, [p = port] { return p->flushPending(kReleaseFlushMs); }, Qt::BlockingQueuedConnection,
+            &written);
+    }
+    QThread::msleep(kReleaseSettleMs);
+    port->deleteLater();
+    if (portThread->isRunning()) {
+        portThread->quit();
+        portThread->wait();
+    }
+    qDebug().noquote() << QStringLiteral("[OVController]: ") + options.id +
+                              QStringLiteral("The port is released, the black buffer is writeen: ") +
+                              (written ? QStringLiteral("true") : QStringLiteral("false")) +
+                              QStringLiteral(", nbLEDS:") + QString::number(options.nbLeds);
+}
+
+void OVController::updateFrameHeader()
+{
+    frameHeader.clear();
+    frameHeader.append("Ada", 3);
+    frameHeader.append(char(0));
+    frameHeader.append(char(uint8_t(options.nbLeds >> 8)));
+    frameHeader.append(char(uint8_t(options.nbLeds)));
+}
+
+void OVController::writeColors(const QVector<QVector<OV_RGB>>& colors)
+{
+    // A header not built yet reads as zero LEDs, like a count whose two bytes are both 0.
+    if (frameHeader.size() < 6 || (frameHeader.at(4) == 0 && frameHeader.at(5) == 0) ||
+        options.nbLeds > kMaxFrameLeds) {
+        return;
+    }
+    const int wanted = 3 * int(options.nbLeds);
+    int colorBytes = 0;
+    for (const QVector<OV_RGB>& line : colors) {
+        colorBytes += line.size() * int(sizeof(OV_RGB));
+    }
+    QByteArray frame;
+    frame.reserve(frameHeader.size() + qMax(wanted, colorBytes));
+    frame.append(frameHeader);
+    for (const QVector<OV_RGB>& line : colors) {
+        frame.append(reinterpret_cast<const char*>(line.constData()), line.size() * int(sizeof(OV_RGB)));
+    }
+    if (colorBytes < wanted) {
+        frame.append(wanted - colorBytes, char(0));
+    }
+    emit writeToPort(frame);
+}
+
+void OVController::onPortError(QSerialPort::SerialPortError error)
+{
+    uint32_t code = 0;
+    if (!statusFor(error, &code)) {
+        return;
+    }
+    if (code == options.status) {
+        return;
+    }
+    options.status = code;
+    // The text lives with the port on its thread; ask there unless the thread is gone.
+    QString text;
+    if (portThread->isRunning()) {
+        QMetaObject::invokeMethod(
+            port, [p = port] { return p->errorText(); }, Qt::BlockingQueuedConnection, &text);
+    } else {
+        text = port->errorText();
+    }
+    emit statusChanged(code, text);
+}

@@ -1,0 +1,57 @@
+#pragma once
+
+#include "OVController.h"
+#include "OVSerialPort.h"
+#include "VirtualLedDevice.h"
+
+#include <QScopedPointer>
+
+// A real OVController writing through a real port to a VirtualLedDevice on a pseudo-terminal.
+// The device is declared first so that it outlives the controller and reads its black frame.
+struct DeviceRig
+{
+    VirtualLedDevice device;
+    QScopedPointer<OVController> controller;
+
+    static ControlOptions defaultOptions(uint32_t nbLeds)
+    {
+        ControlOptions o;
+        o.model = QStringLiteral("OV5512");
+        o.serial = QStringLiteral("41424344");
+        o.id = QStringLiteral("OV5512:41424344");
+        o.nbLeds = nbLeds;
+        o.lines = {nbLeds};
+        o.brightness = 1.0f;
+        return o;
+    }
+
+    // Opens the device and a port on it, then builds the controller the way discovery does.
+    bool start(ControlOptions options, bool buildHeader = true)
+    {
+        device.setKeepFrames(true);
+        if (!device.open()) {
+            return false;
+        }
+        auto* port = new OVSerialPort();
+        if (!port->open(device.slavePath())) {
+            delete port;
+            return false;
+        }
+        options.portName = device.slavePath();
+        controller.reset(new OVController(options, port));
+        if (buildHeader) {
+            controller->updateFrameHeader();
+        }
+        return true;
+    }
+};
+
+inline QByteArray frameBytes(uint16_t count, const QByteArray& colorBytes)
+{
+    QByteArray f("Ada", 3);
+    f.append(char(0));
+    f.append(char(count >> 8));
+    f.append(char(count & 0xff));
+    f.append(colorBytes);
+    return f;
+}

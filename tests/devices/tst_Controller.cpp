@@ -1,0 +1,491 @@
+#include "DeviceRig.h"
+
+#include "ConfigurationManager.h"
+
+#include <QDirIterator>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QPointer>
+#include <QRegularExpression>
+#include <QSignalSpy>
+#include <QtTest>
+
+namespace {
+
+using Lines = QVector<QVector<OV_RGB>>;
+constexpr int kWait = 10000;
+
+QStringList storedFiles()
+{
+    QStringList out;
+    QDirIterator it(ConfigurationManager::instance()->configPath(), {QStringLiteral("*.json")}, QDir::Files,
+                    QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        out << it.next();
+    }
+    return out;
+}
+
+QVector<VirtualLedDevice::Rgb> rgb(const QVector<OV_RGB>& in)
+{
+    QVector<VirtualLedDevice::Rgb> out;
+    for (const OV_RGB& c : in) {
+        out.append({c.r, c.g, c.b});
+    }
+    return out;
+}
+
+QByteArray lastSent(const QSignalSpy& spy)
+{
+    return spy.isEmpty() ? QByteArray() : spy.last().at(0).toByteArray();
+}
+
+} // namespace
+
+class TestController : public QObject
+{
+    Q_OBJECT
+private slots:
+    void init() { ConfigurationManager::instance()->reset(); }
+
+    void brightnessTruncates_data()
+    {
+        QTest::addColumn<float>("brightness");
+        QTest::addColumn<int>("channel");
+        QTest::addColumn<int>("expected");
+        QTest::newRow("0.5 x 255 -> 127, not 128") << 0.5f << 255 << 127;
+        QTest::newRow("0.5 x 1 -> 0") << 0.5f << 1 << 0;
+        QTest::newRow("0.8 x 255 -> 204") << 0.8f << 255 << 204;
+        QTest::newRow("0.3 x 10 -> 3") << 0.3f << 10 << 3;
+        QTest::newRow("1.0 keeps 255") << 1.0f << 255 << 255;
+        QTest::newRow("0 gives black") << 0.0f << 200 << 0;
+        QTest::newRow("2.0 x 200 = 400 wraps to 144") << 2.0f << 200 << 144;
+        QTest::newRow("1.5 x 255 = 382.5 -> 382 wraps to 126") << 1.5f << 255 << 126;
+        QTest::newRow("-0.5 x 255 = -127 keeps its low byte 129") << -0.5f << 255 << 129;
+        QTest::newRow("1e9 x 3 wraps without overflow") << 1e9f << 3 << 0;
+    }
+
+    void brightnessTruncates()
+    {
+        QFETCH(float, brightness);
+        QFETCH(int, channel);
+        QFETCH(int, expected);
+        DeviceRig rig;
+        QVERIFY(rig.start(DeviceRig::defaultOptions(2)));
+        rig.controller->setBrightness(brightness);
+        const uint8_t c = uint8_t(channel);
+        rig.controller->update(QVector<OV_RGB>{{c, c, c}, {c, 0, 0}});
+        const uint8_t e = uint8_t(expected);
+        const QVector<VirtualLedDevice::Rgb> want{{e, e, e}, {e, 0, 0}};
+        QTRY_COMPARE_WITH_TIMEOUT(rig.device.lastColors(), want, kWait);
+    }
+
+    void sameValueSettersDoNothing()
+    {
+        DeviceRig rig;
+        QVERIFY(rig.start(DeviceRig::defaultOptions(2)));
+        OVController* ctl = rig.controller.data();
+        ctl->update(QVector<OV_RGB>{{255, 255, 255}});
+        QSignalSpy sent(ctl, &OVController::writeToPort);
+        QSignalSpy brightness(ctl, &AbsRGBController::brightnessChanged);
+        QSignalSpy kindName(ctl, &AbsRGBController::kindNameChanged);
+        QSignalSpy enable(ctl, &AbsRGBController::enableChanged);
+        QSignalSpy dir(ctl, &AbsRGBController::installDirectionChanged);
+        QSignalSpy work(ctl, &AbsRGBController::workModeChanged);
+        QSignalSpy sub(ctl, &AbsRGBController::subModeChanged);
+
+        ctl->setBrightness(0.5f);
+        QCOMPARE(brightness.count(), 1);
+        QCOMPARE(brightness.at(0).at(0).toFloat(), 0.5f);
+        QCOMPARE(sent.count(), 1);
+        QCOMPARE(lastSent(sent), frameBytes(2, QByteArray::fromHex("7f7f7f000000")));
+        ctl->setKindName(QStringLiteral("Desk"));
+        ctl->setInstallDirection(1);
+        ctl->setWorkMode(QStringLiteral("com.orvanta.colorful"));
+        ctl->setSubMode(QStringLiteral("com.orvanta.colorful.singleColor"));
+        QCOMPARE(kindName.count(), 1);
+        QCOMPARE(dir.count(), 1);
+        QCOMPARE(work.count(), 1);
+        QCOMPARE(sub.count(), 1);
+        QCOMPARE(sent.count(), 1); // only brightness reaches the bytes
+        QVERIFY(!storedFiles().isEmpty());
+
+        // With the stored files gone, a setter that changes nothing must not write them again.
+        for (const QString& f : storedFiles()) {
+            QVERIFY(QFile::remove(f));
+        }
+        ctl->setBrightness(0.5f);
+        ctl->setKindName(QStringLiteral("Desk"));
+        ctl->setEnable(true);
+        ctl->setInstallDirection(1);
+        ctl->setWorkMode(QStringLiteral("com.orvanta.colorful"));
+        ctl->setSubMode(QStringLiteral("com.orvanta.colorful.singleColor"));
+        QCOMPARE(brightness.count(), 1);
+        QCOMPARE(kindName.count(), 1);
+        QCOMPARE(enable.count(), 0);
+        QCOMPARE(dir.count(), 1);
+        QCOMPARE(work.count(), 1);
+        QCOMPARE(sub.count(), 1);
+        QCOMPARE(sent.count(), 1);
+        QVERIFY(storedFiles().isEmpty());
+
+        // A real change is saved again.
+        ctl->setBrightness(0.25f);
+        QCOMPARE(sent.count(), 2);
+        QCOMPARE(storedFiles().size(), 1);
+    }
+
+    void enableGivesBlackAndRestores()
+    {
+        DeviceRig rig;
+        QVERIFY(rig.start(DeviceRig::defaultOptions(3)));
+        OVController* ctl = rig.controller.data();
+        QSignalSpy sent(ctl, &OVController::writeToPort);
+        QSignalSpy enabled(ctl, &AbsRGBController::enableChanged);
+        const QVector<OV_RGB> picture{{10, 20, 30}, {40, 50, 60}, {70, 80, 90}};
+        ctl->update(picture);
+        QTRY_COMPARE_WITH_TIMEOUT(rig.device.lastColors(), rgb(picture), kWait);
+
+        ctl->setEnable(false);
+        QCOMPARE(enabled.count(), 1);
+        QCOMPARE(enabled.at(0).at(0).toBool(), false);
+        QCOMPARE(lastSent(sent), frameBytes(3, QByteArray(9, 0))); // at once, not at the next refresh
+        QTRY_COMPARE_WITH_TIMEOUT(rig.device.lastColors(), QVector<VirtualLedDevice::Rgb>(3), kWait);
+        QCOMPARE(ConfigurationManager::instance()
+                     ->controllerJsonObj(QStringLiteral("OV5512:41424344"))
+                     .value(QStringLiteral("enable")),
+                 QJsonValue(false));
+
+        // Deliveries while off stay black but are kept.
+        const QVector<OV_RGB> next{{1, 2, 3}, {4, 5, 6}, {7, 8, 9}};
+        ctl->update(next);
+        QCOMPARE(lastSent(sent), frameBytes(3, QByteArray(9, 0)));
+
+        ctl->setEnable(true);
+        QCOMPARE(enabled.count(), 2);
+        QCOMPARE(lastSent(sent), frameBytes(3, QByteArray::fromHex("010203040506070809")));
+        QTRY_COMPARE_WITH_TIMEOUT(rig.device.lastColors(), rgb(next), kWait);
+    }
+
+    void disabledFromSettingsPadsToBlack()
+    {
+        ControlOptions o = DeviceRig::defaultOptions(3);
+        o.enable = false;
+        DeviceRig rig;
+        QVERIFY(rig.start(o));
+        QSignalSpy sent(rig.controller.data(), &OVController::writeToPort);
+        rig.controller->update(QVector<OV_RGB>{{255, 255, 255}, {255, 255, 255}, {255, 255, 255}});
+        QCOMPARE(lastSent(sent), frameBytes(3, QByteArray(9, 0)));
+        // And the refresh keeps sending that black frame.
+        const int before = sent.count();
+        QTRY_VERIFY_WITH_TIMEOUT(sent.count() > before, kWait);
+        QCOMPARE(lastSent(sent), frameBytes(3, QByteArray(9, 0)));
+    }
+
+    void flatAndLineUpdates()
+    {
+        DeviceRig rig;
+        QVERIFY(rig.start(DeviceRig::defaultOptions(3)));
+        QSignalSpy sent(rig.controller.data(), &OVController::writeToPort);
+        rig.controller->update(Lines{{{1, 1, 1}}, {{2, 2, 2}, {3, 3, 3}}});
+        QCOMPARE(lastSent(sent), frameBytes(3, QByteArray::fromHex("010101020202030303")));
+        // The flat form replaces everything with one line.
+        rig.controller->update(QVector<OV_RGB>{{9, 9, 9}});
+        QCOMPARE(lastSent(sent), frameBytes(3, QByteArray::fromHex("090909") + QByteArray(6, 0)));
+    }
+
+    void silenceRepeatsTheLastFrame()
+    {
+        DeviceRig rig;
+        QVERIFY(rig.start(DeviceRig::defaultOptions(2)));
+        rig.controller->setBrightness(0.5f);
+        rig.controller->setSubMode(QStringLiteral("com.orvanta.test.still"));
+        const QString id = QStringLiteral("OV5512:41424344");
+        QTest::ignoreMessage(
+            QtWarningMsg,
+            qPrintable(QStringLiteral("[[loop]][Controller]: ") + id +
+                       QStringLiteral(": The automatic refresh of the controller is triggered")));
+        // Once the intervals add up past three seconds the statistics line shows the scaled data.
+        QTest::ignoreMessage(QtDebugMsg,
+                             QRegularExpression(QStringLiteral(
+                                 "^\\[\\[loop\\]\\]\\[Controller\\]OV5512:41424344, Avg update interval: "
+                                 "[0-9.]+ms, \r\n  Current worker: com\\.orvanta\\.test\\.still\r\n"
+                                 "  Current raw led data: \r\n7f0010\r\n \r\n$")));
+        rig.controller->update(QVector<OV_RGB>{{255, 0, 32}});
+        const QByteArray frame = frameBytes(2, QByteArray::fromHex("7f0010000000"));
+        QTRY_COMPARE_WITH_TIMEOUT(rig.device.lastFrame(), frame, kWait);
+        rig.device.clearFrames(); // earlier frames came from the setters
+        const int first = rig.device.frameCount();
+        QElapsedTimer waited;
+        waited.start();
+        // Nothing is delivered: the controller refreshes by itself, not faster than every 800 ms.
+        QTRY_VERIFY_WITH_TIMEOUT(rig.device.frameCount() >= first + 5, 30000);
+        QVERIFY(waited.elapsed() >= 5 * 800 - 100);
+        for (const QByteArray& f : rig.device.frames()) {
+            QCOMPARE(f, frame);
+        }
+    }
+
+    void deliveriesKeepTheRefreshAway()
+    {
+        DeviceRig rig;
+        QVERIFY(rig.start(DeviceRig::defaultOptions(1)));
+        // Fed every 40 ms for a while, the device sees only the deliveries: each one is distinct.
+        QElapsedTimer t;
+        t.start();
+        uint8_t v = 0;
+        QSignalSpy sent(rig.controller.data(), &OVController::writeToPort);
+        while (t.elapsed() < 1500) {
+            rig.controller->update(QVector<OV_RGB>{{++v, 0, 0}});
+            QTest::qWait(40);
+        }
+        bool refreshSeen = false;
+        for (int i = 1; i < sent.count(); ++i) {
+            refreshSeen = refreshSeen || sent.at(i).at(0) == sent.at(i - 1).at(0);
+        }
+        // A loaded machine may stall the loop beyond 800 ms; only then may a refresh appear.
+        if (refreshSeen) {
+            QSKIP("event loop stalled past the refresh interval");
+        }
+        QCOMPARE(sent.count(), int(v));
+    }
+
+    void deviceVanishing()
+    {
+        DeviceRig rig;
+        QVERIFY(rig.start(DeviceRig::defaultOptions(3)));
+        QSignalSpy status(rig.controller.data(), &AbsRGBController::statusChanged);
+        rig.controller->update(QVector<OV_RGB>{{1, 2, 3}});
+        QTRY_VERIFY_WITH_TIMEOUT(rig.device.frameCount() >= 1, kWait);
+
+        rig.device.close();
+        QTRY_COMPARE_WITH_TIMEOUT(status.count(), 1, kWait);
+        const uint32_t code = status.at(0).at(0).value<uint32_t>();
+        QVERIFY2(code == 2 || code == 3, qPrintable(QString::number(code)));
+        QVERIFY(!status.at(0).at(1).toString().isEmpty());
+        QCOMPARE(rig.controller->controlOptions().status, code);
+
+        // Writing to the dead port fails again; the same code is not announced twice.
+        for (int i = 0; i < 5; ++i) {
+            rig.controller->update(QVector<OV_RGB>{{uint8_t(i), 0, 0}});
+        }
+        // Once the port thread has handled those writes their errors are queued ahead of a marker
+        // error of the other code, so the marker must be the second announcement.
+        OVSerialPort* port = rig.controller->serialPort();
+        QMetaObject::invokeMethod(
+            port, [port] { port->flushPending(0); }, Qt::BlockingQueuedConnection);
+        const auto marker = code == 2 ? QSerialPort::DeviceNotFoundError : QSerialPort::WriteError;
+        emit port->serialPort()->errorOccurred(marker);
+        QTRY_COMPARE_WITH_TIMEOUT(status.count(), 2, kWait);
+        QCOMPARE(status.at(1).at(0).value<uint32_t>(), code == 2 ? 3u : 2u);
+    }
+
+    void errorCodes_data()
+    {
+        QTest::addColumn<int>("error");
+        QTest::addColumn<int>("code"); // -1: ignored, the code stays
+        QTest::newRow("NoError while healthy") << int(QSerialPort::NoError) << -1;
+        QTest::newRow("DeviceNotFoundError") << int(QSerialPort::DeviceNotFoundError) << 3;
+        QTest::newRow("PermissionError") << int(QSerialPort::PermissionError) << 3;
+        QTest::newRow("OpenError") << int(QSerialPort::OpenError) << 3;
+        QTest::newRow("ParityError") << int(QSerialPort::ParityError) << -1;
+        QTest::newRow("FramingError") << int(QSerialPort::FramingError) << -1;
+        QTest::newRow("BreakConditionError") << int(QSerialPort::BreakConditionError) << -1;
+        QTest::newRow("WriteError") << int(QSerialPort::WriteError) << 2;
+        QTest::newRow("ReadError") << int(QSerialPort::ReadError) << 2;
+        QTest::newRow("ResourceError") << int(QSerialPort::ResourceError) << 2;
+        QTest::newRow("UnsupportedOperationError") << int(QSerialPort::UnsupportedOperationError) << 3;
+        QTest::newRow("UnknownError") << int(QSerialPort::UnknownError) << 3;
+        QTest::newRow("TimeoutError") << int(QSerialPort::TimeoutError) << 3;
+        QTest::newRow("NotOpenError") << int(QSerialPort::NotOpenError) << 3;
+        QTest::newRow("beyond NotOpenError") << int(QSerialPort::NotOpenError) + 1 << -1;
+    }
+
+    void errorCodes()
+    {
+        QFETCH(int, error);
+        QFETCH(int, code);
+        DeviceRig rig;
+        QVERIFY(rig.start(DeviceRig::defaultOptions(3)));
+        QSignalSpy status(rig.controller.data(), &AbsRGBController::statusChanged);
+        QSerialPort* serial = rig.controller->serialPort()->serialPort();
+        // The handler runs queued in order: a marker of another code tells when the error was seen.
+        const auto marker = code == 3 ? QSerialPort::WriteError : QSerialPort::DeviceNotFoundError;
+        emit serial->errorOccurred(QSerialPort::SerialPortError(error));
+        emit serial->errorOccurred(marker);
+        emit serial->errorOccurred(marker); // a repeat: nothing
+        QTRY_VERIFY_WITH_TIMEOUT(
+            !status.isEmpty() && status.last().at(0).value<uint32_t>() == (code == 3 ? 2u : 3u), kWait);
+        QCOMPARE(status.count(), code < 0 ? 1 : 2);
+        if (code >= 0) {
+            QCOMPARE(status.first().at(0).value<uint32_t>(), uint32_t(code));
+        }
+    }
+
+    void noErrorClearsTheCode()
+    {
+        DeviceRig rig;
+        QVERIFY(rig.start(DeviceRig::defaultOptions(3)));
+        QSignalSpy status(rig.controller.data(), &AbsRGBController::statusChanged);
+        QSerialPort* serial = rig.controller->serialPort()->serialPort();
+        emit serial->errorOccurred(QSerialPort::TimeoutError);
+        emit serial->errorOccurred(QSerialPort::ParityError);
+        emit serial->errorOccurred(QSerialPort::NoError);
+        QTRY_COMPARE_WITH_TIMEOUT(status.count(), 2, kWait);
+        QCOMPARE(status.at(0).at(0).value<uint32_t>(), 3u);
+        QCOMPARE(status.at(1).at(0).value<uint32_t>(), 0u);
+        QCOMPARE(rig.controller->controlOptions().status, 0u);
+    }
+
+    void releaseSendsBlackLast()
+    {
+        VirtualLedDevice device;
+        device.setKeepFrames(true);
+        QVERIFY(device.open());
+        auto* port = new OVSerialPort();
+        QVERIFY(port->open(device.slavePath()));
+        ControlOptions o = DeviceRig::defaultOptions(5);
+        auto* ctl = new OVController(o, port);
+        ctl->updateFrameHeader();
+        // Fewer colours than LEDs: the black frame still covers all five.
+        ctl->update(QVector<OV_RGB>{{200, 100, 50}, {1, 2, 3}});
+        QTRY_VERIFY_WITH_TIMEOUT(device.frameCount() >= 1, kWait);
+        QPointer<QThread> thread = ctl->findChild<QThread*>();
+        QVERIFY(thread);
+
+        QTest::ignoreMessage(QtDebugMsg, "[OVController]: OV5512:41424344The port is released, the black "
+                                         "buffer is writeen: true, nbLEDS:5");
+        QTest::ignoreMessage(QtDebugMsg, "[AbsRGBController] OV5512:41424344 destructed");
+        delete ctl;
+        QVERIFY(thread.isNull()); // the thread has ended and gone with the controller
+        const QByteArray black = frameBytes(5, QByteArray(15, 0));
+        QTRY_COMPARE_WITH_TIMEOUT(device.lastFrame(), black, kWait);
+        QCOMPARE(device.frames().last(), black);
+        QCOMPARE(device.frames().count(black), 1);
+        QCOMPARE(device.decodeErrors(), 0);
+    }
+
+    void releaseOfAVanishedDevice()
+    {
+        VirtualLedDevice device;
+        QVERIFY(device.open());
+        auto* port = new OVSerialPort();
+        QVERIFY(port->open(device.slavePath()));
+        auto* ctl = new OVController(DeviceRig::defaultOptions(4), port);
+        ctl->updateFrameHeader();
+        QSignalSpy status(ctl, &AbsRGBController::statusChanged);
+        device.close();
+        QTRY_COMPARE_WITH_TIMEOUT(status.count(), 1, kWait);
+        // The black frame goes to a port that is gone: teardown still completes.
+        delete ctl;
+    }
+
+    void openFailureIsLogged()
+    {
+        OVSerialPort port;
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral(
+                                               "^\\[OVSerialPort\\]: Failed to open the serial port "
+                                               "/nonexistent/ttyX \r\n\terror:[A-Za-z]+Error$")));
+        QVERIFY(!port.open(QStringLiteral("/nonexistent/ttyX")));
+    }
+
+    void persistenceKeys_data()
+    {
+        QTest::addColumn<QString>("serial");
+        QTest::addColumn<QString>("id");
+        QTest::addColumn<QString>("writeKey");
+        QTest::addColumn<bool>("readsBack");
+        QTest::newRow("with serial: same key") << "41424344"
+                                               << "OV5512:41424344"
+                                               << "OV5512:41424344" << true;
+        QTest::newRow("no serial: writes MODEL:, reads MODEL") << ""
+                                                               << "OV5512"
+                                                               << "OV5512:" << false;
+    }
+
+    void persistenceKeys()
+    {
+        QFETCH(QString, serial);
+        QFETCH(QString, id);
+        QFETCH(QString, writeKey);
+        QFETCH(bool, readsBack);
+        ConfigurationManager* config = ConfigurationManager::instance();
+        ControlOptions o = DeviceRig::defaultOptions(3);
+        o.serial = serial;
+        o.id = id;
+        {
+            DeviceRig rig;
+            QVERIFY(rig.start(o));
+            OVController* ctl = rig.controller.data();
+            QVERIFY(!ctl->loadConfig()); // nothing stored yet: defaults stay
+            ctl->setKindName(QStringLiteral("Shelf"));
+            ctl->setBrightness(0.25f);
+            ctl->setEnable(false);
+            ctl->setInstallDirection(2);
+            ctl->setWorkMode(QStringLiteral("com.orvanta.colorful"));
+            ctl->setSubMode(QStringLiteral("com.orvanta.colorful.flowing"));
+            ctl->setLayout(7, {3, 4});
+        }
+        const QJsonObject written = config->controllerJsonObj(writeKey);
+        QCOMPARE(written.value(QStringLiteral("kindName")).toString(), QStringLiteral("Shelf"));
+        QCOMPARE(written.value(QStringLiteral("brightness")).toDouble(), 0.25);
+        QCOMPARE(written.value(QStringLiteral("enable")).toBool(true), false);
+        QCOMPARE(written.value(QStringLiteral("installDirection")).toInt(), 2);
+        QCOMPARE(written.value(QStringLiteral("workMode")).toString(),
+                 QStringLiteral("com.orvanta.colorful"));
+        QCOMPARE(written.value(QStringLiteral("subMode")).toString(),
+                 QStringLiteral("com.orvanta.colorful.flowing"));
+        QCOMPARE(written.value(QStringLiteral("nbLeds")).toInt(), 7);
+        QCOMPARE(written.value(QStringLiteral("lines")).toArray(), QJsonArray({3, 4}));
+        QCOMPARE(written.keys().size(), 8);
+
+        DeviceRig again;
+        QVERIFY(again.start(o));
+        ControlOptions& loaded = again.controller->controlOptions();
+        QCOMPARE(again.controller->loadConfig(), readsBack);
+        if (readsBack) {
+            QCOMPARE(loaded.kindName, QStringLiteral("Shelf"));
+            QCOMPARE(loaded.brightness, 0.25f);
+            QCOMPARE(loaded.enable, false);
+            QCOMPARE(loaded.installDirection, 2u);
+            QCOMPARE(loaded.nbLeds, 7u);
+            QCOMPARE(loaded.lines, QVector<uint32_t>({3, 4}));
+            QCOMPARE(loaded.subMode, QStringLiteral("com.orvanta.colorful.flowing"));
+        } else {
+            QVERIFY(config->controllerJsonObj(id).isEmpty());
+            QCOMPARE(loaded.kindName, QString());
+            QCOMPARE(loaded.brightness, 1.0f);
+            QCOMPARE(loaded.enable, true);
+            QCOMPARE(loaded.nbLeds, 3u);
+        }
+    }
+
+    void loadDefaultsAndMissingLeds()
+    {
+        ConfigurationManager* config = ConfigurationManager::instance();
+        QJsonObject& stored = config->controllerJsonObj(QStringLiteral("OV5512:41424344"));
+        stored = QJsonObject{{QStringLiteral("installDirection"), 1},
+                             {QStringLiteral("lines"), QJsonArray{5, QStringLiteral("x"), 2.7, -3}}};
+        DeviceRig rig;
+        QVERIFY(rig.start(DeviceRig::defaultOptions(3)));
+        OVController* ctl = rig.controller.data();
+        QVERIFY(ctl->loadConfig());
+        const ControlOptions& o = ctl->controlOptions();
+        QCOMPARE(o.kindName, rig.device.slavePath()); // the port name stands in
+        QCOMPARE(o.brightness, 0.8f);                 // not the 0.5 of a fresh record
+        QCOMPARE(o.enable, true);
+        QCOMPARE(o.installDirection, 1u);
+        QCOMPARE(o.nbLeds, 0u);
+        QCOMPARE(o.lines, QVector<uint32_t>({5, 0, 2, 0}));
+
+        // Zero LEDs silence the device, refresh included.
+        QSignalSpy sent(ctl, &OVController::writeToPort);
+        ctl->updateFrameHeader();
+        ctl->update(QVector<OV_RGB>{{1, 2, 3}});
+        ctl->setBrightness(0.3f);
+        QCOMPARE(sent.count(), 0);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestController)
+#include "tst_Controller.moc"

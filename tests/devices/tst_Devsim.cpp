@@ -1,0 +1,243 @@
+#include "VirtualLedDevice.h"
+
+#include <QElapsedTimer>
+#include <QFileInfo>
+#include <QSerialPort>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QtTest>
+
+namespace {
+
+constexpr int kWait = 10000;
+
+QByteArray frame(uint16_t count, const QByteArray& colors)
+{
+    QByteArray f("Ada", 3);
+    f.append(char(0));
+    f.append(char(count >> 8));
+    f.append(char(count & 0xff));
+    return f + colors;
+}
+
+} // namespace
+
+// The host side of these tests is a real QSerialPort on the device's pty.
+class TestDevsim : public QObject
+{
+    Q_OBJECT
+private:
+    bool openHost(QSerialPort& host, const VirtualLedDevice& device)
+    {
+        host.setPortName(device.slavePath());
+        host.setBaudRate(QSerialPort::Baud115200);
+        return host.open(QIODevice::ReadWrite);
+    }
+
+private slots:
+    void initTestCase() { qRegisterMetaType<QSerialPort::SerialPortError>(); }
+
+    void answersTheSalutation()
+    {
+        VirtualLedDevice device;
+        QVERIFY2(device.open(), qPrintable(device.errorString()));
+        QVERIFY(device.slavePath().startsWith(QStringLiteral("/dev/pts/")));
+        QCOMPARE(device.reply(), QByteArrayLiteral("OV5512,ABCD\r\n"));
+        QSerialPort host;
+        QVERIFY(openHost(host, device));
+        host.write("Moni-A");
+        QByteArray got;
+        QTRY_VERIFY_WITH_TIMEOUT((got += host.readAll()) == "OV5512,ABCD\r\n", kWait);
+        QCOMPARE(device.salutations(), 1);
+
+        device.setReply("ov9000,0102\r\n");
+        host.write("Moni-AMoni-A");
+        got.clear();
+        QTRY_VERIFY_WITH_TIMEOUT((got += host.readAll()) == "ov9000,0102\r\nov9000,0102\r\n", kWait);
+        QCOMPARE(device.salutations(), 3);
+        QCOMPARE(device.decodeErrors(), 0);
+    }
+
+    void delayedReply()
+    {
+        VirtualLedDevice device;
+        QVERIFY(device.open());
+        device.setReplyDelayMs(300);
+        QSerialPort host;
+        QVERIFY(openHost(host, device));
+        QElapsedTimer t;
+        t.start();
+        host.write("Moni-A");
+        QByteArray got;
+        QTRY_VERIFY_WITH_TIMEOUT((got += host.readAll()) == "OV5512,ABCD\r\n", kWait);
+        QVERIFY(t.elapsed() >= 250);
+    }
+
+    void splitReply()
+    {
+        VirtualLedDevice device;
+        QVERIFY(device.open());
+        device.setReplyMode(VirtualLedDevice::ReplyMode::Split);
+        device.setSplitDelayMs(600);
+        QSerialPort host;
+        QVERIFY(openHost(host, device));
+        host.write("Moni-A");
+        QByteArray first;
+        QTRY_VERIFY_WITH_TIMEOUT(!(first += host.readAll()).isEmpty(), kWait);
+        QVERIFY2(first.size() < 13, first.constData()); // the second half is 600 ms behind
+        QVERIFY(QByteArray("OV5512,ABCD\r\n").startsWith(first));
+        QByteArray all = first;
+        QTRY_VERIFY_WITH_TIMEOUT((all += host.readAll()) == "OV5512,ABCD\r\n", kWait);
+    }
+
+    void silentAndGarbage()
+    {
+        VirtualLedDevice device;
+        QVERIFY(device.open());
+        device.setReplyMode(VirtualLedDevice::ReplyMode::Silent);
+        QSerialPort host;
+        QVERIFY(openHost(host, device));
+        host.write("Moni-A");
+        QTRY_COMPARE_WITH_TIMEOUT(device.salutations(), 1, kWait);
+        // Had it answered, the answer would come before this marker.
+        device.sendRaw("#");
+        QByteArray got;
+        QTRY_VERIFY_WITH_TIMEOUT(!(got += host.readAll()).isEmpty(), kWait);
+        QCOMPARE(got, QByteArrayLiteral("#"));
+
+        device.setReplyMode(VirtualLedDevice::ReplyMode::Garbage);
+        device.setGarbageBytes(40);
+        for (int i = 0; i < 20; ++i) {
+            host.write("Moni-A");
+            got.clear();
+            QTRY_VERIFY_WITH_TIMEOUT((got += host.readAll()).size() >= 40, kWait);
+            QCOMPARE(got.size(), 40);
+            QVERIFY(!got.toUpper().startsWith("OV"));
+        }
+    }
+
+    void decodesFramesAndSurplus()
+    {
+        VirtualLedDevice device;
+        QVERIFY(device.open());
+        device.setKeepFrames(true);
+        QSerialPort host;
+        QVERIFY(openHost(host, device));
+        QSignalSpy decoded(&device, &VirtualLedDevice::frameReceived);
+
+        host.write(frame(2, QByteArray::fromHex("010203040506")));
+        QTRY_COMPARE_WITH_TIMEOUT(device.frameCount(), 1, kWait);
+        QCOMPARE(device.lastCount(), uint16_t(2));
+        const QVector<VirtualLedDevice::Rgb> two{{1, 2, 3}, {4, 5, 6}};
+        QCOMPARE(device.lastColors(), two);
+
+        // More colours than the count: the surplus belongs to the frame, not an error.
+        const QByteArray longer = frame(3, QByteArray::fromHex("0a0b0c0d0e0f101112131415161718"));
+        host.write(longer + frame(1, QByteArray::fromHex("ffeedd")));
+        QTRY_COMPARE_WITH_TIMEOUT(device.frameCount(), 3, kWait);
+        QTRY_COMPARE_WITH_TIMEOUT(device.frames().size(), 3, kWait);
+        QCOMPARE(device.frames().at(1), longer);
+        QCOMPARE(device.frames().at(1).size(), 21);
+        QCOMPARE(device.lastFrame(), frame(1, QByteArray::fromHex("ffeedd")));
+        QCOMPARE(decoded.count(), 3);
+        QCOMPARE(device.decodeErrors(), 0);
+
+        // A frame split across writes is still one frame.
+        const QByteArray big = frame(300, QByteArray(900, char(7)));
+        host.write(big.left(400));
+        QVERIFY(host.waitForBytesWritten(kWait));
+        host.write(big.mid(400));
+        QTRY_COMPARE_WITH_TIMEOUT(device.frameCount(), 4, kWait);
+        QTRY_COMPARE_WITH_TIMEOUT(device.lastFrame(), big, kWait);
+        QCOMPARE(device.decodeErrors(), 0);
+        QVERIFY(device.frameRate() >= 1.0);
+
+        device.clearFrames();
+        QVERIFY(device.frames().isEmpty());
+        device.setKeepFrames(false);
+        host.write(frame(1, "abc"));
+        QTRY_COMPARE_WITH_TIMEOUT(device.frameCount(), 5, kWait);
+        QVERIFY(device.frames().isEmpty());
+    }
+
+    void decodeErrors_data()
+    {
+        QTest::addColumn<QByteArray>("bad");
+        QTest::newRow("wrong magic") << QByteArray("Adb\x00\x00\x01\x01\x02\x03", 9);
+        QTest::newRow("byte after magic not 0") << QByteArray("Ada\x01\x00\x01\x01\x02\x03", 9);
+        QTest::newRow("count 0") << QByteArray("Ada\x00\x00\x00", 6);
+        QTest::newRow("noise") << QByteArray("\x13\x37\xff hello", 9);
+        QTest::newRow("frame shorter than its count") << frame(4, QByteArray(6, 1));
+        QTest::newRow("half a header") << QByteArray("Ad");
+    }
+
+    void decodeErrors()
+    {
+        QFETCH(QByteArray, bad);
+        VirtualLedDevice device;
+        QVERIFY(device.open());
+        QSerialPort host;
+        QVERIFY(openHost(host, device));
+        QSignalSpy errors(&device, &VirtualLedDevice::decodeError);
+        host.write(bad);
+        QTRY_COMPARE_WITH_TIMEOUT(device.decodeErrors(), 1, kWait);
+        QCOMPARE(errors.count(), 1);
+        QCOMPARE(device.frameCount(), 0);
+        // The device finds its feet again at the next frame.
+        host.write(frame(1, QByteArray::fromHex("102030")));
+        QTRY_COMPARE_WITH_TIMEOUT(device.frameCount(), 1, kWait);
+        QCOMPARE(device.decodeErrors(), 1);
+        QCOMPARE(device.lastColors(), (QVector<VirtualLedDevice::Rgb>{{0x10, 0x20, 0x30}}));
+    }
+
+    void closingFailsTheHostAndReopens()
+    {
+        QTemporaryDir dir;
+        QVERIFY(dir.isValid());
+        const QString link = dir.filePath(QStringLiteral("ttyVLED0"));
+        VirtualLedDevice device;
+        QVERIFY(device.open(link));
+        QCOMPARE(device.linkPath(), link);
+        QCOMPARE(QFileInfo(link).symLinkTarget(), device.slavePath());
+
+        // The host may close and open again: the device stays usable.
+        {
+            QSerialPort first;
+            first.setPortName(link);
+            QVERIFY(first.open(QIODevice::ReadWrite));
+            first.write(frame(1, "xyz"));
+            QTRY_COMPARE_WITH_TIMEOUT(device.frameCount(), 1, kWait);
+        }
+        QSerialPort host;
+        host.setPortName(link);
+        QVERIFY(host.open(QIODevice::ReadWrite));
+        host.write(frame(1, "uvw"));
+        QTRY_COMPARE_WITH_TIMEOUT(device.frameCount(), 2, kWait);
+        QCOMPARE(device.decodeErrors(), 0);
+
+        QSignalSpy failed(&host, &QSerialPort::errorOccurred);
+        device.close();
+        QVERIFY(!device.isOpen());
+        QVERIFY(!QFileInfo(link).isSymLink());
+        // Linux hangs the slave up: the host's read sees the end of the file, a read error.
+        QTRY_VERIFY_WITH_TIMEOUT(!failed.isEmpty(), kWait);
+        QCOMPARE(failed.first().at(0).value<QSerialPort::SerialPortError>(), QSerialPort::ReadError);
+    }
+
+    void refusesToReplaceAFile()
+    {
+        QTemporaryDir dir;
+        const QString path = dir.filePath(QStringLiteral("plain"));
+        QFile f(path);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.close();
+        VirtualLedDevice device;
+        QVERIFY(!device.open(path));
+        QVERIFY(!device.errorString().isEmpty());
+        QVERIFY(!device.isOpen());
+        QVERIFY(QFileInfo(path).isFile());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestDevsim)
+#include "tst_Devsim.moc"
