@@ -48,6 +48,8 @@ int matchHeader(const QByteArray& data, int pos)
 
 VirtualLedDevice::VirtualLedDevice(QObject* parent)
     : QObject(parent)
+    , quietTimer(this) // parented, so that they follow the device to another thread
+    , retryTimer(this)
 {
     quietTimer.setSingleShot(true);
     connect(&quietTimer, &QTimer::timeout, this, &VirtualLedDevice::onQuiet);
@@ -72,7 +74,7 @@ bool VirtualLedDevice::open(const QString& linkPath)
     close();
     error.clear();
     const auto fail = [this](const QString& what) {
-        error = what + QStringLiteral(": ") + QString::fromLocal8Bit(std::strerror(errno));
+        error = QStringLiteral("%1: %2").arg(what, QString::fromLocal8Bit(std::strerror(errno)));
         close();
         return false;
     };

@@ -1,0 +1,154 @@
+// Prints, for several strip lengths, the main-thread cost of AbsRGBController::update (scaling,
+// framing, hand-over to the port thread) and the latency from update() to the moment the virtual
+// device has read the frame's last byte.
+#include "OVController.h"
+#include "OVSerialPort.h"
+#include "VirtualLedDevice.h"
+
+#include <QCoreApplication>
+#include <QSemaphore>
+#include <QThread>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <vector>
+
+namespace {
+
+qint64 nowNs()
+{
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+void quietLoopLines(QtMsgType type, const QMessageLogContext&, const QString& msg)
+{
+    if (type == QtDebugMsg || type == QtInfoMsg || msg.startsWith(QLatin1String("[[loop]]"))) {
+        return;
+    }
+    std::fprintf(stderr, "%s\n", qUtf8Printable(msg));
+}
+
+QVector<OV_RGB> pattern(int n, int frame)
+{
+    QVector<OV_RGB> colors(n);
+    for (int i = 0; i < n; ++i) {
+        colors[i] = OV_RGB{uint8_t(i + frame), uint8_t(i * 3), uint8_t(255 - i)};
+    }
+    return colors;
+}
+
+struct Result
+{
+    double updateUs = 0;
+    double medianMs = 0;
+    double p99Ms = 0;
+    int frames = 0;
+    int errors = 0;
+};
+
+Result run(int leds, int costFrames, int latencyFrames)
+{
+    QThread deviceThread;
+    deviceThread.start();
+    auto* device = new VirtualLedDevice();
+    device->moveToThread(&deviceThread);
+    bool opened = false;
+    QMetaObject::invokeMethod(
+        device, [device] { return device->open(); }, Qt::BlockingQueuedConnection, &opened);
+    if (!opened) {
+        std::fprintf(stderr, "cannot open the virtual device\n");
+        std::exit(1);
+    }
+    QSemaphore arrived;
+    std::atomic<qint64> arrivedNs{0};
+    QObject::connect(
+        device, &VirtualLedDevice::frameReceived, device,
+        [device, &arrived, &arrivedNs] {
+            arrivedNs.store(device->lastFrameTimeNs());
+            arrived.release();
+        },
+        Qt::DirectConnection);
+
+    auto* port = new OVSerialPort();
+    if (!port->open(device->slavePath())) {
+        std::exit(1);
+    }
+    ControlOptions options;
+    options.model = QStringLiteral("OV5512");
+    options.serial = QStringLiteral("BENCH");
+    options.id = QStringLiteral("OV5512:BENCH");
+    options.nbLeds = uint32_t(leds);
+    options.lines = {uint32_t(leds)};
+    options.brightness = 0.8f; // the scaling path, not the identity
+    auto* controller = new OVController(options, port);
+    controller->updateFrameHeader();
+
+    Result r;
+    // Cost: batches of updates, the device draining between them.
+    const QVector<OV_RGB> a = pattern(leds, 1);
+    const QVector<OV_RGB> b = pattern(leds, 2);
+    qint64 spentNs = 0;
+    int sent = 0;
+    const int batch = 200;
+    while (sent < costFrames) {
+        const qint64 t0 = nowNs();
+        for (int i = 0; i < batch; ++i) {
+            controller->update((i & 1) ? a : b);
+        }
+        spentNs += nowNs() - t0;
+        sent += batch;
+        arrived.acquire(batch);
+    }
+    r.updateUs = double(spentNs) / 1000.0 / sent;
+
+    // Latency: one frame at a time, from update() to the last byte read.
+    std::vector<double> ms;
+    ms.reserve(size_t(latencyFrames));
+    for (int i = 0; i < latencyFrames; ++i) {
+        const QVector<OV_RGB> colors = pattern(leds, i);
+        const qint64 t0 = nowNs();
+        controller->update(colors);
+        arrived.acquire();
+        ms.push_back(double(arrivedNs.load() - t0) / 1e6);
+    }
+    std::sort(ms.begin(), ms.end());
+    r.medianMs = ms[ms.size() / 2];
+    r.p99Ms = ms[std::min(ms.size() - 1, size_t(double(ms.size()) * 0.99))];
+
+    delete controller; // its black frame is the last the device reads
+    arrived.acquire();
+    QMetaObject::invokeMethod(
+        device,
+        [device, &r] {
+            r.frames = device->frameCount();
+            r.errors = device->decodeErrors();
+            delete device;
+        },
+        Qt::BlockingQueuedConnection);
+    deviceThread.quit();
+    deviceThread.wait();
+    return r;
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    QCoreApplication app(argc, argv);
+    qInstallMessageHandler(quietLoopLines);
+    const int costFrames = 20000;
+    const int latencyFrames = 2000;
+    std::printf("%6s %14s %14s %12s %8s %7s\n", "LEDs", "update us/fr", "latency med", "latency p99",
+                "frames", "errors");
+    for (int leds : {60, 300, 1000}) {
+        const Result r = run(leds, costFrames, latencyFrames);
+        std::printf("%6d %14.2f %11.3f ms %9.3f ms %8d %7d\n", leds, r.updateUs, r.medianMs, r.p99Ms,
+                    r.frames, r.errors);
+        std::fflush(stdout);
+    }
+    return 0;
+}
