@@ -63,6 +63,8 @@ AbsRGBController::AbsRGBController(QObject* parent)
 
     connect(&refreshTimer, &QTimer::timeout, this, &AbsRGBController::internalUpdate);
     refreshTimer.setInterval(kRefreshMs);
+    // A coarse timer may fire a little early, and a refresh under 800 ms would not be reported.
+    refreshTimer.setTimerType(Qt::PreciseTimer);
     refreshTimer.start();
     intervalTimer.start();
 }
