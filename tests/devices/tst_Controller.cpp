@@ -167,6 +167,21 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(rig.device.lastColors(), rgb(next), kWait);
     }
 
+    void smallerLayoutKeepsTheBlackLine()
+    {
+        DeviceRig rig;
+        QVERIFY(rig.start(DeviceRig::defaultOptions(5)));
+        QSignalSpy sent(rig.controller.data(), &OVController::writeToPort);
+        rig.controller->setEnable(false);
+        QCOMPARE(lastSent(sent), frameBytes(5, QByteArray(15, 0)));
+        // The black line keeps its five records: the frame says 2 and carries them all.
+        rig.controller->setLayout(2, {2});
+        rig.controller->update(QVector<OV_RGB>{{1, 2, 3}});
+        QCOMPARE(lastSent(sent), frameBytes(2, QByteArray(15, 0)));
+        QTRY_COMPARE_WITH_TIMEOUT(rig.device.lastFrame(), frameBytes(2, QByteArray(15, 0)), kWait);
+        QCOMPARE(rig.device.decodeErrors(), 0);
+    }
+
     void disabledFromSettingsPadsToBlack()
     {
         ControlOptions o = DeviceRig::defaultOptions(3);

@@ -2,6 +2,7 @@
 
 #include <QElapsedTimer>
 #include <QFileInfo>
+#include <QProcess>
 #include <QSerialPort>
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -222,6 +223,39 @@ private slots:
         // Linux hangs the slave up: the host's read sees the end of the file, a read error.
         QTRY_VERIFY_WITH_TIMEOUT(!failed.isEmpty(), kWait);
         QCOMPARE(failed.first().at(0).value<QSerialPort::SerialPortError>(), QSerialPort::ReadError);
+    }
+
+    void headlessProgram()
+    {
+        QTemporaryDir dir;
+        const QString link = dir.filePath(QStringLiteral("ttyStrip"));
+        QProcess program;
+        program.start(QStringLiteral(DEVSIM_PATH),
+                      {QStringLiteral("--headless"), QStringLiteral("--link"), link,
+                       QStringLiteral("--reply"), QStringLiteral("OVTEST,0102"), QStringLiteral("--leds"),
+                       QStringLiteral("4")});
+        QVERIFY(program.waitForStarted(kWait));
+        QByteArray out;
+        QTRY_VERIFY_WITH_TIMEOUT((out += program.readAllStandardOutput()).contains("link "), kWait);
+        QVERIFY(out.startsWith("/dev/pts/"));
+        QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(link).isSymLink(), kWait);
+
+        QSerialPort host;
+        host.setPortName(link);
+        QVERIFY(host.open(QIODevice::ReadWrite));
+        host.write("Moni-A");
+        QByteArray reply;
+        QTRY_VERIFY_WITH_TIMEOUT((reply += host.readAll()) == "OVTEST,0102\r\n", kWait);
+        // A bad header, then a good frame: one error, one frame.
+        host.write(QByteArray("Adb\x00\x00\x01", 6) + frame(2, QByteArray::fromHex("0a0b0c0d0e0f")));
+        QTRY_VERIFY_WITH_TIMEOUT(
+            (out += program.readAllStandardOutput()).contains("errors=1 leds=4 first=#0a0b0c"), kWait);
+
+        program.terminate();
+        QVERIFY(program.waitForFinished(kWait));
+        QCOMPARE(program.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(program.exitCode(), 0);
+        QVERIFY(!QFileInfo(link).isSymLink());
     }
 
     void refusesToReplaceAFile()
