@@ -30,7 +30,14 @@ OVSerialPort::OVSerialPort(QObject* parent)
 
 OVSerialPort::~OVSerialPort()
 {
-    serial->close();
+    {
+        // Nobody listens for the outcome of a close in teardown; closing a closed port would
+        // still report NotOpenError.
+        const QSignalBlocker quiet(serial);
+        if (serial->isOpen()) {
+            serial->close();
+        }
+    }
     serial->deleteLater();
 }
 

@@ -11,7 +11,8 @@
 #include <deque>
 
 // A virtual LED strip on a pseudo-terminal: answers the "Moni-A" salutation and decodes every
-// colour frame it receives. Runs on the thread that created it (its own event loop drives it).
+// colour frame it receives. Driven by the event loop of the thread it lives in; to run it on
+// another thread, move it there before open() and call open() on that thread.
 class VirtualLedDevice : public QObject
 {
     Q_OBJECT
