@@ -4,6 +4,7 @@
 #include <QMetaEnum>
 #include <QMetaType>
 #include <QSignalBlocker>
+#include <QThread>
 
 OVSerialPort::OVSerialPort(QObject* parent)
     : QObject(parent)
@@ -38,7 +39,13 @@ OVSerialPort::~OVSerialPort()
             serial->close();
         }
     }
-    serial->deleteLater();
+    // A deleteLater posted while the port thread winds down may never run, so the serial port
+    // goes at once when this is its own thread.
+    if (serial->thread() == QThread::currentThread()) {
+        delete serial;
+    } else {
+        serial->deleteLater();
+    }
 }
 
 bool OVSerialPort::open(const QString& name)
