@@ -1,4 +1,6 @@
 #include "ConfigurationManager.h"
+#include "DeviceManager.h"
+#include "EffectsManager.h"
 #include "MessageHandler.h"
 #include "ShutdownSignals.h"
 #include "SingleInstance.h"
@@ -43,7 +45,18 @@ int main(int argc, char* argv[])
     QObject::connect(&shutdownSignals, &ShutdownSignals::shutdownRequested, &app, &QCoreApplication::quit);
     shutdownSignals.install();
 
-    const int exitCode = app.exec();
+    int exitCode = 0;
+    {
+        // The registries, in the order the application controller will hold them, so that they
+        // go in reverse: workers unload while their controllers still exist, then each controller
+        // sends its black frame.
+        DeviceManager devices;
+        EffectsManager effects;
+        exitCode = app.exec();
+    }
+    // Controllers are released with deleteLater; with the loop gone, run those deletions now so
+    // every device gets its black frame before the configuration is saved.
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 
     ConfigurationManager::instance()->save();
     return exitCode;

@@ -1,4 +1,5 @@
 #include "StartupSteps.h"
+#include "VirtualLedDevice.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -72,6 +73,9 @@ public:
     void prepare(QProcess& process) const
     {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        if (!extraPorts.isEmpty()) {
+            env.insert("ORVANTA_EXTRA_PORTS", extraPorts);
+        }
         env.insert("HOME", root.path());
         env.insert("XDG_CONFIG_HOME", root.filePath("config"));
         env.insert("XDG_DATA_HOME", root.filePath("data"));
@@ -87,6 +91,8 @@ public:
     }
 
     bool isValid() const { return root.isValid(); }
+
+    QString extraPorts;
 
 private:
     QTemporaryDir root;
@@ -112,11 +118,48 @@ private slots:
     void heldLockWithoutListenerEndsQuietly();
     void killedFirstInstanceIsReplaced();
     void cleanStartupWipesOnce();
+    void programDrivesAVirtualStrip();
 
 private:
     void startFirst(const Sandbox& box, QProcess& process, const QStringList& args = {});
     void stop(QProcess& process, int signalNumber = SIGTERM);
 };
+
+// The whole path from start to the wire: the program finds a virtual strip among its extra ports,
+// gives it the model's defaults, keeps it refreshed, and on SIGTERM releases it dark and saves it.
+void TestStartup::programDrivesAVirtualStrip()
+{
+    Sandbox box;
+    QVERIFY(box.isValid());
+    VirtualLedDevice device;
+    const QString link = box.path() + QStringLiteral("/ttyOV0");
+    QVERIFY2(device.open(link), qPrintable(device.errorString()));
+    box.extraPorts = link;
+
+    QProcess process;
+    startFirst(box, process);
+    QTRY_VERIFY_WITH_TIMEOUT(device.salutations() >= 1, kStartTimeoutMs);
+    // Nothing is bound yet, so the controller's own refresh sends black frames of the model's size.
+    QTRY_VERIFY_WITH_TIMEOUT(device.frameCount() >= 2, kStartTimeoutMs);
+    QCOMPARE(device.lastCount(), uint16_t(72));
+    QCOMPARE(device.lastColors().size(), 72);
+    QVERIFY(
+        box.mainLogText().contains(QStringLiteral("OVControllerEnumerator found a device: OV5512:41424344")));
+
+    const int framesBeforeStop = device.frameCount();
+    stop(process);
+    QVERIFY(box.mainLogText().contains(
+        QStringLiteral("The port is released, the black buffer is writeen: true")));
+    // The release frame sits in the pty until this loop reads it.
+    QTRY_VERIFY_WITH_TIMEOUT(device.frameCount() > framesBeforeStop, kStartTimeoutMs);
+    QCOMPARE(device.lastColors(), QVector<VirtualLedDevice::Rgb>(72));
+    const QJsonObject saved =
+        QJsonDocument::fromJson(
+            readBytes(box.configDir() + QStringLiteral("/controllers/OV5512%3A41424344.json")))
+            .object();
+    QCOMPARE(saved.value("nbLeds").toInt(), 72);
+    QCOMPARE(saved.value("kindName").toString(), link);
+}
 
 void TestStartup::startFirst(const Sandbox& box, QProcess& process, const QStringList& args)
 {
