@@ -37,17 +37,17 @@ const char* const StartupSteps::appVersion = ORVANTA_VERSION;
 QList<QCommandLineOption> StartupSteps::commandLineOptions()
 {
     QList<QCommandLineOption> options;
-    for (const OptionSpec& spec : kOptions) {
-        options.append(QCommandLineOption(QString::fromLatin1(spec.name),
-                                          QString::fromLatin1(spec.description), QString(), QString()));
+    for (const OptionSpec& flag : kOptions) {
+        options.append(QCommandLineOption(QString::fromLatin1(flag.name),
+                                          QString::fromLatin1(flag.description), QString(), QString()));
     }
     return options;
 }
 
 void StartupSteps::applyOptionProperties(QCoreApplication& app, const QCommandLineParser& parser)
 {
-    for (const OptionSpec& spec : kOptions) {
-        app.setProperty(spec.property, parser.isSet(QString::fromLatin1(spec.name)));
+    for (const OptionSpec& flag : kOptions) {
+        app.setProperty(flag.property, parser.isSet(QString::fromLatin1(flag.name)));
     }
 }
 
