@@ -11,7 +11,7 @@ deps:
 	@scripts/install-deps
 
 $(RELEASE_DIR)/CMakeCache.txt: | deps
-	cmake -S . -B $(RELEASE_DIR) -DCMAKE_BUILD_TYPE=Release
+	cmake -S . -B $(RELEASE_DIR) -DCMAKE_BUILD_TYPE=Release -DORVANTA_BUILD_TESTS=OFF
 
 $(DEBUG_DIR)/CMakeCache.txt: | deps
 	cmake -S . -B $(DEBUG_DIR) -DCMAKE_BUILD_TYPE=Debug -DORVANTA_SANITIZE=ON
