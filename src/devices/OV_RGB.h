@@ -13,8 +13,14 @@ struct OV_RGB
 };
 static_assert(sizeof(OV_RGB) == 3, "OV_RGB must be exactly 3 bytes with no padding");
 
-inline bool operator==(const OV_RGB& a, const OV_RGB& b) { return a.r == b.r && a.g == b.g && a.b == b.b; }
-inline bool operator!=(const OV_RGB& a, const OV_RGB& b) { return !(a == b); }
+inline bool operator==(const OV_RGB& a, const OV_RGB& b)
+{
+    return a.r == b.r && a.g == b.g && a.b == b.b;
+}
+inline bool operator!=(const OV_RGB& a, const OV_RGB& b)
+{
+    return !(a == b);
+}
 
 Q_DECLARE_METATYPE(OV_RGB)
 Q_DECLARE_METATYPE(QVector<OV_RGB>)
