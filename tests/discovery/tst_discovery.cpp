@@ -1,10 +1,10 @@
 #include "ConfigurationManager.h"
 #include "DeviceManager.h"
-#include "DiscoveryFixture.h"
 #include "ExtraPortsWatcher.h"
 #include "LogCapture.h"
 #include "OVControllerEnumerator.h"
 #include "PortArrivalWatcher.h"
+#include "TestFiles.h"
 #include "VirtualLedDevice.h"
 
 #include <QDir>
@@ -45,13 +45,6 @@ public:
 QString sourceData()
 {
     return QStringLiteral(ORVANTA_SOURCE_DIR "/data");
-}
-
-bool writeFile(const QString& path, const QByteArray& bytes)
-{
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size();
 }
 
 AbsRGBControllerPtr controllerAt(const QSignalSpy& spy, int index)
@@ -102,7 +95,9 @@ private slots:
         log = std::make_unique<LogCapture>();
         workDir = std::make_unique<QTemporaryDir>();
         QVERIFY(workDir->isValid());
-        QVERIFY(DiscoveryFixture::installDeviceData(sourceData(), workDir->path()));
+        QVERIFY(
+            TestFiles::copyTree(sourceData() + "/controler_config", workDir->filePath("controler_config")) &&
+            TestFiles::copyTree(sourceData() + "/images", workDir->filePath("images")));
         // The defaults must come from the working directory, never from beside this program;
         // a run that was killed may have left its temporary copies there.
         QDir(QCoreApplication::applicationDirPath() + "/controler_config").removeRecursively();
@@ -120,14 +115,14 @@ private slots:
 
     void cleanup()
     {
-        DiscoveryFixture::flushDeletes();
+        TestFiles::flushDeletes();
         links.reset();
         QDir::setCurrent(workDir->path());
     }
 
     void cleanupTestCase()
     {
-        DiscoveryFixture::flushDeletes();
+        TestFiles::flushDeletes();
         log.reset();
     }
 
@@ -136,56 +131,34 @@ private slots:
     void handshake_data()
     {
         QTest::addColumn<QByteArray>("reply");
-        QTest::addColumn<bool>("accepted");
-        QTest::addColumn<QString>("id");
+        QTest::addColumn<QString>("id"); // null: refused
         QTest::addColumn<QString>("model");
         QTest::addColumn<QString>("serial");
         QTest::addColumn<QString>("logLine");
-
-        QTest::newRow("model and serial") << QByteArray("OV5512,ABCD\r\n") << true << "OV5512:41424344"
-                                          << "OV5512"
-                                          << "41424344"
-                                          << "id: \"OV5512:41424344\"";
-        QTest::newRow("lower-case magic") << QByteArray("ov5512,AB\r\n") << true << "OV5512:4142"
-                                          << "ov5512"
-                                          << "4142"
-                                          << "removed the raw string tail: \"ov5512,AB\"";
-        QTest::newRow("no serial") << QByteArray("OV5512\r\n") << true << "OV5512"
-                                   << "OV5512"
-                                   << ""
-                                   << "[OVControllerEnumerator]: The device has no serial:";
-        QTest::newRow("magic only") << QByteArray("OV") << true << ""
-                                    << ""
-                                    << ""
-                                    << "id: \"\"";
-        QTest::newRow("serial bytes beyond ASCII")
-            << QByteArray("OV2408,z\xe9\r\n") << true << "OV2408:7AE9"
-            << "OV2408"
-            << "7AE9"
-            << "[OVControllerEnumerator]: Loading device serial and model:";
-        QTest::newRow("second line cuts the header")
-            << QByteArray("OV5512,AB\r\nCD\r\n") << true << "5512,AB\r\nCD"
-            << "5512,AB\r\nCD"
-            << ""
-            << "removed the raw string hreader:";
-        QTest::newRow("no magic") << QByteArray("XY5512,ABCD\r\n") << false << ""
-                                  << ""
-                                  << ""
-                                  << "Failed to verify deviece <";
-        QTest::newRow("empty line") << QByteArray("\r\n") << false << ""
-                                    << ""
-                                    << ""
-                                    << "Failed to verify deviece <";
-        QTest::newRow("magic too late") << QByteArray(" OV5512,ABCD\r\n") << false << ""
-                                        << ""
-                                        << ""
-                                        << "Failed to verify deviece <";
+        const auto row = [](const char* name, const QByteArray& reply, const QString& id,
+                            const QString& model, const QString& serial, const QString& logLine) {
+            QTest::newRow(name) << reply << id << model << serial << logLine;
+        };
+        const QString refused = QStringLiteral("Failed to verify deviece <");
+        row("model and serial", "OV5512,ABCD\r\n", "OV5512:41424344", "OV5512", "41424344",
+            "id: \"OV5512:41424344\"");
+        row("lower-case magic", "ov5512,AB\r\n", "OV5512:4142", "ov5512", "4142",
+            "removed the raw string tail: \"ov5512,AB\"");
+        row("no serial", "OV5512\r\n", "OV5512", "OV5512", "",
+            "[OVControllerEnumerator]: The device has no serial:");
+        row("magic only", "OV", "", "", "", "id: \"\"");
+        row("serial bytes beyond ASCII", "OV2408,z\xe9\r\n", "OV2408:7AE9", "OV2408", "7AE9",
+            "[OVControllerEnumerator]: Loading device serial and model:");
+        row("second line cuts the header", "OV5512,AB\r\nCD\r\n", "5512,AB\r\nCD", "5512,AB\r\nCD", "",
+            "removed the raw string hreader:");
+        row("no magic", "XY5512,ABCD\r\n", QString(), "", "", refused);
+        row("empty line", "\r\n", QString(), "", "", refused);
+        row("magic too late", " OV5512,ABCD\r\n", QString(), "", "", refused);
     }
 
     void handshake()
     {
         QFETCH(QByteArray, reply);
-        QFETCH(bool, accepted);
         QFETCH(QString, id);
         QFETCH(QString, model);
         QFETCH(QString, serial);
@@ -199,7 +172,7 @@ private slots:
 
         QTRY_VERIFY_WITH_TIMEOUT(log->contains(logLine), HandshakeMs);
         QVERIFY(dev->salutations() >= 1);
-        if (!accepted) {
+        if (id.isNull()) {
             QVERIFY(log->contains(QStringLiteral("Failed to verify deviece <%1>").arg(dev->linkPath()),
                                   QtInfoMsg));
             QCOMPARE(found.count(), 0);
@@ -219,24 +192,6 @@ private slots:
         QVERIFY(
             log->contains(QStringLiteral("[OVControllerEnumerator]:  \"%1\" returned").arg(dev->linkPath())));
         QCOMPARE(enumerator.controllers().size(), 1);
-    }
-
-    void unknownModelGetsCompiledInIcon()
-    {
-        Device dev = device(QStringLiteral("ttyIcon"), "OV9999,01\r\n");
-        QVERIFY(dev);
-        OVControllerEnumerator enumerator;
-        QSignalSpy found(&enumerator, &OVControllerEnumerator::deviceEnabled);
-        enumerator.verifyDevice(dev->linkPath());
-        QTRY_COMPARE_WITH_TIMEOUT(found.count(), 1, HandshakeMs);
-        const ControlOptions& options = controllerAt(found, 0)->controlOptions();
-        QCOMPARE(options.icon.size(), QImage(QStringLiteral(":/images/Ov5512Icon.jpg")).size());
-        QVERIFY(!options.icon.isNull());
-        QVERIFY(options.image.isNull());
-        QCOMPARE(options.kindName, dev->linkPath());
-        QVERIFY(
-            log->contains("[OVControllerEnumerator]: Incorrect configuration from default configuration file",
-                          QtWarningMsg));
     }
 
     void splitReplyIsParsedFromFirstChunk()
@@ -274,7 +229,7 @@ private slots:
         QCOMPARE(found.count(), 0);
 
         // The port was closed: the same device is found once it speaks.
-        DiscoveryFixture::flushDeletes();
+        TestFiles::flushDeletes();
         dev->setReplyMode(Mode::Normal);
         enumerator.verifyDevice(dev->linkPath());
         QTRY_COMPARE_WITH_TIMEOUT(found.count(), 1, HandshakeMs);
@@ -292,7 +247,7 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(
             log->contains(QStringLiteral("Failed to verify deviece <%1>").arg(noisy->linkPath()), QtInfoMsg),
             HandshakeMs);
-        DiscoveryFixture::flushDeletes();
+        TestFiles::flushDeletes();
         QCOMPARE(found.count(), 0);
 
         // Ready for more.
@@ -402,68 +357,10 @@ private slots:
         QCOMPARE(controllerAt(found, 0)->controlOptions().portName, first->linkPath());
 
         // The second port stays open: nobody else can take it.
-        DiscoveryFixture::flushDeletes();
+        TestFiles::flushDeletes();
         QSerialPort probe(second->linkPath());
         QVERIFY(!probe.open(QIODevice::ReadWrite));
         QVERIFY(!log->contains("device response timeout： " + second->linkPath()));
-    }
-
-    void removeControllerForgetsTheId()
-    {
-        Device dev = device(QStringLiteral("ttyForget"), "OV5512,F0\r\n");
-        QVERIFY(dev);
-        OVControllerEnumerator enumerator;
-        QSignalSpy found(&enumerator, &OVControllerEnumerator::deviceEnabled);
-        enumerator.verifyDevice(dev->linkPath());
-        QTRY_COMPARE_WITH_TIMEOUT(found.count(), 1, HandshakeMs);
-        QCOMPARE(enumerator.controllers().size(), 1);
-        QVERIFY(enumerator.removeController(QStringLiteral("OV5512:4630")));
-        QVERIFY(log->contains("[OVEnumerator] OV5512:4630 removed", QtInfoMsg));
-        QVERIFY(enumerator.controllers().isEmpty());
-        // Unknown ids are answered the same way.
-        QVERIFY(enumerator.removeController(QStringLiteral("nothing")));
-        // A dead controller is not listed.
-        found.clear();
-        QVERIFY(enumerator.controllers().isEmpty());
-    }
-
-    void deadControllersAreNotListed()
-    {
-        Device dev = device(QStringLiteral("ttyDead"), "OV5512,D0\r\n");
-        QVERIFY(dev);
-        OVControllerEnumerator enumerator;
-        QSignalSpy found(&enumerator, &OVControllerEnumerator::deviceEnabled);
-        enumerator.verifyDevice(dev->linkPath());
-        QTRY_COMPARE_WITH_TIMEOUT(found.count(), 1, HandshakeMs);
-        QPointer<AbsRGBController> watched = controllerAt(found, 0).data();
-        found.clear();
-        QTRY_VERIFY(watched.isNull());
-        QVERIFY(enumerator.controllers().isEmpty());
-    }
-
-    void portFailureRemovesTheDevice()
-    {
-        Device dev = device(QStringLiteral("ttyFail"), "OV5512,FA\r\n");
-        QVERIFY(dev);
-        OVControllerEnumerator enumerator;
-        QSignalSpy found(&enumerator, &OVControllerEnumerator::deviceEnabled);
-        enumerator.verifyDevice(dev->linkPath());
-        QTRY_COMPARE_WITH_TIMEOUT(found.count(), 1, HandshakeMs);
-        dev->close();
-        QTRY_VERIFY_WITH_TIMEOUT(log->contains("[OVEnumerator] OV5512:4641 has an error", QtInfoMsg),
-                                 HandshakeMs);
-        QVERIFY(log->contains("[OVEnumerator] OV5512:4641 removed"));
-        QVERIFY(enumerator.controllers().isEmpty());
-    }
-
-    void scanControllersSlotIsHarmless()
-    {
-        OVControllerEnumerator enumerator;
-        QTRY_VERIFY(log->contains("[OVControllerEnumerator]: End scan devices list"));
-        log->clear();
-        QVERIFY(QMetaObject::invokeMethod(&enumerator, "scanControllers"));
-        const int systemPorts = QSerialPortInfo::availablePorts().size();
-        QTRY_COMPARE(log->count("[OVControllerEnumerator]: Start verifying device:"), systemPorts);
     }
 
     // ---- arrivals ----
@@ -515,18 +412,6 @@ private slots:
         QCOMPARE(bar->controlOptions().brightness, 0.6f);
     }
 
-    void startupScanOfNothingEnds()
-    {
-        if (!QSerialPortInfo::availablePorts().isEmpty())
-            QSKIP("this machine lists serial ports of its own");
-        QElapsedTimer clock;
-        clock.start();
-        OVControllerEnumerator enumerator;
-        QTRY_VERIFY(log->contains("[OVControllerEnumerator]: End scan devices list"));
-        QVERIFY(clock.elapsed() >= 90);
-        QCOMPARE(log->count("Start verifying device:"), 0);
-    }
-
     void newDeviceAtWatchedPathIsFound()
     {
         qputenv("ORVANTA_EXTRA_PORTS", QFile::encodeName(linkPath("ttyLate*")));
@@ -542,14 +427,6 @@ private slots:
     }
 
     // ---- ORVANTA_EXTRA_PORTS ----
-
-    void configuredEntries()
-    {
-        qputenv("ORVANTA_EXTRA_PORTS", "/dev/ttyX0::/tmp/links/tty*:");
-        QCOMPARE(ExtraPortsWatcher::configuredEntries(), (QStringList{"/dev/ttyX0", "/tmp/links/tty*"}));
-        qunsetenv("ORVANTA_EXTRA_PORTS");
-        QVERIFY(ExtraPortsWatcher::configuredEntries().isEmpty());
-    }
 
     void expandEntries_data()
     {
@@ -569,9 +446,9 @@ private slots:
     {
         QFETCH(QStringList, entries);
         QFETCH(QStringList, expected);
-        QVERIFY(writeFile(linkPath("ttyA"), "a"));
-        QVERIFY(writeFile(linkPath("ttyB"), "b"));
-        QVERIFY(writeFile(linkPath("other"), "o"));
+        QVERIFY(TestFiles::write(linkPath("ttyA"), "a"));
+        QVERIFY(TestFiles::write(linkPath("ttyB"), "b"));
+        QVERIFY(TestFiles::write(linkPath("other"), "o"));
         QCOMPARE(
             ::symlink(QFile::encodeName(linkPath("ttyA")).constData(), QFile::encodeName(linkPath("ttyL"))),
             0);
@@ -587,17 +464,17 @@ private slots:
 
     void watcherReportsNewAndReturningPaths()
     {
-        QVERIFY(writeFile(linkPath("ttyOld"), "x"));
+        QVERIFY(TestFiles::write(linkPath("ttyOld"), "x"));
         ExtraPortsWatcher watcher(QStringList{linkPath("tty*")}, nullptr);
         QSignalSpy arrived(&watcher, &PortArrivalWatcher::portArrived);
         QCOMPARE(watcher.watchedFolders(), QStringList{links->path()});
 
-        QVERIFY(writeFile(linkPath("ttyNew"), "x"));
+        QVERIFY(TestFiles::write(linkPath("ttyNew"), "x"));
         QTRY_COMPARE(arrived.count(), 1);
         QCOMPARE(arrived.at(0).at(0).toString(), linkPath("ttyNew"));
 
         // A path that does not match is no arrival; a symlink that does is one.
-        QVERIFY(writeFile(linkPath("notAPort"), "x"));
+        QVERIFY(TestFiles::write(linkPath("notAPort"), "x"));
         QCOMPARE(::symlink(QFile::encodeName(linkPath("ttyOld")).constData(),
                            QFile::encodeName(linkPath("ttyLink"))),
                  0);
@@ -606,7 +483,7 @@ private slots:
 
         // Gone and back at once, between two notices, still counts.
         QVERIFY(QFile::remove(linkPath("ttyNew")));
-        QVERIFY(writeFile(linkPath("ttyNew"), "changed"));
+        QVERIFY(TestFiles::write(linkPath("ttyNew"), "changed"));
         QTRY_COMPARE(arrived.count(), 3);
         QCOMPARE(arrived.at(2).at(0).toString(), linkPath("ttyNew"));
 
@@ -619,28 +496,6 @@ private slots:
         QTRY_COMPARE(arrived.count(), 4);
         QCOMPARE(arrived.at(3).at(0).toString(), linkPath("ttyLink"));
         QCOMPARE(log->count("A watched port appeared: " + linkPath("ttyOld")), 0);
-    }
-
-    void systemWatcherStartsOrSaysWhy()
-    {
-        // udev may be absent (containers); then the watcher says so and reports nothing.
-        std::unique_ptr<PortArrivalWatcher> watcher(PortArrivalWatcher::createSystemWatcher(nullptr));
-        QVERIFY(watcher);
-        QSignalSpy arrived(watcher.get(), &PortArrivalWatcher::portArrived);
-        const bool warned = log->contains("[PortArrivalWatcherUdev]", QtWarningMsg);
-        QVERIFY(arrived.isValid());
-        if (!warned)
-            QVERIFY(watcher->findChildren<QSocketNotifier*>().size() == 1);
-        QCoreApplication::processEvents();
-        QCOMPARE(arrived.count(), 0);
-    }
-
-    void watcherWithMissingFolderWarns()
-    {
-        const QString folder = linkPath("nowhere");
-        ExtraPortsWatcher watcher(QStringList{folder + "/tty*"}, nullptr);
-        QVERIFY(watcher.watchedFolders().isEmpty());
-        QVERIFY(log->contains("[ExtraPortsWatcher]: Cannot watch the folder " + folder, QtWarningMsg));
     }
 
     // ---- the defaults file ----
@@ -699,9 +554,9 @@ private slots:
         QFETCH(int, logType);
 
         QTemporaryDir cwd;
-        QVERIFY(DiscoveryFixture::copyTree(sourceData() + "/images", cwd.filePath("images")));
+        QVERIFY(TestFiles::copyTree(sourceData() + "/images", cwd.filePath("images")));
         if (!file.isNull())
-            QVERIFY(writeFile(cwd.filePath("controler_config/OVController.json"), file));
+            QVERIFY(TestFiles::write(cwd.filePath("controler_config/OVController.json"), file));
         QVERIFY(QDir::setCurrent(cwd.path()));
 
         OVControllerEnumerator enumerator;
@@ -719,51 +574,6 @@ private slots:
         } else {
             QVERIFY2(log->contains(logLine, logType), qPrintable(log->lines().join('\n')));
         }
-    }
-
-    void defaultsFallBackToProgramFolder()
-    {
-        const QString programData = QCoreApplication::applicationDirPath() + "/controler_config";
-        QVERIFY(!QFileInfo::exists(programData));
-        QVERIFY(DiscoveryFixture::installDeviceData(sourceData(), QCoreApplication::applicationDirPath()));
-        QTemporaryDir cwd;
-        QVERIFY(QDir::setCurrent(cwd.path()));
-        OVControllerEnumerator enumerator;
-        MemoryController controller(QStringLiteral("OV5512"));
-        enumerator.loadDefaults(&controller);
-        const ControlOptions options = controller.controlOptions();
-        QDir(programData).removeRecursively();
-        QDir(QCoreApplication::applicationDirPath() + "/images").removeRecursively();
-        QCOMPARE(options.nbLeds, 72u);
-        QVERIFY(!options.icon.isNull());
-        QVERIFY(!options.image.isNull());
-    }
-
-    void shippedDefaultsAreValid()
-    {
-        QFile file(sourceData() + "/controler_config/OVController.json");
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        QJsonParseError error;
-        const QJsonDocument document = QJsonDocument::fromJson(file.readAll(), &error);
-        QCOMPARE(error.error, QJsonParseError::NoError);
-        const QJsonObject models = document.object();
-        QVERIFY(models.contains("OV5512"));
-        QVERIFY(models.size() >= 2);
-        for (auto it = models.begin(); it != models.end(); ++it) {
-            const QJsonObject entry = it.value().toObject();
-            const int nbLeds = entry.value("nbLeds").toInt();
-            int sum = 0;
-            for (const QJsonValue& line : entry.value("lines").toArray())
-                sum += line.toInt();
-            QVERIFY2(nbLeds > 0 && sum == nbLeds, qPrintable(it.key()));
-            QVERIFY(entry.value("brightness").isDouble());
-            QVERIFY2(!QImage(sourceData() + "/" + entry.value("icon").toString()).isNull(),
-                     qPrintable(it.key()));
-            QVERIFY2(!QImage(sourceData() + "/" + entry.value("image").toString()).isNull(),
-                     qPrintable(it.key()));
-        }
-        OVControllerEnumerator enumerator; // registers the compiled-in pictures
-        QVERIFY(!QImage(QStringLiteral(":/images/Ov5512Icon.jpg")).isNull());
     }
 
     // ---- per-device layout files ----
@@ -798,13 +608,13 @@ private slots:
         const QString modelFile = dataDir + "/controler_config/OVT001.json";
         const QString programFile = QCoreApplication::applicationDirPath() + "/controler_config/OVT001.json";
         if (present.contains("serial"))
-            QVERIFY(writeFile(serialFile, R"({"key_len": 1, "key_wid": 2, "key_num": 11})"));
+            QVERIFY(TestFiles::write(serialFile, R"({"key_len": 1, "key_wid": 2, "key_num": 11})"));
         if (present.contains("serialArray"))
-            QVERIFY(writeFile(serialFile, "[1, 2]"));
+            QVERIFY(TestFiles::write(serialFile, "[1, 2]"));
         if (present.contains("model"))
-            QVERIFY(writeFile(modelFile, R"({"key_len": 3, "key_wid": 4, "key_num": 22})"));
+            QVERIFY(TestFiles::write(modelFile, R"({"key_len": 3, "key_wid": 4, "key_num": 22})"));
         if (present.contains("program"))
-            QVERIFY(writeFile(programFile, R"({"key_len": 5, "key_wid": 6, "key_num": 33})"));
+            QVERIFY(TestFiles::write(programFile, R"({"key_len": 5, "key_wid": 6, "key_num": 33})"));
 
         const ControlOptions options = OVControllerEnumerator::readOVControllerConfig("OVT001", "AB");
         QFile::remove(serialFile);

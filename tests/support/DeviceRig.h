@@ -4,14 +4,14 @@
 #include "OVSerialPort.h"
 #include "VirtualLedDevice.h"
 
-#include <QScopedPointer>
+#include <QSharedPointer>
 
 // A real OVController writing through a real port to a VirtualLedDevice on a pseudo-terminal.
 // The device is declared first so that it outlives the controller and reads its black frame.
 struct DeviceRig
 {
     VirtualLedDevice device;
-    QScopedPointer<OVController> controller;
+    QSharedPointer<OVController> controller;
 
     static ControlOptions defaultOptions(uint32_t nbLeds)
     {
