@@ -1,9 +1,8 @@
 #include "ConfigurationManager.h"
+#include "DeviceRig.h"
 #include "EffectsManager.h"
 #include "FlowingEffect.h"
-#include "OVController.h"
-#include "OVSerialPort.h"
-#include "VirtualLedDevice.h"
+#include "TestFiles.h"
 
 #include <QColor>
 #include <QCoreApplication>
@@ -60,12 +59,9 @@ void TestEffectsOnDevice::initTestCase()
     const QString colorful = QCoreApplication::applicationDirPath() + "/effects/colorful";
     QDir(QCoreApplication::applicationDirPath() + "/effects").removeRecursively();
     QVERIFY(QDir().mkpath(colorful));
-    QFile groups(QCoreApplication::applicationDirPath() + "/effects/groups.json");
-    QVERIFY(groups.open(QIODevice::WriteOnly));
-    groups.write(R"({"groups": [
+    QVERIFY(TestFiles::write(QCoreApplication::applicationDirPath() + "/effects/groups.json", R"({"groups": [
         {"id": "com.orvanta.singleColor", "defaultEffect": "com.orvanta.singleColor.singleColor1", "order": 0},
-        {"id": "com.orvanta.colorful", "defaultEffect": "com.orvanta.colorful.flowingEffect", "order": 1}]})");
-    groups.close();
+        {"id": "com.orvanta.colorful", "defaultEffect": "com.orvanta.colorful.flowingEffect", "order": 1}]})"));
     // A one-colour picture, so that every row and column gives the same LED colour.
     QImage picture(16, 12, QImage::Format_RGB32);
     picture.fill(QColor(100, 200, 60));
@@ -114,20 +110,14 @@ void TestEffectsOnDevice::effectOnStrip()
     QFETCH(double, nominalRate);
     QFETCH(QVector<Rgb>, expected);
 
-    VirtualLedDevice device;
-    QVERIFY2(device.open(), qPrintable(device.errorString()));
-    auto* port = new OVSerialPort;
-    QVERIFY(port->open(device.slavePath()));
-    ControlOptions options;
-    options.model = "OV5512";
+    DeviceRig rig;
+    ControlOptions options = DeviceRig::defaultOptions(6);
     options.serial = "E2E1";
     options.id = "OV5512:E2E1";
-    options.portName = device.slavePath();
-    options.nbLeds = 6;
-    options.lines = {6};
     options.brightness = 0.5f;
-    AbsRGBControllerPtr controller(new OVController(options, port), &QObject::deleteLater);
-    controller->updateFrameHeader();
+    QVERIFY(rig.start(options));
+    VirtualLedDevice& device = rig.device;
+    AbsRGBControllerPtr controller = rig.controller;
 
     {
         EffectsManager manager;
@@ -158,6 +148,7 @@ void TestEffectsOnDevice::effectOnStrip()
         manager.unbind(options.id);
     }
     controller.clear();
+    rig.controller.clear();
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 }
 
