@@ -59,64 +59,6 @@ private slots:
         QCOMPARE(device.decodeErrors(), 0);
     }
 
-    void delayedReply()
-    {
-        VirtualLedDevice device;
-        QVERIFY(device.open());
-        device.setReplyDelayMs(300);
-        QSerialPort host;
-        QVERIFY(openHost(host, device));
-        QElapsedTimer t;
-        t.start();
-        host.write("Moni-A");
-        QByteArray got;
-        QTRY_VERIFY_WITH_TIMEOUT((got += host.readAll()) == "OV5512,ABCD\r\n", kWait);
-        QVERIFY(t.elapsed() >= 250);
-    }
-
-    void splitReply()
-    {
-        VirtualLedDevice device;
-        QVERIFY(device.open());
-        device.setReplyMode(VirtualLedDevice::ReplyMode::Split);
-        device.setSplitDelayMs(600);
-        QSerialPort host;
-        QVERIFY(openHost(host, device));
-        host.write("Moni-A");
-        QByteArray first;
-        QTRY_VERIFY_WITH_TIMEOUT(!(first += host.readAll()).isEmpty(), kWait);
-        QVERIFY2(first.size() < 13, first.constData()); // the second half is 600 ms behind
-        QVERIFY(QByteArray("OV5512,ABCD\r\n").startsWith(first));
-        QByteArray all = first;
-        QTRY_VERIFY_WITH_TIMEOUT((all += host.readAll()) == "OV5512,ABCD\r\n", kWait);
-    }
-
-    void silentAndGarbage()
-    {
-        VirtualLedDevice device;
-        QVERIFY(device.open());
-        device.setReplyMode(VirtualLedDevice::ReplyMode::Silent);
-        QSerialPort host;
-        QVERIFY(openHost(host, device));
-        host.write("Moni-A");
-        QTRY_COMPARE_WITH_TIMEOUT(device.salutations(), 1, kWait);
-        // Had it answered, the answer would come before this marker.
-        device.sendRaw("#");
-        QByteArray got;
-        QTRY_VERIFY_WITH_TIMEOUT(!(got += host.readAll()).isEmpty(), kWait);
-        QCOMPARE(got, QByteArrayLiteral("#"));
-
-        device.setReplyMode(VirtualLedDevice::ReplyMode::Garbage);
-        device.setGarbageBytes(40);
-        for (int i = 0; i < 20; ++i) {
-            host.write("Moni-A");
-            got.clear();
-            QTRY_VERIFY_WITH_TIMEOUT((got += host.readAll()).size() >= 40, kWait);
-            QCOMPARE(got.size(), 40);
-            QVERIFY(!got.toUpper().startsWith("OV"));
-        }
-    }
-
     void decodesFramesAndSurplus()
     {
         VirtualLedDevice device;
@@ -138,7 +80,6 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(device.frameCount(), 3, kWait);
         QTRY_COMPARE_WITH_TIMEOUT(device.frames().size(), 3, kWait);
         QCOMPARE(device.frames().at(1), longer);
-        QCOMPARE(device.frames().at(1).size(), 21);
         QCOMPARE(device.lastFrame(), frame(1, QByteArray::fromHex("ffeedd")));
         QCOMPARE(decoded.count(), 3);
         QCOMPARE(device.decodeErrors(), 0);
@@ -152,13 +93,6 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(device.lastFrame(), big, kWait);
         QCOMPARE(device.decodeErrors(), 0);
         QVERIFY(device.frameRate() >= 1.0);
-
-        device.clearFrames();
-        QVERIFY(device.frames().isEmpty());
-        device.setKeepFrames(false);
-        host.write(frame(1, "abc"));
-        QTRY_COMPARE_WITH_TIMEOUT(device.frameCount(), 5, kWait);
-        QVERIFY(device.frames().isEmpty());
     }
 
     void decodeErrors_data()
