@@ -123,10 +123,6 @@ public:
     EffectWorkerOptions workerOptions() const override { return record("com.orvanta.test.probe"); }
     void unload() override {}
     void tick(double seconds) override { ticks.append(seconds); }
-
-    using AbsAnimatedEffect::pause;
-    using AbsAnimatedEffect::resume;
-    using AbsAnimatedEffect::setInterval;
 };
 
 } // namespace
@@ -135,495 +131,450 @@ class TestColorEffects : public QObject
 {
     Q_OBJECT
 private slots:
-    void initTestCase();
-    void init();
-    void cleanup();
-
-    // animated base
-    void animatedTickIsMeasured();
-
-    // catalogue
-    void catalogueRows();
-    void createByBothConstructors_data();
-    void createByBothConstructors();
-
-    // single colour
-    void singleColorFillsLines();
-    void singleColorRoundTrip();
-
-    // flowing
-    void flowingHueSteps_data();
-    void flowingHueSteps();
-    void flowingHardWrap();
-
-    // colour maps
-    void colorMapRows_data();
-    void colorMapRows();
-    void colorMapColumns_data();
-    void colorMapColumns();
-    void colorMapMissingPicture();
-    void colorMapSpeedPerDevice();
-
-    // mood shadow
-    void moodImageWidth_data();
-    void moodImageWidth();
-    void moodPhase_data();
-    void moodPhase();
-    void moodCounterRunsAcrossLines();
-    void moodFallbackStrap();
-    void moodJsonFallbacks();
-    void moodDeviceOverrides();
-    void moodCurrentStrapBounded_data();
-    void moodCurrentStrapBounded();
-    void moodAddAndRemove();
-    void moodSavedShape();
-    void moodRoundTrip();
-};
-
-void TestColorEffects::initTestCase()
-{
-    qRegisterMetaType<Frame>("QVector<QVector<OV_RGB>>");
-    qRegisterMetaType<Flat>("QVector<OV_RGB>");
-    // The factory registers the record type.
-    InternalEffectFactory factory;
-    Q_UNUSED(factory);
-}
-
-void TestColorEffects::init()
-{
-    ConfigurationManager::instance()->reset();
-    writeStrapDefaults(QByteArray());
-}
-
-void TestColorEffects::cleanup()
-{
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-}
-
-void TestColorEffects::animatedTickIsMeasured()
-{
-    QObject owner;
-    auto* probe = new ProbeEffect;
-    probe->setParent(&owner);
-    QTRY_VERIFY_WITH_TIMEOUT(probe->ticks.size() >= 2, 10000);
-    // The event loop is held up: the timer is late, and the next tick is one tick with the
-    // whole time, not a catch-up of several.
-    QThread::msleep(300);
-    const int before = probe->ticks.size();
-    QTRY_VERIFY_WITH_TIMEOUT(probe->ticks.size() >= before + 1, 10000);
-    QVERIFY2(probe->ticks.at(before) >= 0.28, qPrintable(QString::number(probe->ticks.at(before))));
-    QVERIFY(probe->ticks.at(before) < 10.0);
-}
-
-void TestColorEffects::catalogueRows()
-{
-    InternalEffectFactory factory;
-    QMap<QString, EffectWorkerOptions> rows;
-    for (const EffectWorkerOptions& row : factory.effects()) {
-        rows.insert(row.id, row);
-    }
-    QCOMPARE(rows.size(), 9);
-    struct Row
+    void initTestCase()
     {
-        const char* id;
-        const char* name;
-        int order;
-    };
-    const Row expected[] = {
-        {"com.orvanta.singleColor.singleColor1", "单色模式", 0},
-        {"com.orvanta.colorful.flowingEffect", "流光异彩", 0},
-        {"com.orvanta.colorful.moodShadow", "影随心动", 1},
-        {"com.orvanta.colorful.ColorMap_3", "幻彩模式 3", 2},
-        {"com.orvanta.colorful.ColorMap_4", "幻彩模式 4", 3},
-        {"com.orvanta.colorful.ColorMap_5", "幻彩模式 5", 4},
-        {"com.orvanta.colorful.ColorMap_6", "幻彩模式 6", 5},
-        {"com.orvanta.colorful.ColorMap_7", "幻彩模式 7", 6},
-        {"com.orvanta.colorful.ColorMap_8", "幻彩模式 8", 7},
-    };
-    QMap<QString, int> perGroup;
-    for (const Row& row : expected) {
-        const QString id = QString::fromUtf8(row.id);
-        QVERIFY2(rows.contains(id), row.id);
-        const EffectWorkerOptions& r = rows[id];
-        QCOMPARE(r.name, QString::fromUtf8(row.name));
-        QCOMPARE(r.desc, r.name);
-        QCOMPARE(r.order, row.order);
-        // No option panels yet.
-        QVERIFY(!r.optionWidget && !r.extraOptionWidget);
-        perGroup[id.left(id.lastIndexOf('.'))] += 1;
+        qRegisterMetaType<Frame>("QVector<QVector<OV_RGB>>");
+        qRegisterMetaType<Flat>("QVector<OV_RGB>");
+        // The factory registers the record type.
+        InternalEffectFactory factory;
+        Q_UNUSED(factory);
     }
-    QCOMPARE(perGroup.value("com.orvanta.singleColor"), 1);
-    QCOMPARE(perGroup.value("com.orvanta.colorful"), 8);
-}
 
-void TestColorEffects::createByBothConstructors_data()
-{
-    QTest::addColumn<QString>("id");
-    QTest::addColumn<QString>("className");
-    QTest::addColumn<bool>("flatShape");
-    QTest::newRow("single colour, parent only") << "com.orvanta.singleColor.singleColor1"
-                                                << "SingleColor" << false;
-    QTest::newRow("flowing, parent only") << "com.orvanta.colorful.flowingEffect"
-                                          << "FlowingEffect" << false;
-    QTest::newRow("mood shadow, record and parent") << "com.orvanta.colorful.moodShadow"
-                                                    << "MoodShadow" << false;
-    QTest::newRow("colour map, record and parent") << "com.orvanta.colorful.ColorMap_3"
-                                                   << "ColorMap" << true;
-}
+    void init()
+    {
+        ConfigurationManager::instance()->reset();
+        writeStrapDefaults(QByteArray());
+    }
 
-void TestColorEffects::createByBothConstructors()
-{
-    QFETCH(QString, id);
-    QFETCH(QString, className);
-    QFETCH(bool, flatShape);
-    writePicture(id.mid(id.lastIndexOf('.') + 1), 8, 8);
-    InternalEffectFactory factory;
-    std::unique_ptr<IEffectWorker> worker(factory.create(id));
-    QVERIFY(worker);
-    QVERIFY(!worker->parent());
-    QCOMPARE(QString(worker->metaObject()->className()), className);
-    QCOMPARE(worker->workerOptions().id, id);
-    QSignalSpy nestedSpy(worker.get(), qOverload<Frame>(&IEffectWorker::updateColors));
-    QSignalSpy flatSpy(worker.get(), qOverload<Flat>(&IEffectWorker::updateColors));
-    worker->load(controller("ctl", 5, {5}));
-    // A working worker: frames of the controller's size keep coming from its own timer.
-    QSignalSpy& spy = flatShape ? flatSpy : nestedSpy;
-    QTRY_VERIFY_WITH_TIMEOUT(spy.count() >= 3, 10000);
-    const Flat leds = flatShape ? flat(spy, spy.count() - 1) : flatten(nested(spy, spy.count() - 1));
-    QCOMPARE(leds.size(), 5);
-    worker->unload();
-}
+    void cleanup() { QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); }
 
-void TestColorEffects::singleColorFillsLines()
-{
-    SingleColor worker;
-    QSignalSpy spy(&worker, qOverload<Frame>(&IEffectWorker::updateColors));
-    worker.load(controller("lines", 9, {2, 0, 3}));
-    // White until told otherwise; load emits the first frame itself.
-    QCOMPARE(spy.count(), 1);
-    QCOMPARE(nested(spy, 0), Frame({Flat(2, rgb(255, 255, 255)), Flat(), Flat(3, rgb(255, 255, 255))}));
-    worker.setColor(QColor(12, 34, 56));
-    QCOMPARE(nested(spy, spy.count() - 1),
-             Frame({Flat(2, rgb(12, 34, 56)), Flat(), Flat(3, rgb(12, 34, 56))}));
-    // Twenty-five a second, whether or not anything changed.
-    const int before = spy.count();
-    QTRY_VERIFY_WITH_TIMEOUT(spy.count() >= before + 3, 10000);
-    QCOMPARE(nested(spy, spy.count() - 1), nested(spy, before - 1));
-}
+    void animatedTickIsMeasured()
+    {
+        QObject owner;
+        auto* probe = new ProbeEffect;
+        probe->setParent(&owner);
+        QTRY_VERIFY_WITH_TIMEOUT(probe->ticks.size() >= 2, 10000);
+        // The event loop is held up: the timer is late, and the next tick is one tick with the
+        // whole time, not a catch-up of several.
+        QThread::msleep(300);
+        const int before = probe->ticks.size();
+        QTRY_VERIFY_WITH_TIMEOUT(probe->ticks.size() >= before + 1, 10000);
+        QVERIFY2(probe->ticks.at(before) >= 0.28, qPrintable(QString::number(probe->ticks.at(before))));
+        QVERIFY(probe->ticks.at(before) < 10.0);
+    }
 
-void TestColorEffects::singleColorRoundTrip()
-{
+    void catalogueRows()
+    {
+        InternalEffectFactory factory;
+        QMap<QString, EffectWorkerOptions> rows;
+        for (const EffectWorkerOptions& row : factory.effects()) {
+            rows.insert(row.id, row);
+        }
+        QCOMPARE(rows.size(), 9);
+        struct Row
+        {
+            const char* id;
+            const char* name;
+            int order;
+        };
+        const Row expected[] = {
+            {"com.orvanta.singleColor.singleColor1", "单色模式", 0},
+            {"com.orvanta.colorful.flowingEffect", "流光异彩", 0},
+            {"com.orvanta.colorful.moodShadow", "影随心动", 1},
+            {"com.orvanta.colorful.ColorMap_3", "幻彩模式 3", 2},
+            {"com.orvanta.colorful.ColorMap_4", "幻彩模式 4", 3},
+            {"com.orvanta.colorful.ColorMap_5", "幻彩模式 5", 4},
+            {"com.orvanta.colorful.ColorMap_6", "幻彩模式 6", 5},
+            {"com.orvanta.colorful.ColorMap_7", "幻彩模式 7", 6},
+            {"com.orvanta.colorful.ColorMap_8", "幻彩模式 8", 7},
+        };
+        QMap<QString, int> perGroup;
+        for (const Row& row : expected) {
+            const QString id = QString::fromUtf8(row.id);
+            QVERIFY2(rows.contains(id), row.id);
+            const EffectWorkerOptions& r = rows[id];
+            QCOMPARE(r.name, QString::fromUtf8(row.name));
+            QCOMPARE(r.desc, r.name);
+            QCOMPARE(r.order, row.order);
+            // No option panels yet.
+            QVERIFY(!r.optionWidget && !r.extraOptionWidget);
+            perGroup[id.left(id.lastIndexOf('.'))] += 1;
+        }
+        QCOMPARE(perGroup.value("com.orvanta.singleColor"), 1);
+        QCOMPARE(perGroup.value("com.orvanta.colorful"), 8);
+    }
+
+    void createByBothConstructors_data()
+    {
+        QTest::addColumn<QString>("id");
+        QTest::addColumn<QString>("className");
+        QTest::addColumn<bool>("flatShape");
+        QTest::newRow("single colour, parent only") << "com.orvanta.singleColor.singleColor1"
+                                                    << "SingleColor" << false;
+        QTest::newRow("flowing, parent only") << "com.orvanta.colorful.flowingEffect"
+                                              << "FlowingEffect" << false;
+        QTest::newRow("mood shadow, record and parent") << "com.orvanta.colorful.moodShadow"
+                                                        << "MoodShadow" << false;
+        QTest::newRow("colour map, record and parent") << "com.orvanta.colorful.ColorMap_3"
+                                                       << "ColorMap" << true;
+    }
+
+    void createByBothConstructors()
+    {
+        QFETCH(QString, id);
+        QFETCH(QString, className);
+        QFETCH(bool, flatShape);
+        writePicture(id.mid(id.lastIndexOf('.') + 1), 8, 8);
+        InternalEffectFactory factory;
+        std::unique_ptr<IEffectWorker> worker(factory.create(id));
+        QVERIFY(worker);
+        QVERIFY(!worker->parent());
+        QCOMPARE(QString(worker->metaObject()->className()), className);
+        QCOMPARE(worker->workerOptions().id, id);
+        QSignalSpy nestedSpy(worker.get(), qOverload<Frame>(&IEffectWorker::updateColors));
+        QSignalSpy flatSpy(worker.get(), qOverload<Flat>(&IEffectWorker::updateColors));
+        worker->load(controller("ctl", 5, {5}));
+        // A working worker: frames of the controller's size keep coming from its own timer.
+        QSignalSpy& spy = flatShape ? flatSpy : nestedSpy;
+        QTRY_VERIFY_WITH_TIMEOUT(spy.count() >= 3, 10000);
+        const Flat leds = flatShape ? flat(spy, spy.count() - 1) : flatten(nested(spy, spy.count() - 1));
+        QCOMPARE(leds.size(), 5);
+        worker->unload();
+    }
+
+    void singleColorFillsLines()
     {
         SingleColor worker;
-        worker.load(controller("keep", 2, {2}));
-        worker.setColor(QColor(40, 50, 60));
-        worker.unload();
+        QSignalSpy spy(&worker, qOverload<Frame>(&IEffectWorker::updateColors));
+        worker.load(controller("lines", 9, {2, 0, 3}));
+        // White until told otherwise; load emits the first frame itself.
+        QCOMPARE(spy.count(), 1);
+        QCOMPARE(nested(spy, 0), Frame({Flat(2, rgb(255, 255, 255)), Flat(), Flat(3, rgb(255, 255, 255))}));
+        worker.setColor(QColor(12, 34, 56));
+        QCOMPARE(nested(spy, spy.count() - 1),
+                 Frame({Flat(2, rgb(12, 34, 56)), Flat(), Flat(3, rgb(12, 34, 56))}));
+        // Twenty-five a second, whether or not anything changed.
+        const int before = spy.count();
+        QTRY_VERIFY_WITH_TIMEOUT(spy.count() >= before + 3, 10000);
+        QCOMPARE(nested(spy, spy.count() - 1), nested(spy, before - 1));
     }
-    ConfigurationManager* store = ConfigurationManager::instance();
-    QCOMPARE(store->effectVariant("com.orvanta.singleColor.singleColor1", "keep", "color").toUInt(),
-             QColor(40, 50, 60).rgb());
-    SingleColor again;
-    QSignalSpy spy(&again, qOverload<Frame>(&IEffectWorker::updateColors));
-    again.load(controller("keep", 2, {2}));
-    QCOMPARE(again.currentColor(), QColor(40, 50, 60));
-    QCOMPARE(nested(spy, 0), Frame({Flat(2, rgb(40, 50, 60))}));
-    // A stored value that is not a number counts as lost: white again.
-    store->setEffectJsonValue("com.orvanta.singleColor.singleColor1", "broken", "color", QString("red"));
-    SingleColor broken;
-    broken.load(controller("broken", 1, {1}));
-    QCOMPARE(broken.currentColor(), QColor(Qt::white));
-}
 
-void TestColorEffects::flowingHueSteps_data()
-{
-    QTest::addColumn<uint32_t>("nbLeds");
-    QTest::addColumn<QVector<uint32_t>>("lines");
-    QTest::addColumn<int>("speed");
-    QTest::addColumn<int>("frame");
-    QTest::addColumn<QVector<QVector<int>>>("expected");
-
-    // Six LEDs: one sixth of the circle per LED; the first LED is one step past the frame's hue.
-    const QVector<QVector<int>> rainbow{{255, 255, 0}, {0, 255, 0},   {0, 255, 255},
-                                        {0, 0, 255},   {255, 0, 255}, {255, 0, 0}};
-    QTest::newRow("first frame, one line") << 6u << QVector<uint32_t>{6} << 0 << 0 << rainbow;
-    QTest::newRow("hue runs on across lines") << 6u << QVector<uint32_t>{2, 4} << 0 << 0 << rainbow;
-    // Speed 200 is 0.1 hue per frame; the third frame starts at hue 0.2: LEDs at 0.45, 0.7, 0.95, 0.2.
-    QTest::newRow("third frame at speed 200")
-        << 4u << QVector<uint32_t>{4} << 200 << 2
-        << QVector<QVector<int>>{{0, 255, 178}, {51, 0, 255}, {255, 0, 76}, {204, 255, 0}};
-    // The step follows nbLeds while the loop follows the lines.
-    QTest::newRow("lines shorter than nbLeds")
-        << 6u << QVector<uint32_t>{3} << 0 << 0
-        << QVector<QVector<int>>{{255, 255, 0}, {0, 255, 0}, {0, 255, 255}};
-    QTest::newRow("lines longer than nbLeds")
-        << 2u << QVector<uint32_t>{4} << 0 << 0
-        << QVector<QVector<int>>{{0, 255, 255}, {255, 0, 0}, {0, 255, 255}, {255, 0, 0}};
-}
-
-void TestColorEffects::flowingHueSteps()
-{
-    QFETCH(uint32_t, nbLeds);
-    QFETCH(QVector<uint32_t>, lines);
-    QFETCH(int, speed);
-    QFETCH(int, frame);
-    QFETCH(QVector<QVector<int>>, expected);
-
-    FlowingEffect worker;
-    QSignalSpy spy(&worker, qOverload<Frame>(&IEffectWorker::updateColors));
-    worker.load(controller("flow", nbLeds, lines));
-    worker.setSpeed(speed);
-    for (int i = 0; i <= frame; ++i) {
-        QVERIFY(QMetaObject::invokeMethod(&worker, "update"));
-    }
-    const Frame got = nested(spy, frame);
-    QCOMPARE(got.size(), lines.size());
-    for (int i = 0; i < lines.size(); ++i) {
-        QCOMPARE(uint32_t(got.at(i).size()), lines.at(i));
-    }
-    const Flat leds = flatten(got);
-    QCOMPARE(leds.size(), expected.size());
-    for (int i = 0; i < leds.size(); ++i) {
-        const OV_RGB want = rgb(expected[i][0], expected[i][1], expected[i][2]);
-        QVERIFY2(near(leds.at(i), want),
-                 qPrintable(QString("LED %1: %2 instead of %3").arg(i).arg(show(leds.at(i)), show(want))));
-    }
-}
-
-void TestColorEffects::flowingHardWrap()
-{
-    // Speed 1200 is 0.6 hue per frame: 0, 0.6, then 1.2 resets to 0.0 rather than to 0.2.
-    FlowingEffect worker;
-    QSignalSpy spy(&worker, qOverload<Frame>(&IEffectWorker::updateColors));
-    worker.load(controller("wrap", 2, {2}));
-    worker.setSpeed(1200);
-    for (int i = 0; i < 4; ++i) {
-        QVERIFY(QMetaObject::invokeMethod(&worker, "update"));
-    }
-    // Two LEDs: steps of 0.5. Frame hue 0: LEDs at 0.5 (cyan) and 1.0 -> 0.0 (red).
-    QCOMPARE(nested(spy, 0), Frame({{rgb(0, 255, 255), rgb(255, 0, 0)}}));
-    // Frame hue 0.6: LEDs at 0.1 and 0.6.
-    const Frame second = nested(spy, 1);
-    QVERIFY(near(second[0][0], rgb(255, 153, 0)));
-    QVERIFY(near(second[0][1], rgb(0, 102, 255)));
-    // Hard reset: the third frame is the first again, not one at hue 0.2.
-    QCOMPARE(nested(spy, 2), nested(spy, 0));
-    QCOMPARE(nested(spy, 3), second);
-}
-
-void TestColorEffects::colorMapRows_data()
-{
-    QTest::addColumn<int>("height");
-    QTest::addColumn<double>("speed");
-    QTest::addColumn<QVector<double>>("ticks");
-    QTest::addColumn<QVector<int>>("rows");
-
-    // 30 rows a second times the speed, whatever the height; the row is floor(height * position).
-    QTest::newRow("h300, short steps")
-        << 300 << 1.0 << QVector<double>{0.05, 0.1, 0.033} << QVector<int>{1, 4, 5};
-    QTest::newRow("h300 wraps after 10 s") << 300 << 1.0 << QVector<double>{10.05} << QVector<int>{1};
-    QTest::newRow("h7, half rows") << 7 << 1.0 << QVector<double>{0.05, 0.1, 0.1} << QVector<int>{1, 4, 0};
-    QTest::newRow("h7 wraps after 7 rows") << 7 << 1.0 << QVector<double>{0.25} << QVector<int>{0};
-    QTest::newRow("h40, speed 2") << 40 << 2.0 << QVector<double>{0.125, 0.5} << QVector<int>{7, 37};
-    QTest::newRow("h40, speed 0.5, late tick") << 40 << 0.5 << QVector<double>{2.7} << QVector<int>{0};
-    QTest::newRow("h1 always row 0") << 1 << 1.0 << QVector<double>{0.01, 0.37} << QVector<int>{0, 0};
-}
-
-void TestColorEffects::colorMapRows()
-{
-    QFETCH(int, height);
-    QFETCH(double, speed);
-    QFETCH(QVector<double>, ticks);
-    QFETCH(QVector<int>, rows);
-    const QString name = QStringLiteral("Rows_%1").arg(height);
-    writePicture(name, 4, height);
-    ColorMap worker(record("com.orvanta.colorful." + name));
-    QSignalSpy spy(&worker, qOverload<Flat>(&IEffectWorker::updateColors));
-    worker.load(controller("rows", 4, {4}));
-    QCOMPARE(worker.speed, 1.0);
-    worker.speed = speed;
-    for (double seconds : ticks) {
-        worker.tick(seconds);
-    }
-    QCOMPARE(spy.count(), ticks.size());
-    for (int i = 0; i < rows.size(); ++i) {
-        const Flat leds = flat(spy, i);
-        QCOMPARE(leds.size(), 4);
-        QCOMPARE(int(leds.at(0).g), rows.at(i));
-        QCOMPARE(int(leds.at(3).g), rows.at(i));
-    }
-}
-
-void TestColorEffects::colorMapColumns_data()
-{
-    QTest::addColumn<int>("width");
-    QTest::addColumn<uint32_t>("nbLeds");
-    QTest::addColumn<QVector<int>>("columns");
-    QTest::newRow("4 LEDs over 8 columns") << 8 << 4u << QVector<int>{0, 2, 4, 6};
-    QTest::newRow("3 LEDs over 10 columns") << 10 << 3u << QVector<int>{0, 3, 6};
-    QTest::newRow("5 LEDs over 2 columns") << 2 << 5u << QVector<int>{0, 0, 0, 1, 1};
-    QTest::newRow("no LEDs") << 6 << 0u << QVector<int>{};
-}
-
-void TestColorEffects::colorMapColumns()
-{
-    QFETCH(int, width);
-    QFETCH(uint32_t, nbLeds);
-    QFETCH(QVector<int>, columns);
-    const QString name = QStringLiteral("Cols_%1").arg(width);
-    writePicture(name, width, 10);
-    ColorMap worker(record("com.orvanta.colorful." + name));
-    QSignalSpy spy(&worker, qOverload<Flat>(&IEffectWorker::updateColors));
-    // The line structure plays no part: one flat run of nbLeds.
-    worker.load(controller("cols", nbLeds, {1, 1}));
-    worker.tick(0.05); // row 1 of 10 (position 0.15)
-    const Flat leds = flat(spy, 0);
-    QCOMPARE(leds.size(), columns.size());
-    for (int i = 0; i < columns.size(); ++i) {
-        QCOMPARE(leds.at(i), rgb(columns.at(i), 1, 99));
-    }
-}
-
-void TestColorEffects::colorMapMissingPicture()
-{
-    const QString path = QCoreApplication::applicationDirPath() + "/effects/colorful/Nowhere_1.png";
-    ColorMap worker(record("com.orvanta.colorful.Nowhere_1"));
-    QSignalSpy spy(&worker, qOverload<Flat>(&IEffectWorker::updateColors));
-    QTest::ignoreMessage(QtCriticalMsg, qPrintable("[ColorMap]: Not found file: " + path));
-    worker.load(controller("missing", 7, {7}));
-    // It runs on, on the 300 x 300 stand-in picture.
-    worker.tick(0.04);
-    worker.tick(0.04);
-    QCOMPARE(spy.count(), 2);
-    QCOMPARE(flat(spy, 1).size(), 7);
-    QTRY_VERIFY_WITH_TIMEOUT(spy.count() >= 4, 10000);
-}
-
-void TestColorEffects::colorMapSpeedPerDevice()
-{
-    writePicture("Speed_1", 4, 30);
-    const QString id = "com.orvanta.colorful.Speed_1";
+    void singleColorRoundTrip()
     {
-        ColorMap first(record(id));
-        ColorMap second(record(id));
-        first.load(controller("dev1", 4, {4}));
-        second.load(controller("dev2", 4, {4}));
-        first.speed = 3.5;
-        second.speed = 0.75;
-        first.unload();
-        second.unload();
+        {
+            SingleColor worker;
+            worker.load(controller("keep", 2, {2}));
+            worker.setColor(QColor(40, 50, 60));
+            worker.unload();
+        }
+        ConfigurationManager* store = ConfigurationManager::instance();
+        QCOMPARE(store->effectVariant("com.orvanta.singleColor.singleColor1", "keep", "color").toUInt(),
+                 QColor(40, 50, 60).rgb());
+        SingleColor again;
+        QSignalSpy spy(&again, qOverload<Frame>(&IEffectWorker::updateColors));
+        again.load(controller("keep", 2, {2}));
+        QCOMPARE(again.currentColor(), QColor(40, 50, 60));
+        QCOMPARE(nested(spy, 0), Frame({Flat(2, rgb(40, 50, 60))}));
+        // A stored value that is not a number counts as lost: white again.
+        store->setEffectJsonValue("com.orvanta.singleColor.singleColor1", "broken", "color", QString("red"));
+        SingleColor broken;
+        broken.load(controller("broken", 1, {1}));
+        QCOMPARE(broken.currentColor(), QColor(Qt::white));
     }
-    ColorMap again(record(id));
-    ColorMap other(record(id));
-    ColorMap fresh(record(id));
-    again.load(controller("dev1", 4, {4}));
-    other.load(controller("dev2", 4, {4}));
-    fresh.load(controller("dev3", 4, {4}));
-    QCOMPARE(again.speed, 3.5);
-    QCOMPARE(other.speed, 0.75);
-    QCOMPARE(fresh.speed, 1.0);
-}
 
-void TestColorEffects::moodImageWidth_data()
-{
-    QTest::addColumn<uint32_t>("n");
-    QTest::addColumn<double>("range");
-    QTest::addColumn<int>("stops");
-    QTest::addColumn<int>("width");
-    QTest::newRow("range 0 gives the floor") << 100u << 0.0 << 0 << 2;
-    QTest::newRow("range 0, three stops") << 100u << 0.0 << 3 << 5;
-    QTest::newRow("range 0.5 fits the strip") << 100u << 0.5 << 2 << 100;
-    QTest::newRow("range 1.0 is twice the strip") << 100u << 1.0 << 2 << 200;
-    QTest::newRow("range 0.01 repeats") << 100u << 0.01 << 1 << 3;
-    QTest::newRow("range over 1 is capped") << 100u << 3.0 << 0 << 200;
-    QTest::newRow("negative range gives the floor") << 100u << -2.0 << 1 << 3;
-    QTest::newRow("truncated raw") << 7u << 0.3 << 0 << 4;
-    QTest::newRow("no LEDs") << 0u << 0.5 << 4 << 6;
-}
+    void flowingHueSteps_data()
+    {
+        QTest::addColumn<uint32_t>("nbLeds");
+        QTest::addColumn<QVector<uint32_t>>("lines");
+        QTest::addColumn<int>("speed");
+        QTest::addColumn<int>("frame");
+        QTest::addColumn<QVector<QVector<int>>>("expected");
 
-void TestColorEffects::moodImageWidth()
-{
-    QFETCH(uint32_t, n);
-    QFETCH(double, range);
-    QFETCH(int, stops);
-    QFETCH(int, width);
-    ColorStrap strap;
-    strap.range = range;
-    for (int i = 0; i < stops; ++i) {
-        strap.keyColors.append(QGradientStop((i + 1.0) / (stops + 1.0), Qt::red));
+        // Six LEDs: one sixth of the circle per LED; the first LED is one step past the frame's hue.
+        const QVector<QVector<int>> rainbow{{255, 255, 0}, {0, 255, 0},   {0, 255, 255},
+                                            {0, 0, 255},   {255, 0, 255}, {255, 0, 0}};
+        QTest::newRow("first frame, one line") << 6u << QVector<uint32_t>{6} << 0 << 0 << rainbow;
+        QTest::newRow("hue runs on across lines") << 6u << QVector<uint32_t>{2, 4} << 0 << 0 << rainbow;
+        // Speed 200 is 0.1 hue per frame; the third frame starts at hue 0.2: LEDs at 0.45, 0.7, 0.95, 0.2.
+        QTest::newRow("third frame at speed 200")
+            << 4u << QVector<uint32_t>{4} << 200 << 2
+            << QVector<QVector<int>>{{0, 255, 178}, {51, 0, 255}, {255, 0, 76}, {204, 255, 0}};
+        // The step follows nbLeds while the loop follows the lines.
+        QTest::newRow("lines shorter than nbLeds")
+            << 6u << QVector<uint32_t>{3} << 0 << 0
+            << QVector<QVector<int>>{{255, 255, 0}, {0, 255, 0}, {0, 255, 255}};
+        QTest::newRow("lines longer than nbLeds")
+            << 2u << QVector<uint32_t>{4} << 0 << 0
+            << QVector<QVector<int>>{{0, 255, 255}, {255, 0, 0}, {0, 255, 255}, {255, 0, 0}};
     }
-    QCOMPARE(MoodShadow::imageWidth(strap, n), width);
-}
 
-void TestColorEffects::moodPhase_data()
-{
-    QTest::addColumn<uint32_t>("direction");
-    QTest::addColumn<QVector<double>>("ticks");
-    QTest::addColumn<double>("phase");
-    // n 100, range 0.5, speed 1: w 100, so the step is the tick's seconds.
-    QTest::newRow("backwards from 0 wraps") << 1u << QVector<double>{0.1} << 0.9;
-    QTest::newRow("backwards twice") << 1u << QVector<double>{0.1, 0.25} << 0.65;
-    QTest::newRow("forwards past 1 does not wrap") << 0u << QVector<double>{0.95, 0.1} << 1.05;
-    QTest::newRow("other directions go forwards") << 2u << QVector<double>{0.3, 0.3} << 0.6;
-}
+    void flowingHueSteps()
+    {
+        QFETCH(uint32_t, nbLeds);
+        QFETCH(QVector<uint32_t>, lines);
+        QFETCH(int, speed);
+        QFETCH(int, frame);
+        QFETCH(QVector<QVector<int>>, expected);
 
-void TestColorEffects::moodPhase()
-{
-    QFETCH(uint32_t, direction);
-    QFETCH(QVector<double>, ticks);
-    QFETCH(double, phase);
-    writeStrapDefaults(R"({"colorStrapList": [{"name": "p", "speed": 1.0, "range": 0.5,
+        FlowingEffect worker;
+        QSignalSpy spy(&worker, qOverload<Frame>(&IEffectWorker::updateColors));
+        worker.load(controller("flow", nbLeds, lines));
+        worker.setSpeed(speed);
+        for (int i = 0; i <= frame; ++i) {
+            QVERIFY(QMetaObject::invokeMethod(&worker, "update"));
+        }
+        const Frame got = nested(spy, frame);
+        QCOMPARE(got.size(), lines.size());
+        for (int i = 0; i < lines.size(); ++i) {
+            QCOMPARE(uint32_t(got.at(i).size()), lines.at(i));
+        }
+        const Flat leds = flatten(got);
+        QCOMPARE(leds.size(), expected.size());
+        for (int i = 0; i < leds.size(); ++i) {
+            const OV_RGB want = rgb(expected[i][0], expected[i][1], expected[i][2]);
+            QVERIFY2(
+                near(leds.at(i), want),
+                qPrintable(QString("LED %1: %2 instead of %3").arg(i).arg(show(leds.at(i)), show(want))));
+        }
+    }
+
+    void flowingHardWrap()
+    {
+        // Speed 1200 is 0.6 hue per frame: 0, 0.6, then 1.2 resets to 0.0 rather than to 0.2.
+        FlowingEffect worker;
+        QSignalSpy spy(&worker, qOverload<Frame>(&IEffectWorker::updateColors));
+        worker.load(controller("wrap", 2, {2}));
+        worker.setSpeed(1200);
+        for (int i = 0; i < 4; ++i) {
+            QVERIFY(QMetaObject::invokeMethod(&worker, "update"));
+        }
+        // Two LEDs: steps of 0.5. Frame hue 0: LEDs at 0.5 (cyan) and 1.0 -> 0.0 (red).
+        QCOMPARE(nested(spy, 0), Frame({{rgb(0, 255, 255), rgb(255, 0, 0)}}));
+        // Frame hue 0.6: LEDs at 0.1 and 0.6.
+        const Frame second = nested(spy, 1);
+        QVERIFY(near(second[0][0], rgb(255, 153, 0)));
+        QVERIFY(near(second[0][1], rgb(0, 102, 255)));
+        // Hard reset: the third frame is the first again, not one at hue 0.2.
+        QCOMPARE(nested(spy, 2), nested(spy, 0));
+        QCOMPARE(nested(spy, 3), second);
+    }
+
+    void colorMapRows_data()
+    {
+        QTest::addColumn<int>("height");
+        QTest::addColumn<double>("speed");
+        QTest::addColumn<QVector<double>>("ticks");
+        QTest::addColumn<QVector<int>>("rows");
+
+        // 30 rows a second times the speed, whatever the height; the row is floor(height * position).
+        QTest::newRow("h300, short steps")
+            << 300 << 1.0 << QVector<double>{0.05, 0.1, 0.033} << QVector<int>{1, 4, 5};
+        QTest::newRow("h300 wraps after 10 s") << 300 << 1.0 << QVector<double>{10.05} << QVector<int>{1};
+        QTest::newRow("h7, half rows")
+            << 7 << 1.0 << QVector<double>{0.05, 0.1, 0.1} << QVector<int>{1, 4, 0};
+        QTest::newRow("h7 wraps after 7 rows") << 7 << 1.0 << QVector<double>{0.25} << QVector<int>{0};
+        QTest::newRow("h40, speed 2") << 40 << 2.0 << QVector<double>{0.125, 0.5} << QVector<int>{7, 37};
+        QTest::newRow("h40, speed 0.5, late tick") << 40 << 0.5 << QVector<double>{2.7} << QVector<int>{0};
+        QTest::newRow("h1 always row 0") << 1 << 1.0 << QVector<double>{0.01, 0.37} << QVector<int>{0, 0};
+    }
+
+    void colorMapRows()
+    {
+        QFETCH(int, height);
+        QFETCH(double, speed);
+        QFETCH(QVector<double>, ticks);
+        QFETCH(QVector<int>, rows);
+        const QString name = QStringLiteral("Rows_%1").arg(height);
+        writePicture(name, 4, height);
+        ColorMap worker(record("com.orvanta.colorful." + name));
+        QSignalSpy spy(&worker, qOverload<Flat>(&IEffectWorker::updateColors));
+        worker.load(controller("rows", 4, {4}));
+        QCOMPARE(worker.speed, 1.0);
+        worker.speed = speed;
+        for (double seconds : ticks) {
+            worker.tick(seconds);
+        }
+        QCOMPARE(spy.count(), ticks.size());
+        for (int i = 0; i < rows.size(); ++i) {
+            const Flat leds = flat(spy, i);
+            QCOMPARE(leds.size(), 4);
+            QCOMPARE(int(leds.at(0).g), rows.at(i));
+            QCOMPARE(int(leds.at(3).g), rows.at(i));
+        }
+    }
+
+    void colorMapColumns_data()
+    {
+        QTest::addColumn<int>("width");
+        QTest::addColumn<uint32_t>("nbLeds");
+        QTest::addColumn<QVector<int>>("columns");
+        QTest::newRow("4 LEDs over 8 columns") << 8 << 4u << QVector<int>{0, 2, 4, 6};
+        QTest::newRow("3 LEDs over 10 columns") << 10 << 3u << QVector<int>{0, 3, 6};
+        QTest::newRow("5 LEDs over 2 columns") << 2 << 5u << QVector<int>{0, 0, 0, 1, 1};
+        QTest::newRow("no LEDs") << 6 << 0u << QVector<int>{};
+    }
+
+    void colorMapColumns()
+    {
+        QFETCH(int, width);
+        QFETCH(uint32_t, nbLeds);
+        QFETCH(QVector<int>, columns);
+        const QString name = QStringLiteral("Cols_%1").arg(width);
+        writePicture(name, width, 10);
+        ColorMap worker(record("com.orvanta.colorful." + name));
+        QSignalSpy spy(&worker, qOverload<Flat>(&IEffectWorker::updateColors));
+        // The line structure plays no part: one flat run of nbLeds.
+        worker.load(controller("cols", nbLeds, {1, 1}));
+        worker.tick(0.05); // row 1 of 10 (position 0.15)
+        const Flat leds = flat(spy, 0);
+        QCOMPARE(leds.size(), columns.size());
+        for (int i = 0; i < columns.size(); ++i) {
+            QCOMPARE(leds.at(i), rgb(columns.at(i), 1, 99));
+        }
+    }
+
+    void colorMapMissingPicture()
+    {
+        const QString path = QCoreApplication::applicationDirPath() + "/effects/colorful/Nowhere_1.png";
+        ColorMap worker(record("com.orvanta.colorful.Nowhere_1"));
+        QSignalSpy spy(&worker, qOverload<Flat>(&IEffectWorker::updateColors));
+        QTest::ignoreMessage(QtCriticalMsg, qPrintable("[ColorMap]: Not found file: " + path));
+        worker.load(controller("missing", 7, {7}));
+        // It runs on, on the 300 x 300 stand-in picture.
+        worker.tick(0.04);
+        worker.tick(0.04);
+        QCOMPARE(spy.count(), 2);
+        QCOMPARE(flat(spy, 1).size(), 7);
+        QTRY_VERIFY_WITH_TIMEOUT(spy.count() >= 4, 10000);
+    }
+
+    void colorMapSpeedPerDevice()
+    {
+        writePicture("Speed_1", 4, 30);
+        const QString id = "com.orvanta.colorful.Speed_1";
+        {
+            ColorMap first(record(id));
+            ColorMap second(record(id));
+            first.load(controller("dev1", 4, {4}));
+            second.load(controller("dev2", 4, {4}));
+            first.speed = 3.5;
+            second.speed = 0.75;
+            first.unload();
+            second.unload();
+        }
+        ColorMap again(record(id));
+        ColorMap other(record(id));
+        ColorMap fresh(record(id));
+        again.load(controller("dev1", 4, {4}));
+        other.load(controller("dev2", 4, {4}));
+        fresh.load(controller("dev3", 4, {4}));
+        QCOMPARE(again.speed, 3.5);
+        QCOMPARE(other.speed, 0.75);
+        QCOMPARE(fresh.speed, 1.0);
+    }
+
+    void moodImageWidth_data()
+    {
+        QTest::addColumn<uint32_t>("n");
+        QTest::addColumn<double>("range");
+        QTest::addColumn<int>("stops");
+        QTest::addColumn<int>("width");
+        QTest::newRow("range 0 gives the floor") << 100u << 0.0 << 0 << 2;
+        QTest::newRow("range 0, three stops") << 100u << 0.0 << 3 << 5;
+        QTest::newRow("range 0.5 fits the strip") << 100u << 0.5 << 2 << 100;
+        QTest::newRow("range 1.0 is twice the strip") << 100u << 1.0 << 2 << 200;
+        QTest::newRow("range 0.01 repeats") << 100u << 0.01 << 1 << 3;
+        QTest::newRow("range over 1 is capped") << 100u << 3.0 << 0 << 200;
+        QTest::newRow("negative range gives the floor") << 100u << -2.0 << 1 << 3;
+        QTest::newRow("truncated raw") << 7u << 0.3 << 0 << 4;
+        QTest::newRow("no LEDs") << 0u << 0.5 << 4 << 6;
+    }
+
+    void moodImageWidth()
+    {
+        QFETCH(uint32_t, n);
+        QFETCH(double, range);
+        QFETCH(int, stops);
+        QFETCH(int, width);
+        ColorStrap strap;
+        strap.range = range;
+        for (int i = 0; i < stops; ++i) {
+            strap.keyColors.append(QGradientStop((i + 1.0) / (stops + 1.0), Qt::red));
+        }
+        QCOMPARE(MoodShadow::imageWidth(strap, n), width);
+    }
+
+    void moodPhase_data()
+    {
+        QTest::addColumn<uint32_t>("direction");
+        QTest::addColumn<QVector<double>>("ticks");
+        QTest::addColumn<double>("phase");
+        // n 100, range 0.5, speed 1: w 100, so the step is the tick's seconds.
+        QTest::newRow("backwards from 0 wraps") << 1u << QVector<double>{0.1} << 0.9;
+        QTest::newRow("backwards twice") << 1u << QVector<double>{0.1, 0.25} << 0.65;
+        QTest::newRow("forwards past 1 does not wrap") << 0u << QVector<double>{0.95, 0.1} << 1.05;
+        QTest::newRow("other directions go forwards") << 2u << QVector<double>{0.3, 0.3} << 0.6;
+    }
+
+    void moodPhase()
+    {
+        QFETCH(uint32_t, direction);
+        QFETCH(QVector<double>, ticks);
+        QFETCH(double, phase);
+        writeStrapDefaults(R"({"colorStrapList": [{"name": "p", "speed": 1.0, "range": 0.5,
         "endsColor": [0, 0, 0], "keyColors": [{"key": 0.5, "color": [255, 0, 0]}]}]})");
-    MoodShadow worker(record("com.orvanta.colorful.moodShadow"));
-    worker.load(controller("phase", 100, {100}));
-    worker.onCtlDirChanged(direction);
-    for (double seconds : ticks) {
-        worker.tick(seconds);
+        MoodShadow worker(record("com.orvanta.colorful.moodShadow"));
+        worker.load(controller("phase", 100, {100}));
+        worker.onCtlDirChanged(direction);
+        for (double seconds : ticks) {
+            worker.tick(seconds);
+        }
+        QVERIFY2(qAbs(worker.currentPhase() - phase) < 1e-9,
+                 qPrintable(QString::number(worker.currentPhase())));
     }
-    QVERIFY2(qAbs(worker.currentPhase() - phase) < 1e-9, qPrintable(QString::number(worker.currentPhase())));
-}
 
-void TestColorEffects::moodCounterRunsAcrossLines()
-{
-    writeStrapDefaults(R"({"colorStrapList": [{"name": "l", "speed": 0.0, "range": 0.5,
+    void moodCounterRunsAcrossLines()
+    {
+        writeStrapDefaults(R"({"colorStrapList": [{"name": "l", "speed": 0.0, "range": 0.5,
         "endsColor": [0, 0, 255], "keyColors": [{"key": 0.5, "color": [255, 255, 0]}]}]})");
-    MoodShadow split(record("com.orvanta.colorful.moodShadow"));
-    MoodShadow whole(record("com.orvanta.colorful.moodShadow"));
-    QSignalSpy splitSpy(&split, qOverload<Frame>(&IEffectWorker::updateColors));
-    QSignalSpy wholeSpy(&whole, qOverload<Frame>(&IEffectWorker::updateColors));
-    split.load(controller("two", 50, {30, 20}));
-    whole.load(controller("one", 50, {50}));
-    split.tick(0.1);
-    whole.tick(0.1);
-    const Frame lines = nested(splitSpy, 0);
-    QCOMPARE(lines.size(), 2);
-    QCOMPARE(lines.at(0).size(), 30);
-    QCOMPARE(lines.at(1).size(), 20);
-    // 50 consecutive samples: the second line goes on at sample 30, not back at 0.
-    QCOMPARE(flatten(lines), flatten(nested(wholeSpy, 0)));
-    QVERIFY(lines.at(1).first() != lines.at(0).first());
-}
+        MoodShadow split(record("com.orvanta.colorful.moodShadow"));
+        MoodShadow whole(record("com.orvanta.colorful.moodShadow"));
+        QSignalSpy splitSpy(&split, qOverload<Frame>(&IEffectWorker::updateColors));
+        QSignalSpy wholeSpy(&whole, qOverload<Frame>(&IEffectWorker::updateColors));
+        split.load(controller("two", 50, {30, 20}));
+        whole.load(controller("one", 50, {50}));
+        split.tick(0.1);
+        whole.tick(0.1);
+        const Frame lines = nested(splitSpy, 0);
+        QCOMPARE(lines.size(), 2);
+        QCOMPARE(lines.at(0).size(), 30);
+        QCOMPARE(lines.at(1).size(), 20);
+        // 50 consecutive samples: the second line goes on at sample 30, not back at 0.
+        QCOMPARE(flatten(lines), flatten(nested(wholeSpy, 0)));
+        QVERIFY(lines.at(1).first() != lines.at(0).first());
+    }
 
-void TestColorEffects::moodFallbackStrap()
-{
-    // No defaults file and nothing stored.
-    MoodShadow worker(record("com.orvanta.colorful.moodShadow"));
-    worker.load(controller("fb", 10, {10}));
-    QCOMPARE(worker.strapCount(), 1);
-    QCOMPARE(worker.strapName(), QString("( 1 )"));
-    QCOMPARE(worker.endsColor(), QColor(Qt::white));
-    QCOMPARE(worker.speed(), 1.0);
-    QCOMPARE(worker.range(), 0.5);
-    QCOMPARE(worker.keyColors(), QList<QGradientStop>({QGradientStop(0.5, QColor(255, 0, 0))}));
-    // A file whose list is not an array counts as missing.
-    writeStrapDefaults(R"({"colorStrapList": "none"})");
-    MoodShadow other(record("com.orvanta.colorful.moodShadow"));
-    other.load(controller("fb", 10, {10}));
-    QCOMPARE(other.strapNames(), QStringList({"( 1 )"}));
-}
+    void moodFallbackStrap()
+    {
+        // No defaults file and nothing stored.
+        MoodShadow worker(record("com.orvanta.colorful.moodShadow"));
+        worker.load(controller("fb", 10, {10}));
+        QCOMPARE(worker.strapCount(), 1);
+        QCOMPARE(worker.strapName(), QString("( 1 )"));
+        QCOMPARE(worker.endsColor(), QColor(Qt::white));
+        QCOMPARE(worker.speed(), 1.0);
+        QCOMPARE(worker.range(), 0.5);
+        QCOMPARE(worker.keyColors(), QList<QGradientStop>({QGradientStop(0.5, QColor(255, 0, 0))}));
+        // A file whose list is not an array counts as missing.
+        writeStrapDefaults(R"({"colorStrapList": "none"})");
+        MoodShadow other(record("com.orvanta.colorful.moodShadow"));
+        other.load(controller("fb", 10, {10}));
+        QCOMPARE(other.strapNames(), QStringList({"( 1 )"}));
+    }
 
-void TestColorEffects::moodJsonFallbacks()
-{
-    writeStrapDefaults(R"({"colorStrapList": [
+    void moodJsonFallbacks()
+    {
+        writeStrapDefaults(R"({"colorStrapList": [
         {"name": "good", "uuid": "{44444444-4444-4444-4444-444444444444}", "speed": 0.25, "range": 0.75,
          "endsColor": [1, 2, 3], "keyColors": [{"key": 0.2, "color": [4, 5, 6]}]},
         {"name": 5, "uuid": "not a uuid", "speed": "fast", "range": null, "endsColor": [1, 2],
@@ -631,215 +582,217 @@ void TestColorEffects::moodJsonFallbacks()
         7,
         {"keyColors": "none", "endsColor": "red"}
     ]})");
-    MoodShadow worker(record("com.orvanta.colorful.moodShadow"));
-    worker.load(controller("json", 10, {10}));
-    QCOMPARE(worker.strapCount(), 4);
-    QCOMPARE(worker.strapNames(), QStringList({"good", "( 2 )", "( 3 )", "( 4 )"}));
+        MoodShadow worker(record("com.orvanta.colorful.moodShadow"));
+        worker.load(controller("json", 10, {10}));
+        QCOMPARE(worker.strapCount(), 4);
+        QCOMPARE(worker.strapNames(), QStringList({"good", "( 2 )", "( 3 )", "( 4 )"}));
 
-    worker.setCurrentStrap(0);
-    QCOMPARE(worker.speed(), 0.25);
-    QCOMPARE(worker.range(), 0.75);
-    QCOMPARE(worker.endsColor(), QColor(1, 2, 3));
-    QCOMPARE(worker.keyColors(), QList<QGradientStop>({QGradientStop(0.2, QColor(4, 5, 6))}));
+        worker.setCurrentStrap(0);
+        QCOMPARE(worker.speed(), 0.25);
+        QCOMPARE(worker.range(), 0.75);
+        QCOMPARE(worker.endsColor(), QColor(1, 2, 3));
+        QCOMPARE(worker.keyColors(), QList<QGradientStop>({QGradientStop(0.2, QColor(4, 5, 6))}));
 
-    worker.setCurrentStrap(1);
-    QCOMPARE(worker.speed(), 0.0);
-    QCOMPARE(worker.range(), 0.5);
-    QCOMPARE(worker.endsColor(), QColor(0, 0, 0, 255));
-    // Stops: a missing or bad key is index / count; a bad colour is opaque white.
-    QCOMPARE(worker.keyColors(), QList<QGradientStop>({QGradientStop(0.0, QColor(7, 8, 9)),
-                                                       QGradientStop(1.0 / 3.0, QColor(255, 255, 255)),
-                                                       QGradientStop(0.9, QColor(255, 255, 255))}));
-    worker.setCurrentStrap(3);
-    QVERIFY(worker.keyColors().isEmpty());
-    QCOMPARE(worker.endsColor(), QColor(Qt::black));
-
-    // Good uuids are kept, bad or missing ones are made new.
-    worker.unload();
-    const QJsonArray saved =
-        ConfigurationManager::instance()
-            ->effectJsonValue("com.orvanta.colorful.colorStraps", "__all__", "colorStrapList")
-            .toArray();
-    QCOMPARE(saved.size(), 4);
-    QCOMPARE(saved.at(0).toObject().value("uuid").toString(),
-             QString("{44444444-4444-4444-4444-444444444444}"));
-    QSet<QString> uuids;
-    for (const QJsonValue& strap : saved) {
-        const QString uuid = strap.toObject().value("uuid").toString();
-        QVERIFY(!QUuid(uuid).isNull());
-        uuids.insert(uuid);
-    }
-    QCOMPARE(uuids.size(), 4);
-}
-
-void TestColorEffects::moodDeviceOverrides()
-{
-    writeStrapDefaults(threeStraps);
-    ConfigurationManager* store = ConfigurationManager::instance();
-    const QString id = "com.orvanta.colorful.moodShadow";
-    store->setEffectJsonValue(
-        id, "dev", "strapConfigs",
-        QJsonObject{{"{22222222-2222-2222-2222-222222222222}", QJsonObject{{"speed", 0.3}, {"range", 0.9}}},
-                    {"{33333333-3333-3333-3333-333333333333}", QJsonObject{{"range", 0.1}}}});
-    store->setEffectJsonValue(id, "dev", "currentStrap", 1);
-    MoodShadow worker(record(id));
-    worker.load(controller("dev", 10, {10}));
-    QCOMPARE(worker.currentStrapIndex(), 1);
-    QCOMPARE(worker.speed(), 0.3);
-    QCOMPARE(worker.range(), 0.9);
-    worker.setCurrentStrap(2);
-    QCOMPARE(worker.speed(), 2.0); // the list's value where the device has none
-    QCOMPARE(worker.range(), 0.1);
-    worker.setCurrentStrap(0);
-    QCOMPARE(worker.speed(), 0.5);
-    QCOMPARE(worker.range(), 0.25);
-}
-
-void TestColorEffects::moodCurrentStrapBounded_data()
-{
-    QTest::addColumn<int>("stored");
-    QTest::addColumn<int>("current");
-    QTest::newRow("in range") << 2 << 2;
-    QTest::newRow("too high") << 9 << 2;
-    QTest::newRow("negative") << -4 << 0;
-}
-
-void TestColorEffects::moodCurrentStrapBounded()
-{
-    QFETCH(int, stored);
-    QFETCH(int, current);
-    writeStrapDefaults(threeStraps);
-    ConfigurationManager::instance()->setEffectJsonValue("com.orvanta.colorful.moodShadow", "bound",
-                                                         "currentStrap", stored);
-    MoodShadow worker(record("com.orvanta.colorful.moodShadow"));
-    worker.load(controller("bound", 10, {10}));
-    QCOMPARE(worker.currentStrapIndex(), current);
-    worker.setCurrentStrap(stored);
-    QCOMPARE(worker.currentStrapIndex(), current);
-}
-
-void TestColorEffects::moodAddAndRemove()
-{
-    writeStrapDefaults(threeStraps);
-    MoodShadow worker(record("com.orvanta.colorful.moodShadow"));
-    worker.load(controller("edit", 10, {10}));
-    worker.addStrap();
-    QCOMPARE(worker.currentStrapIndex(), 3);
-    QCOMPARE(worker.strapName(), QString("(3)"));
-    QCOMPARE(worker.keyColors(), QList<QGradientStop>({QGradientStop(0.5, QColor(255, 0, 0))}));
-    QCOMPARE(worker.speed(), 0.0);
-    worker.addStrap("named", 0.7);
-    QCOMPARE(worker.strapName(), QString("named"));
-    QCOMPARE(worker.speed(), 0.7);
-    // Speed and range are clamped.
-    worker.setSpeed(-3.0);
-    worker.setRange(1.5);
-    QCOMPARE(worker.speed(), 0.0);
-    QCOMPARE(worker.range(), 1.0);
-    worker.setRange(-0.5);
-    QCOMPARE(worker.range(), 0.0);
-    worker.addStrap("only a name");
-    QCOMPARE(worker.strapNames().last(), QString("only a name"));
-    QCOMPARE(worker.strapCount(), 6);
-
-    QTest::ignoreMessage(QtCriticalMsg, "[MoodShadow]: Strap index is out of range");
-    worker.removeStrap(6);
-    QTest::ignoreMessage(QtCriticalMsg, "[MoodShadow]: Strap index is out of range");
-    worker.removeStrap(-1);
-    QCOMPARE(worker.strapCount(), 6);
-
-    worker.removeStrap(1); // a middle one: the next takes its index
-    QCOMPARE(worker.strapNames(), QStringList({"A", "C", "(3)", "named", "only a name"}));
-    QCOMPARE(worker.currentStrapIndex(), 1);
-    worker.removeStrap(4); // the last: the one before becomes current
-    QCOMPARE(worker.currentStrapIndex(), 3);
-    for (int i = 0; i < 4; ++i)
-        worker.removeStrap(0);
-    QCOMPARE(worker.strapCount(), 0);
-    // An empty list renders nothing and breaks nothing.
-    QSignalSpy spy(&worker, qOverload<Frame>(&IEffectWorker::updateColors));
-    worker.tick(0.1);
-    QCOMPARE(spy.count(), 0);
-    worker.setSpeed(1.0);
-    worker.setStrapName("x");
-    QCOMPARE(worker.strapName(), QString());
-    worker.addStrap();
-    QCOMPARE(worker.strapName(), QString("(0)"));
-    worker.tick(0.1);
-    QCOMPARE(spy.count(), 1);
-}
-
-void TestColorEffects::moodSavedShape()
-{
-    writeStrapDefaults(threeStraps);
-    MoodShadow worker(record("com.orvanta.colorful.moodShadow"));
-    worker.load(controller("shape", 10, {10}));
-    worker.setCurrentStrap(2);
-    worker.setSpeed(1.25);
-    worker.addStrap("new", 0.5);
-    worker.unload();
-
-    ConfigurationManager* store = ConfigurationManager::instance();
-    const QJsonArray list =
-        store->effectJsonValue("com.orvanta.colorful.colorStraps", "__all__", "colorStrapList").toArray();
-    QCOMPARE(list.size(), 4);
-    const QJsonObject first = list.at(0).toObject();
-    const QStringList keys = first.keys();
-    QCOMPARE(QSet<QString>(keys.begin(), keys.end()),
-             QSet<QString>({"keyColors", "endsColor", "speed", "range", "name", "uuid"}));
-    QCOMPARE(first.value("name").toString(), QString("A"));
-    QCOMPARE(first.value("endsColor").toArray(), QJsonArray({10, 20, 30}));
-    QCOMPARE(first.value("keyColors").toArray(),
-             QJsonArray({QJsonObject{{"key", 0.5}, {"color", QJsonArray({200, 0, 0})}}}));
-    QCOMPARE(list.at(2).toObject().value("speed").toDouble(), 1.25);
-    // The strap added this run is saved with an empty uuid.
-    QCOMPARE(list.at(3).toObject().value("uuid").toString(), QString(""));
-
-    const QString id = "com.orvanta.colorful.moodShadow";
-    QCOMPARE(store->effectJsonValue(id, "shape", "currentStrap").toInt(), 3);
-    const QJsonObject configs = store->effectJsonValue(id, "shape", "strapConfigs").toObject();
-    QCOMPARE(configs.size(), 4);
-    QCOMPARE(configs.value("{33333333-3333-3333-3333-333333333333}").toObject(),
-             (QJsonObject{{"speed", 1.25}, {"range", 1.0}}));
-    QCOMPARE(configs.value("").toObject(), (QJsonObject{{"speed", 0.5}, {"range", 0.5}}));
-}
-
-void TestColorEffects::moodRoundTrip()
-{
-    writeStrapDefaults(threeStraps);
-    const QString id = "com.orvanta.colorful.moodShadow";
-    {
-        MoodShadow worker(record(id));
-        worker.load(controller("trip", 10, {10}));
         worker.setCurrentStrap(1);
-        worker.setSpeed(0.8);
-        worker.setRange(0.6);
-        worker.setStrapName("B2");
-        worker.addStrap("fresh", 0.2);
-        worker.unload();
-    }
-    // The saved list now stands in for the defaults file, for every device.
-    writeStrapDefaults(QByteArray());
-    MoodShadow again(record(id));
-    again.load(controller("trip", 10, {10}));
-    QCOMPARE(again.strapNames(), QStringList({"A", "B2", "C", "fresh"}));
-    QCOMPARE(again.currentStrapIndex(), 3);
-    again.setCurrentStrap(1);
-    QCOMPARE(again.speed(), 0.8);
-    QCOMPARE(again.range(), 0.6);
-    // The new strap got a fresh uuid on this load.
-    again.unload();
-    const QJsonArray list =
-        ConfigurationManager::instance()
-            ->effectJsonValue("com.orvanta.colorful.colorStraps", "__all__", "colorStrapList")
-            .toArray();
-    QVERIFY(!QUuid(list.at(3).toObject().value("uuid").toString()).isNull());
+        QCOMPARE(worker.speed(), 0.0);
+        QCOMPARE(worker.range(), 0.5);
+        QCOMPARE(worker.endsColor(), QColor(0, 0, 0, 255));
+        // Stops: a missing or bad key is index / count; a bad colour is opaque white.
+        QCOMPARE(worker.keyColors(), QList<QGradientStop>({QGradientStop(0.0, QColor(7, 8, 9)),
+                                                           QGradientStop(1.0 / 3.0, QColor(255, 255, 255)),
+                                                           QGradientStop(0.9, QColor(255, 255, 255))}));
+        worker.setCurrentStrap(3);
+        QVERIFY(worker.keyColors().isEmpty());
+        QCOMPARE(worker.endsColor(), QColor(Qt::black));
 
-    MoodShadow other(record(id));
-    other.load(controller("someone", 10, {10}));
-    QCOMPARE(other.strapNames(), QStringList({"A", "B2", "C", "fresh"}));
-    QCOMPARE(other.currentStrapIndex(), 0);
-}
+        // Good uuids are kept, bad or missing ones are made new.
+        worker.unload();
+        const QJsonArray saved =
+            ConfigurationManager::instance()
+                ->effectJsonValue("com.orvanta.colorful.colorStraps", "__all__", "colorStrapList")
+                .toArray();
+        QCOMPARE(saved.size(), 4);
+        QCOMPARE(saved.at(0).toObject().value("uuid").toString(),
+                 QString("{44444444-4444-4444-4444-444444444444}"));
+        QSet<QString> uuids;
+        for (const QJsonValue& strap : saved) {
+            const QString uuid = strap.toObject().value("uuid").toString();
+            QVERIFY(!QUuid(uuid).isNull());
+            uuids.insert(uuid);
+        }
+        QCOMPARE(uuids.size(), 4);
+    }
+
+    void moodDeviceOverrides()
+    {
+        writeStrapDefaults(threeStraps);
+        ConfigurationManager* store = ConfigurationManager::instance();
+        const QString id = "com.orvanta.colorful.moodShadow";
+        store->setEffectJsonValue(
+            id, "dev", "strapConfigs",
+            QJsonObject{
+                {"{22222222-2222-2222-2222-222222222222}", QJsonObject{{"speed", 0.3}, {"range", 0.9}}},
+                {"{33333333-3333-3333-3333-333333333333}", QJsonObject{{"range", 0.1}}}});
+        store->setEffectJsonValue(id, "dev", "currentStrap", 1);
+        MoodShadow worker(record(id));
+        worker.load(controller("dev", 10, {10}));
+        QCOMPARE(worker.currentStrapIndex(), 1);
+        QCOMPARE(worker.speed(), 0.3);
+        QCOMPARE(worker.range(), 0.9);
+        worker.setCurrentStrap(2);
+        QCOMPARE(worker.speed(), 2.0); // the list's value where the device has none
+        QCOMPARE(worker.range(), 0.1);
+        worker.setCurrentStrap(0);
+        QCOMPARE(worker.speed(), 0.5);
+        QCOMPARE(worker.range(), 0.25);
+    }
+
+    void moodCurrentStrapBounded_data()
+    {
+        QTest::addColumn<int>("stored");
+        QTest::addColumn<int>("current");
+        QTest::newRow("in range") << 2 << 2;
+        QTest::newRow("too high") << 9 << 2;
+        QTest::newRow("negative") << -4 << 0;
+    }
+
+    void moodCurrentStrapBounded()
+    {
+        QFETCH(int, stored);
+        QFETCH(int, current);
+        writeStrapDefaults(threeStraps);
+        ConfigurationManager::instance()->setEffectJsonValue("com.orvanta.colorful.moodShadow", "bound",
+                                                             "currentStrap", stored);
+        MoodShadow worker(record("com.orvanta.colorful.moodShadow"));
+        worker.load(controller("bound", 10, {10}));
+        QCOMPARE(worker.currentStrapIndex(), current);
+        worker.setCurrentStrap(stored);
+        QCOMPARE(worker.currentStrapIndex(), current);
+    }
+
+    void moodAddAndRemove()
+    {
+        writeStrapDefaults(threeStraps);
+        MoodShadow worker(record("com.orvanta.colorful.moodShadow"));
+        worker.load(controller("edit", 10, {10}));
+        worker.addStrap();
+        QCOMPARE(worker.currentStrapIndex(), 3);
+        QCOMPARE(worker.strapName(), QString("(3)"));
+        QCOMPARE(worker.keyColors(), QList<QGradientStop>({QGradientStop(0.5, QColor(255, 0, 0))}));
+        QCOMPARE(worker.speed(), 0.0);
+        worker.addStrap("named", 0.7);
+        QCOMPARE(worker.strapName(), QString("named"));
+        QCOMPARE(worker.speed(), 0.7);
+        // Speed and range are clamped.
+        worker.setSpeed(-3.0);
+        worker.setRange(1.5);
+        QCOMPARE(worker.speed(), 0.0);
+        QCOMPARE(worker.range(), 1.0);
+        worker.setRange(-0.5);
+        QCOMPARE(worker.range(), 0.0);
+        worker.addStrap("only a name");
+        QCOMPARE(worker.strapNames().last(), QString("only a name"));
+        QCOMPARE(worker.strapCount(), 6);
+
+        QTest::ignoreMessage(QtCriticalMsg, "[MoodShadow]: Strap index is out of range");
+        worker.removeStrap(6);
+        QTest::ignoreMessage(QtCriticalMsg, "[MoodShadow]: Strap index is out of range");
+        worker.removeStrap(-1);
+        QCOMPARE(worker.strapCount(), 6);
+
+        worker.removeStrap(1); // a middle one: the next takes its index
+        QCOMPARE(worker.strapNames(), QStringList({"A", "C", "(3)", "named", "only a name"}));
+        QCOMPARE(worker.currentStrapIndex(), 1);
+        worker.removeStrap(4); // the last: the one before becomes current
+        QCOMPARE(worker.currentStrapIndex(), 3);
+        for (int i = 0; i < 4; ++i)
+            worker.removeStrap(0);
+        QCOMPARE(worker.strapCount(), 0);
+        // An empty list renders nothing and breaks nothing.
+        QSignalSpy spy(&worker, qOverload<Frame>(&IEffectWorker::updateColors));
+        worker.tick(0.1);
+        QCOMPARE(spy.count(), 0);
+        worker.setSpeed(1.0);
+        worker.setStrapName("x");
+        QCOMPARE(worker.strapName(), QString());
+        worker.addStrap();
+        QCOMPARE(worker.strapName(), QString("(0)"));
+        worker.tick(0.1);
+        QCOMPARE(spy.count(), 1);
+    }
+
+    void moodSavedShape()
+    {
+        writeStrapDefaults(threeStraps);
+        MoodShadow worker(record("com.orvanta.colorful.moodShadow"));
+        worker.load(controller("shape", 10, {10}));
+        worker.setCurrentStrap(2);
+        worker.setSpeed(1.25);
+        worker.addStrap("new", 0.5);
+        worker.unload();
+
+        ConfigurationManager* store = ConfigurationManager::instance();
+        const QJsonArray list =
+            store->effectJsonValue("com.orvanta.colorful.colorStraps", "__all__", "colorStrapList").toArray();
+        QCOMPARE(list.size(), 4);
+        const QJsonObject first = list.at(0).toObject();
+        const QStringList keys = first.keys();
+        QCOMPARE(QSet<QString>(keys.begin(), keys.end()),
+                 QSet<QString>({"keyColors", "endsColor", "speed", "range", "name", "uuid"}));
+        QCOMPARE(first.value("name").toString(), QString("A"));
+        QCOMPARE(first.value("endsColor").toArray(), QJsonArray({10, 20, 30}));
+        QCOMPARE(first.value("keyColors").toArray(),
+                 QJsonArray({QJsonObject{{"key", 0.5}, {"color", QJsonArray({200, 0, 0})}}}));
+        QCOMPARE(list.at(2).toObject().value("speed").toDouble(), 1.25);
+        // The strap added this run is saved with an empty uuid.
+        QCOMPARE(list.at(3).toObject().value("uuid").toString(), QString(""));
+
+        const QString id = "com.orvanta.colorful.moodShadow";
+        QCOMPARE(store->effectJsonValue(id, "shape", "currentStrap").toInt(), 3);
+        const QJsonObject configs = store->effectJsonValue(id, "shape", "strapConfigs").toObject();
+        QCOMPARE(configs.size(), 4);
+        QCOMPARE(configs.value("{33333333-3333-3333-3333-333333333333}").toObject(),
+                 (QJsonObject{{"speed", 1.25}, {"range", 1.0}}));
+        QCOMPARE(configs.value("").toObject(), (QJsonObject{{"speed", 0.5}, {"range", 0.5}}));
+    }
+
+    void moodRoundTrip()
+    {
+        writeStrapDefaults(threeStraps);
+        const QString id = "com.orvanta.colorful.moodShadow";
+        {
+            MoodShadow worker(record(id));
+            worker.load(controller("trip", 10, {10}));
+            worker.setCurrentStrap(1);
+            worker.setSpeed(0.8);
+            worker.setRange(0.6);
+            worker.setStrapName("B2");
+            worker.addStrap("fresh", 0.2);
+            worker.unload();
+        }
+        // The saved list now stands in for the defaults file, for every device.
+        writeStrapDefaults(QByteArray());
+        MoodShadow again(record(id));
+        again.load(controller("trip", 10, {10}));
+        QCOMPARE(again.strapNames(), QStringList({"A", "B2", "C", "fresh"}));
+        QCOMPARE(again.currentStrapIndex(), 3);
+        again.setCurrentStrap(1);
+        QCOMPARE(again.speed(), 0.8);
+        QCOMPARE(again.range(), 0.6);
+        // The new strap got a fresh uuid on this load.
+        again.unload();
+        const QJsonArray list =
+            ConfigurationManager::instance()
+                ->effectJsonValue("com.orvanta.colorful.colorStraps", "__all__", "colorStrapList")
+                .toArray();
+        QVERIFY(!QUuid(list.at(3).toObject().value("uuid").toString()).isNull());
+
+        MoodShadow other(record(id));
+        other.load(controller("someone", 10, {10}));
+        QCOMPARE(other.strapNames(), QStringList({"A", "B2", "C", "fresh"}));
+        QCOMPARE(other.currentStrapIndex(), 0);
+    }
+};
 
 QTEST_GUILESS_MAIN(TestColorEffects)
 #include "tst_ColorEffects.moc"
