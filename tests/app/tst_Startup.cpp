@@ -99,285 +99,274 @@ class TestStartup : public QObject
     Q_OBJECT
 
 private slots:
-    void optionsAsDeclared();
-
-    void endsBeforeTheLock_data();
-    void endsBeforeTheLock();
-    void firstInstanceLogsAndEndsOnSignal_data();
-    void firstInstanceLogsAndEndsOnSignal();
-    void secondInstanceAsksTheFirst();
-    void heldLockWithoutListenerEndsQuietly();
-    void killedFirstInstanceIsReplaced();
-    void cleanStartupWipesOnce();
-    void programDrivesAVirtualStrip();
-
-private:
-    void startFirst(const Sandbox& box, QProcess& process, const QStringList& args = {});
-    void stop(QProcess& process, int signalNumber = SIGTERM);
-};
-
-// The whole path from start to the wire: the program finds a virtual strip among its extra ports,
-// gives it the model's defaults, keeps it refreshed, and on SIGTERM releases it dark and saves it.
-void TestStartup::programDrivesAVirtualStrip()
-{
-    Sandbox box;
-    QVERIFY(box.isValid());
-    VirtualLedDevice device;
-    const QString link = box.path() + QStringLiteral("/ttyOV0");
-    QVERIFY2(device.open(link), qPrintable(device.errorString()));
-    box.extraPorts = link;
-
-    QProcess process;
-    startFirst(box, process);
-    QTRY_VERIFY_WITH_TIMEOUT(device.salutations() >= 1, kStartTimeoutMs);
-    // Nothing is bound yet, so the controller's own refresh sends black frames of the model's size.
-    QTRY_VERIFY_WITH_TIMEOUT(device.frameCount() >= 2, kStartTimeoutMs);
-    QCOMPARE(device.lastCount(), uint16_t(72));
-    QCOMPARE(device.lastColors().size(), 72);
-    QVERIFY(
-        box.mainLogText().contains(QStringLiteral("OVControllerEnumerator found a device: OV5512:41424344")));
-
-    const int framesBeforeStop = device.frameCount();
-    stop(process);
-    QVERIFY(box.mainLogText().contains(
-        QStringLiteral("The port is released, the black buffer is writeen: true")));
-    // The release frame sits in the pty until this loop reads it.
-    QTRY_VERIFY_WITH_TIMEOUT(device.frameCount() > framesBeforeStop, kStartTimeoutMs);
-    QCOMPARE(device.lastColors(), QVector<VirtualLedDevice::Rgb>(72));
-    const QJsonObject saved =
-        QJsonDocument::fromJson(read(box.configDir() + QStringLiteral("/controllers/OV5512%3A41424344.json")))
-            .object();
-    QCOMPARE(saved.value("nbLeds").toInt(), 72);
-    QCOMPARE(saved.value("kindName").toString(), link);
-}
-
-void TestStartup::startFirst(const Sandbox& box, QProcess& process, const QStringList& args)
-{
-    const int runsBefore = box.mainLogText().count(kListening);
-    box.prepare(process);
-    process.setArguments(args);
-    process.start();
-    QVERIFY2(process.waitForStarted(kStartTimeoutMs), qPrintable(process.errorString()));
-    QTRY_VERIFY_WITH_TIMEOUT(box.mainLogText().count(kListening) > runsBefore, kStartTimeoutMs);
-    QVERIFY(QFile::exists(box.lockFile()));
-}
-
-void TestStartup::stop(QProcess& process, int signalNumber)
-{
-    QCOMPARE(::kill(static_cast<pid_t>(process.processId()), signalNumber), 0);
-    QVERIFY(process.waitForFinished(kStartTimeoutMs));
-    QCOMPARE(process.exitStatus(), QProcess::NormalExit);
-    QVERIFY2(process.exitCode() == 0, process.readAllStandardError().right(3000).constData());
-}
-
-void TestStartup::optionsAsDeclared()
-{
-    const QList<QPair<QString, QString>> expected{{"winrt_capture_first", "WinRTCapture first"},
-                                                  {"advanced", "Enable advanced function"},
-                                                  {"enable_crash_test", "Enable crash test"},
-                                                  {"screenshot", "Enable capturer screenshot"},
-                                                  {"auto_startup", "Enable bootstrap"}};
-    const QList<QCommandLineOption> options = StartupSteps::commandLineOptions();
-    QCOMPARE(options.size(), expected.size());
-    for (int i = 0; i < options.size(); ++i) {
-        QCOMPARE(options.at(i).names(), QStringList{expected.at(i).first});
-        QCOMPARE(options.at(i).description(), expected.at(i).second);
-        QVERIFY(options.at(i).valueName().isEmpty());
+    void optionsAsDeclared()
+    {
+        const QList<QPair<QString, QString>> expected{{"winrt_capture_first", "WinRTCapture first"},
+                                                      {"advanced", "Enable advanced function"},
+                                                      {"enable_crash_test", "Enable crash test"},
+                                                      {"screenshot", "Enable capturer screenshot"},
+                                                      {"auto_startup", "Enable bootstrap"}};
+        const QList<QCommandLineOption> options = StartupSteps::commandLineOptions();
+        QCOMPARE(options.size(), expected.size());
+        for (int i = 0; i < options.size(); ++i) {
+            QCOMPARE(options.at(i).names(), QStringList{expected.at(i).first});
+            QCOMPARE(options.at(i).description(), expected.at(i).second);
+            QVERIFY(options.at(i).valueName().isEmpty());
+        }
     }
-}
 
-void TestStartup::endsBeforeTheLock_data()
-{
-    QTest::addColumn<QStringList>("args");
-    QTest::addColumn<int>("exitCode");
-    QTest::addColumn<QStringList>("expectedOutput");
+    void endsBeforeTheLock_data()
+    {
+        QTest::addColumn<QStringList>("args");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QStringList>("expectedOutput");
 
-    QTest::newRow("help") << QStringList{"--help"} << 0
-                          << QStringList{"--winrt_capture_first", "Enable crash test", "--auto_startup"};
-    QTest::newRow("short help") << QStringList{"-h"} << 0 << QStringList{"Enable bootstrap"};
-    QTest::newRow("version") << QStringList{"--version"} << 0 << QStringList{"0.2.0.230805"};
-    QTest::newRow("version with flags")
-        << QStringList{"--auto_startup", "--version"} << 0 << QStringList{"0.2.0.230805"};
-    QTest::newRow("unknown option") << QStringList{"--no_such_option"} << 1 << QStringList{"no_such_option"};
-}
-
-void TestStartup::endsBeforeTheLock()
-{
-    QFETCH(QStringList, args);
-    QFETCH(int, exitCode);
-    QFETCH(QStringList, expectedOutput);
-
-    Sandbox box;
-    QVERIFY(box.isValid());
-    QProcess process;
-    box.prepare(process);
-    process.setArguments(args);
-    process.start();
-    QVERIFY(process.waitForFinished(kStartTimeoutMs));
-    QCOMPARE(process.exitStatus(), QProcess::NormalExit);
-    const QString output =
-        QString::fromUtf8(process.readAllStandardOutput() + process.readAllStandardError());
-    QVERIFY2(process.exitCode() == exitCode, qPrintable(output));
-    for (const QString& text : expectedOutput) {
-        QVERIFY2(output.contains(text), qPrintable(text));
+        QTest::newRow("help") << QStringList{"--help"} << 0
+                              << QStringList{"--winrt_capture_first", "Enable crash test", "--auto_startup"};
+        QTest::newRow("short help") << QStringList{"-h"} << 0 << QStringList{"Enable bootstrap"};
+        QTest::newRow("version") << QStringList{"--version"} << 0 << QStringList{"0.2.0.230805"};
+        QTest::newRow("version with flags")
+            << QStringList{"--auto_startup", "--version"} << 0 << QStringList{"0.2.0.230805"};
+        QTest::newRow("unknown option")
+            << QStringList{"--no_such_option"} << 1 << QStringList{"no_such_option"};
     }
-    QVERIFY(!QFile::exists(box.lockFile()));
-    QVERIFY(QDir(box.tmpDir()).entryList({"OrvantaSingleApp*"}, QDir::AllEntries | QDir::System).isEmpty());
-    QVERIFY(box.logFiles().isEmpty());
-    QVERIFY(!QFileInfo::exists(box.configDir() + "/global.json"));
-}
 
-void TestStartup::firstInstanceLogsAndEndsOnSignal_data()
-{
-    QTest::addColumn<int>("signalNumber");
-    QTest::newRow("SIGTERM") << int(SIGTERM);
-    QTest::newRow("SIGINT") << int(SIGINT);
-    QTest::newRow("SIGHUP") << int(SIGHUP);
-}
+    void endsBeforeTheLock()
+    {
+        QFETCH(QStringList, args);
+        QFETCH(int, exitCode);
+        QFETCH(QStringList, expectedOutput);
 
-void TestStartup::firstInstanceLogsAndEndsOnSignal()
-{
-    QFETCH(int, signalNumber);
-
-    Sandbox box;
-    QProcess process;
-    startFirst(box, process, {"--advanced"});
-    QVERIFY(!QFileInfo::exists(box.configDir() + "/global.json"));
-
-    const QString binary = QStringLiteral(ORVANTA_BINARY_PATH);
-    const QString log = box.mainLogText();
-    const QString time = R"(\[\d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2}\.\d{3}\])";
-    const QString info = time + QRegularExpression::escape("@main  [Info]: ");
-    const QStringList expected{
-        info + QRegularExpression::escape("Startup parameters: \r\n \t(" + binary + ", --advanced)") + "\r\n",
-        info + QRegularExpression::escape("Runtime directory: " + QFileInfo(binary).absolutePath()) + "\r\n",
-        info + QRegularExpression::escape("Qt env base path:" + QDir(box.path()).absolutePath()) + "\r\n",
-        info + QRegularExpression::escape("Build info : \r\n \t Git branch : ") + ".+\r\n" +
-            QRegularExpression::escape("\t Git commit : ") + ".+\r\n" +
-            QRegularExpression::escape("\t Build date : ") + R"([A-Z][a-z]{2} +\d{1,2} \d{4})" + "\r\n" +
-            QRegularExpression::escape("\t App version : 0.2.0.230805") + "\r\n",
-    };
-    int from = 0;
-    for (const QString& pattern : expected) {
-        const QRegularExpressionMatch match = QRegularExpression(pattern).match(log, from);
-        QVERIFY2(match.hasMatch(), qPrintable(pattern + "\n--- in ---\n" + log));
-        QVERIFY(match.capturedStart() >= from); // in this order
-        from = match.capturedEnd();
+        Sandbox box;
+        QVERIFY(box.isValid());
+        QProcess process;
+        box.prepare(process);
+        process.setArguments(args);
+        process.start();
+        QVERIFY(process.waitForFinished(kStartTimeoutMs));
+        QCOMPARE(process.exitStatus(), QProcess::NormalExit);
+        const QString output =
+            QString::fromUtf8(process.readAllStandardOutput() + process.readAllStandardError());
+        QVERIFY2(process.exitCode() == exitCode, qPrintable(output));
+        for (const QString& text : expectedOutput) {
+            QVERIFY2(output.contains(text), qPrintable(text));
+        }
+        QVERIFY(!QFile::exists(box.lockFile()));
+        QVERIFY(
+            QDir(box.tmpDir()).entryList({"OrvantaSingleApp*"}, QDir::AllEntries | QDir::System).isEmpty());
+        QVERIFY(box.logFiles().isEmpty());
+        QVERIFY(!QFileInfo::exists(box.configDir() + "/global.json"));
     }
-    QVERIFY(!log.contains(kWipe));
-    // Startup lines reach standard output too.
-    QByteArray out;
-    QTRY_VERIFY2_WITH_TIMEOUT((out += process.readAllStandardOutput()).contains("App version : 0.2.0.230805"),
-                              out.constData(), kStartTimeoutMs);
 
-    stop(process, signalNumber);
-    QVERIFY(box.mainLogText().contains(
-        QStringLiteral("[ShutdownSignals] Received signal %1 - quitting").arg(signalNumber)));
-    // The normal exit ran: the configuration was saved and the lock released.
-    QVERIFY(QJsonDocument::fromJson(read(box.configDir() + "/global.json")).isObject());
-    QVERIFY(!QFile::exists(box.lockFile()));
-}
+    void firstInstanceLogsAndEndsOnSignal_data()
+    {
+        QTest::addColumn<int>("signalNumber");
+        QTest::newRow("SIGTERM") << int(SIGTERM);
+        QTest::newRow("SIGINT") << int(SIGINT);
+        QTest::newRow("SIGHUP") << int(SIGHUP);
+    }
 
-void TestStartup::secondInstanceAsksTheFirst()
-{
-    Sandbox box;
-    QProcess first;
-    startFirst(box, first, {"--auto_startup"});
-    const QStringList logsBefore = box.logFiles();
+    void firstInstanceLogsAndEndsOnSignal()
+    {
+        QFETCH(int, signalNumber);
 
-    for (int round = 1; round <= 2; ++round) {
+        Sandbox box;
+        QProcess process;
+        startFirst(box, process, {"--advanced"});
+        QVERIFY(!QFileInfo::exists(box.configDir() + "/global.json"));
+
+        const QString binary = QStringLiteral(ORVANTA_BINARY_PATH);
+        const QString log = box.mainLogText();
+        const QString time = R"(\[\d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2}\.\d{3}\])";
+        const QString info = time + QRegularExpression::escape("@main  [Info]: ");
+        const QStringList expected{
+            info + QRegularExpression::escape("Startup parameters: \r\n \t(" + binary + ", --advanced)") +
+                "\r\n",
+            info + QRegularExpression::escape("Runtime directory: " + QFileInfo(binary).absolutePath()) +
+                "\r\n",
+            info + QRegularExpression::escape("Qt env base path:" + QDir(box.path()).absolutePath()) + "\r\n",
+            info + QRegularExpression::escape("Build info : \r\n \t Git branch : ") + ".+\r\n" +
+                QRegularExpression::escape("\t Git commit : ") + ".+\r\n" +
+                QRegularExpression::escape("\t Build date : ") + R"([A-Z][a-z]{2} +\d{1,2} \d{4})" + "\r\n" +
+                QRegularExpression::escape("\t App version : 0.2.0.230805") + "\r\n",
+        };
+        int from = 0;
+        for (const QString& pattern : expected) {
+            const QRegularExpressionMatch match = QRegularExpression(pattern).match(log, from);
+            QVERIFY2(match.hasMatch(), qPrintable(pattern + "\n--- in ---\n" + log));
+            QVERIFY(match.capturedStart() >= from); // in this order
+            from = match.capturedEnd();
+        }
+        QVERIFY(!log.contains(kWipe));
+        // Startup lines reach standard output too.
+        QByteArray out;
+        QTRY_VERIFY2_WITH_TIMEOUT(
+            (out += process.readAllStandardOutput()).contains("App version : 0.2.0.230805"), out.constData(),
+            kStartTimeoutMs);
+
+        stop(process, signalNumber);
+        QVERIFY(box.mainLogText().contains(
+            QStringLiteral("[ShutdownSignals] Received signal %1 - quitting").arg(signalNumber)));
+        // The normal exit ran: the configuration was saved and the lock released.
+        QVERIFY(QJsonDocument::fromJson(read(box.configDir() + "/global.json")).isObject());
+        QVERIFY(!QFile::exists(box.lockFile()));
+    }
+
+    void secondInstanceAsksTheFirst()
+    {
+        Sandbox box;
+        QProcess first;
+        startFirst(box, first, {"--auto_startup"});
+        const QStringList logsBefore = box.logFiles();
+
+        for (int round = 1; round <= 2; ++round) {
+            QProcess second;
+            box.prepare(second);
+            second.setArguments({"--auto_startup"});
+            second.start();
+            QVERIFY(second.waitForFinished(kStartTimeoutMs));
+            QCOMPARE(second.exitStatus(), QProcess::NormalExit);
+            QVERIFY2(second.exitCode() == 0, second.readAllStandardError().right(3000).constData());
+            QVERIFY(second.readAllStandardOutput().isEmpty()); // nothing logged in a second instance
+            QTRY_COMPARE_WITH_TIMEOUT(box.mainLogText().count(kShowRequest), round, kStartTimeoutMs);
+        }
+        QCOMPARE(box.logFiles(), logsBefore);
+        QCOMPARE(first.state(), QProcess::Running);
+        stop(first);
+    }
+
+    void heldLockWithoutListenerEndsQuietly()
+    {
+        Sandbox box;
+        QLockFile lock(box.lockFile());
+        QVERIFY(lock.tryLock(0));
+
+        QProcess process;
+        box.prepare(process);
+        process.start();
+        QVERIFY(process.waitForFinished(kStartTimeoutMs));
+        QCOMPARE(process.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(process.exitCode(), 0);
+        QVERIFY(process.readAllStandardOutput().isEmpty());
+        QVERIFY(box.logFiles().isEmpty());
+        QVERIFY(!QFileInfo::exists(box.configDir()));
+        QVERIFY(lock.isLocked());
+    }
+
+    void killedFirstInstanceIsReplaced()
+    {
+        Sandbox box;
+        {
+            QProcess crashed;
+            startFirst(box, crashed);
+            QCOMPARE(::kill(static_cast<pid_t>(crashed.processId()), SIGKILL), 0);
+            QVERIFY(crashed.waitForFinished(kStartTimeoutMs));
+        }
+        // Lock file and socket are left behind by the killed run.
+        QVERIFY(QFile::exists(box.lockFile()));
+        for (const QString& name : box.logFiles()) {
+            QFile::remove(QDir(box.logsDir()).filePath(name));
+        }
+
+        QProcess next;
+        startFirst(box, next);
         QProcess second;
         box.prepare(second);
-        second.setArguments({"--auto_startup"});
         second.start();
         QVERIFY(second.waitForFinished(kStartTimeoutMs));
-        QCOMPARE(second.exitStatus(), QProcess::NormalExit);
-        QVERIFY2(second.exitCode() == 0, second.readAllStandardError().right(3000).constData());
-        QVERIFY(second.readAllStandardOutput().isEmpty()); // nothing logged in a second instance
-        QTRY_COMPARE_WITH_TIMEOUT(box.mainLogText().count(kShowRequest), round, kStartTimeoutMs);
+        QCOMPARE(second.exitCode(), 0);
+        QTRY_VERIFY_WITH_TIMEOUT(box.mainLogText().contains(kShowRequest), kStartTimeoutMs);
+        stop(next);
     }
-    QCOMPARE(box.logFiles(), logsBefore);
-    QCOMPARE(first.state(), QProcess::Running);
-    stop(first);
-}
 
-void TestStartup::heldLockWithoutListenerEndsQuietly()
-{
-    Sandbox box;
-    QLockFile lock(box.lockFile());
-    QVERIFY(lock.tryLock(0));
-
-    QProcess process;
-    box.prepare(process);
-    process.start();
-    QVERIFY(process.waitForFinished(kStartTimeoutMs));
-    QCOMPARE(process.exitStatus(), QProcess::NormalExit);
-    QCOMPARE(process.exitCode(), 0);
-    QVERIFY(process.readAllStandardOutput().isEmpty());
-    QVERIFY(box.logFiles().isEmpty());
-    QVERIFY(!QFileInfo::exists(box.configDir()));
-    QVERIFY(lock.isLocked());
-}
-
-void TestStartup::killedFirstInstanceIsReplaced()
-{
-    Sandbox box;
+    void cleanStartupWipesOnce()
     {
-        QProcess crashed;
-        startFirst(box, crashed);
-        QCOMPARE(::kill(static_cast<pid_t>(crashed.processId()), SIGKILL), 0);
-        QVERIFY(crashed.waitForFinished(kStartTimeoutMs));
+        Sandbox box;
+        const QString config = box.configDir();
+        writeBytes(config + "/global.json", R"({"cleanStartup": true, "lastBinding": {"a": {"b": "c"}}})");
+        writeBytes(config + "/app.json", R"({"language": "en"})");
+        writeBytes(config + "/controllers/OV5512%3AA1.json", R"({"nbLeds": 30})");
+        writeBytes(config + "/effects/com.orvanta.colorful.flowing.json", R"({"OV5512:A1": {"speed": 2}})");
+
+        {
+            QProcess process;
+            startFirst(box, process);
+            QVERIFY(box.mainLogText().contains("@main  [Info]: " + kWipe + "\r\n"));
+            stop(process);
+        }
+        QCOMPARE(TestFiles::readJson(config + "/global.json"), (QJsonObject{{"cleanStartup", false}}));
+        for (const char* wiped :
+             {"/app.json", "/controllers/OV5512%3AA1.json", "/effects/com.orvanta.colorful.flowing.json"})
+            QVERIFY2(!QFile::exists(config + wiped), wiped);
+
+        // The request is used up: the next start keeps what was stored in between.
+        writeBytes(config + "/global.json", R"({"cleanStartup": false, "keep": 1})");
+        writeBytes(config + "/app.json", R"({"language": "en"})");
+        {
+            QProcess process;
+            startFirst(box, process);
+            stop(process);
+        }
+        QCOMPARE(box.mainLogText().count(kWipe), 1);
+        QCOMPARE(TestFiles::readJson(config + "/global.json"),
+                 (QJsonObject{{"cleanStartup", false}, {"keep", 1}}));
+        QCOMPARE(TestFiles::readJson(config + "/app.json"), (QJsonObject{{"language", "en"}}));
     }
-    // Lock file and socket are left behind by the killed run.
-    QVERIFY(QFile::exists(box.lockFile()));
-    for (const QString& name : box.logFiles()) {
-        QFile::remove(QDir(box.logsDir()).filePath(name));
-    }
 
-    QProcess next;
-    startFirst(box, next);
-    QProcess second;
-    box.prepare(second);
-    second.start();
-    QVERIFY(second.waitForFinished(kStartTimeoutMs));
-    QCOMPARE(second.exitCode(), 0);
-    QTRY_VERIFY_WITH_TIMEOUT(box.mainLogText().contains(kShowRequest), kStartTimeoutMs);
-    stop(next);
-}
-
-void TestStartup::cleanStartupWipesOnce()
-{
-    Sandbox box;
-    const QString config = box.configDir();
-    writeBytes(config + "/global.json", R"({"cleanStartup": true, "lastBinding": {"a": {"b": "c"}}})");
-    writeBytes(config + "/app.json", R"({"language": "en"})");
-    writeBytes(config + "/controllers/OV5512%3AA1.json", R"({"nbLeds": 30})");
-    writeBytes(config + "/effects/com.orvanta.colorful.flowing.json", R"({"OV5512:A1": {"speed": 2}})");
-
+    // The whole path from start to the wire: the program finds a virtual strip among its extra ports,
+    // gives it the model's defaults, keeps it refreshed, and on SIGTERM releases it dark and saves it.
+    void programDrivesAVirtualStrip()
     {
+        Sandbox box;
+        QVERIFY(box.isValid());
+        VirtualLedDevice device;
+        const QString link = box.path() + QStringLiteral("/ttyOV0");
+        QVERIFY2(device.open(link), qPrintable(device.errorString()));
+        box.extraPorts = link;
+
         QProcess process;
         startFirst(box, process);
-        QVERIFY(box.mainLogText().contains("@main  [Info]: " + kWipe + "\r\n"));
-        stop(process);
-    }
-    QCOMPARE(TestFiles::readJson(config + "/global.json"), (QJsonObject{{"cleanStartup", false}}));
-    for (const char* wiped :
-         {"/app.json", "/controllers/OV5512%3AA1.json", "/effects/com.orvanta.colorful.flowing.json"})
-        QVERIFY2(!QFile::exists(config + wiped), wiped);
+        QTRY_VERIFY_WITH_TIMEOUT(device.salutations() >= 1, kStartTimeoutMs);
+        // Nothing is bound yet, so the controller's own refresh sends black frames of the model's size.
+        QTRY_VERIFY_WITH_TIMEOUT(device.frameCount() >= 2, kStartTimeoutMs);
+        QCOMPARE(device.lastCount(), uint16_t(72));
+        QCOMPARE(device.lastColors().size(), 72);
+        QVERIFY(box.mainLogText().contains(
+            QStringLiteral("OVControllerEnumerator found a device: OV5512:41424344")));
 
-    // The request is used up: the next start keeps what was stored in between.
-    writeBytes(config + "/global.json", R"({"cleanStartup": false, "keep": 1})");
-    writeBytes(config + "/app.json", R"({"language": "en"})");
-    {
-        QProcess process;
-        startFirst(box, process);
+        const int framesBeforeStop = device.frameCount();
         stop(process);
+        QVERIFY(box.mainLogText().contains(
+            QStringLiteral("The port is released, the black buffer is writeen: true")));
+        // The release frame sits in the pty until this loop reads it.
+        QTRY_VERIFY_WITH_TIMEOUT(device.frameCount() > framesBeforeStop, kStartTimeoutMs);
+        QCOMPARE(device.lastColors(), QVector<VirtualLedDevice::Rgb>(72));
+        const QJsonObject saved =
+            TestFiles::readJson(box.configDir() + "/controllers/OV5512%3A41424344.json");
+        QCOMPARE(saved.value("nbLeds").toInt(), 72);
+        QCOMPARE(saved.value("kindName").toString(), link);
     }
-    QCOMPARE(box.mainLogText().count(kWipe), 1);
-    QCOMPARE(TestFiles::readJson(config + "/global.json"),
-             (QJsonObject{{"cleanStartup", false}, {"keep", 1}}));
-    QCOMPARE(TestFiles::readJson(config + "/app.json"), (QJsonObject{{"language", "en"}}));
-}
+
+private:
+    void startFirst(const Sandbox& box, QProcess& process, const QStringList& args = {})
+    {
+        const int runsBefore = box.mainLogText().count(kListening);
+        box.prepare(process);
+        process.setArguments(args);
+        process.start();
+        QVERIFY2(process.waitForStarted(kStartTimeoutMs), qPrintable(process.errorString()));
+        QTRY_VERIFY_WITH_TIMEOUT(box.mainLogText().count(kListening) > runsBefore, kStartTimeoutMs);
+        QVERIFY(QFile::exists(box.lockFile()));
+    }
+
+    void stop(QProcess& process, int signalNumber = SIGTERM)
+    {
+        QCOMPARE(::kill(static_cast<pid_t>(process.processId()), signalNumber), 0);
+        QVERIFY(process.waitForFinished(kStartTimeoutMs));
+        QCOMPARE(process.exitStatus(), QProcess::NormalExit);
+        QVERIFY2(process.exitCode() == 0, process.readAllStandardError().right(3000).constData());
+    }
+};
 
 QTEST_GUILESS_MAIN(TestStartup)
 #include "tst_Startup.moc"
