@@ -104,6 +104,21 @@ void writeStrapDefaults(const QByteArray& content)
     file.write(content);
 }
 
+// A mood shadow loaded for `device` on a strip of ten LEDs.
+std::unique_ptr<MoodShadow> mood(const QString& device)
+{
+    auto worker = std::make_unique<MoodShadow>(record("com.orvanta.colorful.moodShadow"));
+    worker->load(controller(device, 10, {10}));
+    return worker;
+}
+
+QJsonArray savedStraps()
+{
+    return ConfigurationManager::instance()
+        ->effectJsonValue("com.orvanta.colorful.colorStraps", "__all__", "colorStrapList")
+        .toArray();
+}
+
 const QByteArray threeStraps = R"({"colorStrapList": [
     {"name": "A", "uuid": "{11111111-1111-1111-1111-111111111111}", "speed": 0.5, "range": 0.25,
      "endsColor": [10, 20, 30], "keyColors": [{"key": 0.5, "color": [200, 0, 0]}]},
@@ -557,19 +572,17 @@ private slots:
     void moodFallbackStrap()
     {
         // No defaults file and nothing stored.
-        MoodShadow worker(record("com.orvanta.colorful.moodShadow"));
-        worker.load(controller("fb", 10, {10}));
-        QCOMPARE(worker.strapCount(), 1);
-        QCOMPARE(worker.strapName(), QString("( 1 )"));
-        QCOMPARE(worker.endsColor(), QColor(Qt::white));
-        QCOMPARE(worker.speed(), 1.0);
-        QCOMPARE(worker.range(), 0.5);
-        QCOMPARE(worker.keyColors(), QList<QGradientStop>({QGradientStop(0.5, QColor(255, 0, 0))}));
+        auto worker = mood("fb");
+        QCOMPARE(worker->strapCount(), 1);
+        QCOMPARE(worker->strapName(), QString("( 1 )"));
+        QCOMPARE(worker->endsColor(), QColor(Qt::white));
+        QCOMPARE(worker->speed(), 1.0);
+        QCOMPARE(worker->range(), 0.5);
+        QCOMPARE(worker->keyColors(), QList<QGradientStop>({QGradientStop(0.5, QColor(255, 0, 0))}));
         // A file whose list is not an array counts as missing.
         writeStrapDefaults(R"({"colorStrapList": "none"})");
-        MoodShadow other(record("com.orvanta.colorful.moodShadow"));
-        other.load(controller("fb", 10, {10}));
-        QCOMPARE(other.strapNames(), QStringList({"( 1 )"}));
+        auto other = mood("fb");
+        QCOMPARE(other->strapNames(), QStringList({"( 1 )"}));
     }
 
     void moodJsonFallbacks()
@@ -582,35 +595,31 @@ private slots:
         7,
         {"keyColors": "none", "endsColor": "red"}
     ]})");
-        MoodShadow worker(record("com.orvanta.colorful.moodShadow"));
-        worker.load(controller("json", 10, {10}));
-        QCOMPARE(worker.strapCount(), 4);
-        QCOMPARE(worker.strapNames(), QStringList({"good", "( 2 )", "( 3 )", "( 4 )"}));
+        auto worker = mood("json");
+        QCOMPARE(worker->strapCount(), 4);
+        QCOMPARE(worker->strapNames(), QStringList({"good", "( 2 )", "( 3 )", "( 4 )"}));
 
-        worker.setCurrentStrap(0);
-        QCOMPARE(worker.speed(), 0.25);
-        QCOMPARE(worker.range(), 0.75);
-        QCOMPARE(worker.endsColor(), QColor(1, 2, 3));
-        QCOMPARE(worker.keyColors(), QList<QGradientStop>({QGradientStop(0.2, QColor(4, 5, 6))}));
+        worker->setCurrentStrap(0);
+        QCOMPARE(worker->speed(), 0.25);
+        QCOMPARE(worker->range(), 0.75);
+        QCOMPARE(worker->endsColor(), QColor(1, 2, 3));
+        QCOMPARE(worker->keyColors(), QList<QGradientStop>({QGradientStop(0.2, QColor(4, 5, 6))}));
 
-        worker.setCurrentStrap(1);
-        QCOMPARE(worker.speed(), 0.0);
-        QCOMPARE(worker.range(), 0.5);
-        QCOMPARE(worker.endsColor(), QColor(0, 0, 0, 255));
+        worker->setCurrentStrap(1);
+        QCOMPARE(worker->speed(), 0.0);
+        QCOMPARE(worker->range(), 0.5);
+        QCOMPARE(worker->endsColor(), QColor(0, 0, 0, 255));
         // Stops: a missing or bad key is index / count; a bad colour is opaque white.
-        QCOMPARE(worker.keyColors(), QList<QGradientStop>({QGradientStop(0.0, QColor(7, 8, 9)),
-                                                           QGradientStop(1.0 / 3.0, QColor(255, 255, 255)),
-                                                           QGradientStop(0.9, QColor(255, 255, 255))}));
-        worker.setCurrentStrap(3);
-        QVERIFY(worker.keyColors().isEmpty());
-        QCOMPARE(worker.endsColor(), QColor(Qt::black));
+        QCOMPARE(worker->keyColors(), QList<QGradientStop>({QGradientStop(0.0, QColor(7, 8, 9)),
+                                                            QGradientStop(1.0 / 3.0, QColor(255, 255, 255)),
+                                                            QGradientStop(0.9, QColor(255, 255, 255))}));
+        worker->setCurrentStrap(3);
+        QVERIFY(worker->keyColors().isEmpty());
+        QCOMPARE(worker->endsColor(), QColor(Qt::black));
 
         // Good uuids are kept, bad or missing ones are made new.
-        worker.unload();
-        const QJsonArray saved =
-            ConfigurationManager::instance()
-                ->effectJsonValue("com.orvanta.colorful.colorStraps", "__all__", "colorStrapList")
-                .toArray();
+        worker->unload();
+        const QJsonArray saved = savedStraps();
         QCOMPARE(saved.size(), 4);
         QCOMPARE(saved.at(0).toObject().value("uuid").toString(),
                  QString("{44444444-4444-4444-4444-444444444444}"));
@@ -634,17 +643,16 @@ private slots:
                 {"{22222222-2222-2222-2222-222222222222}", QJsonObject{{"speed", 0.3}, {"range", 0.9}}},
                 {"{33333333-3333-3333-3333-333333333333}", QJsonObject{{"range", 0.1}}}});
         store->setEffectJsonValue(id, "dev", "currentStrap", 1);
-        MoodShadow worker(record(id));
-        worker.load(controller("dev", 10, {10}));
-        QCOMPARE(worker.currentStrapIndex(), 1);
-        QCOMPARE(worker.speed(), 0.3);
-        QCOMPARE(worker.range(), 0.9);
-        worker.setCurrentStrap(2);
-        QCOMPARE(worker.speed(), 2.0); // the list's value where the device has none
-        QCOMPARE(worker.range(), 0.1);
-        worker.setCurrentStrap(0);
-        QCOMPARE(worker.speed(), 0.5);
-        QCOMPARE(worker.range(), 0.25);
+        auto worker = mood("dev");
+        QCOMPARE(worker->currentStrapIndex(), 1);
+        QCOMPARE(worker->speed(), 0.3);
+        QCOMPARE(worker->range(), 0.9);
+        worker->setCurrentStrap(2);
+        QCOMPARE(worker->speed(), 2.0); // the list's value where the device has none
+        QCOMPARE(worker->range(), 0.1);
+        worker->setCurrentStrap(0);
+        QCOMPARE(worker->speed(), 0.5);
+        QCOMPARE(worker->range(), 0.25);
     }
 
     void moodCurrentStrapBounded_data()
@@ -663,77 +671,73 @@ private slots:
         writeStrapDefaults(threeStraps);
         ConfigurationManager::instance()->setEffectJsonValue("com.orvanta.colorful.moodShadow", "bound",
                                                              "currentStrap", stored);
-        MoodShadow worker(record("com.orvanta.colorful.moodShadow"));
-        worker.load(controller("bound", 10, {10}));
-        QCOMPARE(worker.currentStrapIndex(), current);
-        worker.setCurrentStrap(stored);
-        QCOMPARE(worker.currentStrapIndex(), current);
+        auto worker = mood("bound");
+        QCOMPARE(worker->currentStrapIndex(), current);
+        worker->setCurrentStrap(stored);
+        QCOMPARE(worker->currentStrapIndex(), current);
     }
 
     void moodAddAndRemove()
     {
         writeStrapDefaults(threeStraps);
-        MoodShadow worker(record("com.orvanta.colorful.moodShadow"));
-        worker.load(controller("edit", 10, {10}));
-        worker.addStrap();
-        QCOMPARE(worker.currentStrapIndex(), 3);
-        QCOMPARE(worker.strapName(), QString("(3)"));
-        QCOMPARE(worker.keyColors(), QList<QGradientStop>({QGradientStop(0.5, QColor(255, 0, 0))}));
-        QCOMPARE(worker.speed(), 0.0);
-        worker.addStrap("named", 0.7);
-        QCOMPARE(worker.strapName(), QString("named"));
-        QCOMPARE(worker.speed(), 0.7);
+        auto worker = mood("edit");
+        worker->addStrap();
+        QCOMPARE(worker->currentStrapIndex(), 3);
+        QCOMPARE(worker->strapName(), QString("(3)"));
+        QCOMPARE(worker->keyColors(), QList<QGradientStop>({QGradientStop(0.5, QColor(255, 0, 0))}));
+        QCOMPARE(worker->speed(), 0.0);
+        worker->addStrap("named", 0.7);
+        QCOMPARE(worker->strapName(), QString("named"));
+        QCOMPARE(worker->speed(), 0.7);
         // Speed and range are clamped.
-        worker.setSpeed(-3.0);
-        worker.setRange(1.5);
-        QCOMPARE(worker.speed(), 0.0);
-        QCOMPARE(worker.range(), 1.0);
-        worker.setRange(-0.5);
-        QCOMPARE(worker.range(), 0.0);
-        worker.addStrap("only a name");
-        QCOMPARE(worker.strapNames().last(), QString("only a name"));
-        QCOMPARE(worker.strapCount(), 6);
+        worker->setSpeed(-3.0);
+        worker->setRange(1.5);
+        QCOMPARE(worker->speed(), 0.0);
+        QCOMPARE(worker->range(), 1.0);
+        worker->setRange(-0.5);
+        QCOMPARE(worker->range(), 0.0);
+        worker->addStrap("only a name");
+        QCOMPARE(worker->strapNames().last(), QString("only a name"));
+        QCOMPARE(worker->strapCount(), 6);
 
         QTest::ignoreMessage(QtCriticalMsg, "[MoodShadow]: Strap index is out of range");
-        worker.removeStrap(6);
+        worker->removeStrap(6);
         QTest::ignoreMessage(QtCriticalMsg, "[MoodShadow]: Strap index is out of range");
-        worker.removeStrap(-1);
-        QCOMPARE(worker.strapCount(), 6);
+        worker->removeStrap(-1);
+        QCOMPARE(worker->strapCount(), 6);
 
-        worker.removeStrap(1); // a middle one: the next takes its index
-        QCOMPARE(worker.strapNames(), QStringList({"A", "C", "(3)", "named", "only a name"}));
-        QCOMPARE(worker.currentStrapIndex(), 1);
-        worker.removeStrap(4); // the last: the one before becomes current
-        QCOMPARE(worker.currentStrapIndex(), 3);
+        worker->removeStrap(1); // a middle one: the next takes its index
+        QCOMPARE(worker->strapNames(), QStringList({"A", "C", "(3)", "named", "only a name"}));
+        QCOMPARE(worker->currentStrapIndex(), 1);
+        worker->removeStrap(4); // the last: the one before becomes current
+        QCOMPARE(worker->currentStrapIndex(), 3);
         for (int i = 0; i < 4; ++i)
-            worker.removeStrap(0);
-        QCOMPARE(worker.strapCount(), 0);
+            worker->removeStrap(0);
+        QCOMPARE(worker->strapCount(), 0);
         // An empty list renders nothing and breaks nothing.
-        QSignalSpy spy(&worker, qOverload<Frame>(&IEffectWorker::updateColors));
-        worker.tick(0.1);
+        QSignalSpy spy(worker.get(), qOverload<Frame>(&IEffectWorker::updateColors));
+        worker->tick(0.1);
         QCOMPARE(spy.count(), 0);
-        worker.setSpeed(1.0);
-        worker.setStrapName("x");
-        QCOMPARE(worker.strapName(), QString());
-        worker.addStrap();
-        QCOMPARE(worker.strapName(), QString("(0)"));
-        worker.tick(0.1);
+        worker->setSpeed(1.0);
+        worker->setStrapName("x");
+        QCOMPARE(worker->strapName(), QString());
+        worker->addStrap();
+        QCOMPARE(worker->strapName(), QString("(0)"));
+        worker->tick(0.1);
         QCOMPARE(spy.count(), 1);
     }
 
     void moodSavedShape()
     {
         writeStrapDefaults(threeStraps);
-        MoodShadow worker(record("com.orvanta.colorful.moodShadow"));
-        worker.load(controller("shape", 10, {10}));
-        worker.setCurrentStrap(2);
-        worker.setSpeed(1.25);
-        worker.addStrap("new", 0.5);
-        worker.unload();
+        auto worker = mood("shape");
+        worker->setCurrentStrap(2);
+        worker->setSpeed(1.25);
+        worker->addStrap("new", 0.5);
+        worker->unload();
 
         ConfigurationManager* store = ConfigurationManager::instance();
-        const QJsonArray list =
-            store->effectJsonValue("com.orvanta.colorful.colorStraps", "__all__", "colorStrapList").toArray();
+        const QJsonArray list = savedStraps();
         QCOMPARE(list.size(), 4);
         const QJsonObject first = list.at(0).toObject();
         const QStringList keys = first.keys();
@@ -761,36 +765,30 @@ private slots:
         writeStrapDefaults(threeStraps);
         const QString id = "com.orvanta.colorful.moodShadow";
         {
-            MoodShadow worker(record(id));
-            worker.load(controller("trip", 10, {10}));
-            worker.setCurrentStrap(1);
-            worker.setSpeed(0.8);
-            worker.setRange(0.6);
-            worker.setStrapName("B2");
-            worker.addStrap("fresh", 0.2);
-            worker.unload();
+            auto worker = mood("trip");
+            worker->setCurrentStrap(1);
+            worker->setSpeed(0.8);
+            worker->setRange(0.6);
+            worker->setStrapName("B2");
+            worker->addStrap("fresh", 0.2);
+            worker->unload();
         }
         // The saved list now stands in for the defaults file, for every device.
         writeStrapDefaults(QByteArray());
-        MoodShadow again(record(id));
-        again.load(controller("trip", 10, {10}));
-        QCOMPARE(again.strapNames(), QStringList({"A", "B2", "C", "fresh"}));
-        QCOMPARE(again.currentStrapIndex(), 3);
-        again.setCurrentStrap(1);
-        QCOMPARE(again.speed(), 0.8);
-        QCOMPARE(again.range(), 0.6);
+        auto again = mood("trip");
+        QCOMPARE(again->strapNames(), QStringList({"A", "B2", "C", "fresh"}));
+        QCOMPARE(again->currentStrapIndex(), 3);
+        again->setCurrentStrap(1);
+        QCOMPARE(again->speed(), 0.8);
+        QCOMPARE(again->range(), 0.6);
         // The new strap got a fresh uuid on this load.
-        again.unload();
-        const QJsonArray list =
-            ConfigurationManager::instance()
-                ->effectJsonValue("com.orvanta.colorful.colorStraps", "__all__", "colorStrapList")
-                .toArray();
+        again->unload();
+        const QJsonArray list = savedStraps();
         QVERIFY(!QUuid(list.at(3).toObject().value("uuid").toString()).isNull());
 
-        MoodShadow other(record(id));
-        other.load(controller("someone", 10, {10}));
-        QCOMPARE(other.strapNames(), QStringList({"A", "B2", "C", "fresh"}));
-        QCOMPARE(other.currentStrapIndex(), 0);
+        auto other = mood("someone");
+        QCOMPARE(other->strapNames(), QStringList({"A", "B2", "C", "fresh"}));
+        QCOMPARE(other->currentStrapIndex(), 0);
     }
 };
 
