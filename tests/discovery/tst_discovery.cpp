@@ -82,6 +82,14 @@ private:
     QString linkPath(const QString& name) const { return links->filePath(name); }
     QString builtInKey() const { return QStringLiteral("@@@OVControllerEnumerator"); }
 
+    // The start-up scan salutes this machine's own ports; each salutation also reaches a port of
+    // ours still waiting for its reply, so a test's own handshakes start once the scan is over.
+    void waitForStartupScan()
+    {
+        QTRY_VERIFY_WITH_TIMEOUT(log->contains("[OVControllerEnumerator]: End scan devices list"),
+                                 HandshakeMs);
+    }
+
     std::unique_ptr<LogCapture> log;
     std::unique_ptr<QTemporaryDir> workDir;
     std::unique_ptr<QTemporaryDir> links;
@@ -167,6 +175,7 @@ private slots:
         Device dev = device(QStringLiteral("ttyHand"), reply);
         QVERIFY(dev);
         OVControllerEnumerator enumerator;
+        waitForStartupScan();
         QSignalSpy found(&enumerator, &OVControllerEnumerator::deviceEnabled);
         enumerator.verifyDevice(dev->linkPath());
 
@@ -200,6 +209,7 @@ private slots:
         QVERIFY(dev);
         dev->setSplitDelayMs(1500);
         OVControllerEnumerator enumerator;
+        waitForStartupScan();
         QSignalSpy found(&enumerator, &OVControllerEnumerator::deviceEnabled);
         enumerator.verifyDevice(dev->linkPath());
         QTRY_COMPARE_WITH_TIMEOUT(found.count(), 1, HandshakeMs);
@@ -238,6 +248,7 @@ private slots:
         dev->setGarbageBytes(64 * 1024);
         const QString path = dev->linkPath();
         OVControllerEnumerator enumerator;
+        waitForStartupScan();
         QSignalSpy found(&enumerator, &OVControllerEnumerator::deviceEnabled);
         enumerator.verifyDevice(path);
         QTRY_COMPARE(dev->salutations(), 1);
@@ -268,6 +279,7 @@ private slots:
         Device dev = device(QStringLiteral("ttyChatty"), "OV5512,C1\r\n");
         QVERIFY(dev);
         OVControllerEnumerator enumerator;
+        waitForStartupScan();
         QSignalSpy found(&enumerator, &OVControllerEnumerator::deviceEnabled);
         enumerator.verifyDevice(dev->linkPath());
         QTRY_COMPARE_WITH_TIMEOUT(found.count(), 1, HandshakeMs);
@@ -329,6 +341,7 @@ private slots:
         Device second = device(QStringLiteral("ttyTwinB"), "OV5512,7717\r\n");
         QVERIFY(first && second);
         OVControllerEnumerator enumerator;
+        waitForStartupScan();
         QSignalSpy found(&enumerator, &OVControllerEnumerator::deviceEnabled);
         enumerator.verifyDevice(first->linkPath());
         QTRY_COMPARE_WITH_TIMEOUT(found.count(), 1, HandshakeMs);
@@ -354,6 +367,7 @@ private slots:
         Device dev = device(QStringLiteral("ttyArrive"), "OV5512,AA01\r\n");
         QVERIFY(dev);
         OVControllerEnumerator enumerator;
+        waitForStartupScan();
         QSignalSpy found(&enumerator, &OVControllerEnumerator::deviceEnabled);
         QElapsedTimer clock;
         clock.start();
