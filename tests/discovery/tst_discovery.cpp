@@ -702,7 +702,7 @@ private slots:
         QVERIFY(manager.controllerNames().isEmpty());
         QTRY_VERIFY(watched.isNull());
         QTRY_VERIFY(manager.enumeratorEntries().value(builtInKey()).second->controllers().isEmpty());
-        QVERIFY(log->contains("[OVEnumerator] " + id + " has an error"));
+        QTRY_VERIFY(log->contains("[OVEnumerator] " + id + " has an error"));
         QCOMPARE(failed.count(), 1);
     }
 
