@@ -21,6 +21,17 @@ struct EffectWorkerOptions
     AbsWorkerWidget* optionWidget = nullptr;
     AbsWorkerWidget* extraOptionWidget = nullptr;
     QVector<QString> tags;
+
+    // A catalogue row: the description repeats the name until a panel says more.
+    static EffectWorkerOptions make(const QString& id, const QString& name, int32_t order)
+    {
+        EffectWorkerOptions record;
+        record.id = id;
+        record.name = name;
+        record.desc = name;
+        record.order = order;
+        return record;
+    }
 };
 
 Q_DECLARE_METATYPE(EffectWorkerOptions)

@@ -10,20 +10,6 @@
 #include <QMetaObject>
 #include <QMetaType>
 
-namespace {
-
-EffectWorkerOptions makeRecord(const QString& id, const QString& name, int32_t order)
-{
-    EffectWorkerOptions record;
-    record.id = id;
-    record.name = name;
-    record.desc = name;
-    record.order = order;
-    return record;
-}
-
-} // namespace
-
 InternalEffectFactory::InternalEffectFactory(QObject* parent)
     : IEffectFactory(nullptr)
 {
@@ -32,13 +18,13 @@ InternalEffectFactory::InternalEffectFactory(QObject* parent)
 
     addRow<SingleColor>(SingleColor::staticWorkerOptions(), "SingleColor");
     addRow<FlowingEffect>(FlowingEffect::staticWorkerOptions(), "FlowingEffect");
-    addRow<MoodShadow>(
-        makeRecord(QStringLiteral("com.orvanta.colorful.moodShadow"), QStringLiteral("影随心动"), 1),
-        "MoodShadow");
+    addRow<MoodShadow>(EffectWorkerOptions::make(QStringLiteral("com.orvanta.colorful.moodShadow"),
+                                                 QStringLiteral("影随心动"), 1),
+                       "MoodShadow");
     // One class, six pictures: the id's last component names the picture.
     for (int i = 3; i <= 8; ++i) {
-        addRow<ColorMap>(makeRecord(QStringLiteral("com.orvanta.colorful.ColorMap_%1").arg(i),
-                                    QStringLiteral("幻彩模式 %1").arg(i), i - 1),
+        addRow<ColorMap>(EffectWorkerOptions::make(QStringLiteral("com.orvanta.colorful.ColorMap_%1").arg(i),
+                                                   QStringLiteral("幻彩模式 %1").arg(i), i - 1),
                          "ColorMap");
     }
 }

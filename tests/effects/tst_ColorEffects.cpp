@@ -38,10 +38,7 @@ ControlOptions controller(const QString& id, uint32_t nbLeds, QVector<uint32_t> 
 
 EffectWorkerOptions record(const QString& id)
 {
-    EffectWorkerOptions options;
-    options.id = id;
-    options.name = id;
-    return options;
+    return EffectWorkerOptions::make(id, id, 0);
 }
 
 OV_RGB rgb(int r, int g, int b)

@@ -12,14 +12,8 @@ FlowingEffect::~FlowingEffect() = default;
 
 EffectWorkerOptions FlowingEffect::staticWorkerOptions()
 {
-    static const EffectWorkerOptions record = [] {
-        EffectWorkerOptions r;
-        r.id = QStringLiteral("com.orvanta.colorful.flowingEffect");
-        r.name = QStringLiteral("流光异彩");
-        r.desc = r.name;
-        r.order = 0;
-        return r;
-    }();
+    static const EffectWorkerOptions record = EffectWorkerOptions::make(
+        QStringLiteral("com.orvanta.colorful.flowingEffect"), QStringLiteral("流光异彩"), 0);
     return record;
 }
 

@@ -11,14 +11,8 @@ SingleColor::~SingleColor() = default;
 
 EffectWorkerOptions SingleColor::staticWorkerOptions()
 {
-    static const EffectWorkerOptions record = [] {
-        EffectWorkerOptions r;
-        r.id = QStringLiteral("com.orvanta.singleColor.singleColor1");
-        r.name = QStringLiteral("单色模式");
-        r.desc = r.name;
-        r.order = 0;
-        return r;
-    }();
+    static const EffectWorkerOptions record = EffectWorkerOptions::make(
+        QStringLiteral("com.orvanta.singleColor.singleColor1"), QStringLiteral("单色模式"), 0);
     return record;
 }
 
