@@ -1,0 +1,6 @@
+#include "ControlPage.h"
+
+ControlPage::ControlPage(QWidget* parent)
+    : QWidget(parent)
+{
+}
