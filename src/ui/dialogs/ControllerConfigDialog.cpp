@@ -1,0 +1,93 @@
+#include "ControllerConfigDialog.h"
+
+#include "ui_ControllerConfigDialog.h"
+
+#include <QEvent>
+#include <QLabel>
+#include <QMetaType>
+#include <QSpinBox>
+
+#include <limits>
+
+ControllerConfigDialog::ControllerConfigDialog(QWidget* parent)
+    : BaseDialog(parent)
+    , ui(new Ui::ControllerConfigDialog)
+{
+    qRegisterMetaType<QVector<uint32_t>>("QVector<uint32_t>");
+    ui->setupUi(this);
+    ui->addBtn->setProperty("class", QStringLiteral("Button1"));
+    ui->removeBtn->setProperty("class", QStringLiteral("Button1"));
+
+    connect(ui->toolButton, &QToolButton::clicked, this, &QDialog::reject);
+    connect(ui->addBtn, &QPushButton::clicked, this, &ControllerConfigDialog::addLine);
+    connect(ui->removeBtn, &QPushButton::clicked, this, &ControllerConfigDialog::removeLine);
+    connect(ui->pushButton, &QPushButton::clicked, this, &QDialog::accept);
+    connect(ui->pushButton_2, &QPushButton::clicked, this, &QDialog::reject);
+}
+
+ControllerConfigDialog::~ControllerConfigDialog()
+{
+    delete ui;
+}
+
+void ControllerConfigDialog::addLine()
+{
+    const int n = rows.size();
+    auto* label = new QLabel(tr("line %1").arg(n + 1), ui->scrollAreaWidgetContents);
+    auto* spinBox = new QSpinBox(ui->scrollAreaWidgetContents);
+    spinBox->setMinimum(0);
+    spinBox->setMaximum(std::numeric_limits<int>::max());
+    spinBox->setValue(0);
+    ui->linesLayout->addWidget(label, n, 0, Qt::AlignRight);
+    ui->linesLayout->addWidget(spinBox, n, 1);
+    connect(spinBox, QOverload<int>::of(&QSpinBox::valueChanged), this,
+            [this, n](int value) { onValueChanged(n, value); });
+    rows.append(Row{label, spinBox, n});
+    lines.append(0);
+    // A new row belongs in view and has the user's attention.
+    ui->scrollArea->ensureWidgetVisible(spinBox);
+    spinBox->setFocus();
+}
+
+void ControllerConfigDialog::onValueChanged(int index, int value)
+{
+    if (index >= lines.size()) {
+        return;
+    }
+    total -= int(lines[index]);
+    lines[index] = uint32_t(value);
+    total += value;
+    showTotal();
+    emit linesChanged(total, lines);
+}
+
+// Removal reaches the caller with the next value change or with accept, so nothing is emitted.
+void ControllerConfigDialog::removeLine()
+{
+    if (rows.isEmpty()) {
+        return;
+    }
+    const Row row = rows.takeLast();
+    total -= int(lines.takeLast());
+    showTotal();
+    delete row.spinBox;
+    delete row.label;
+}
+
+void ControllerConfigDialog::showTotal()
+{
+    ui->totalLabel->setText(tr("总计 %1 个LED灯珠").arg(total));
+}
+
+void ControllerConfigDialog::changeEvent(QEvent* event)
+{
+    BaseDialog::changeEvent(event);
+    if (event->type() != QEvent::LanguageChange) {
+        return;
+    }
+    ui->retranslateUi(this);
+    showTotal();
+    for (const Row& row : qAsConst(rows)) {
+        row.label->setText(tr("line %1").arg(row.index + 1));
+    }
+}
