@@ -4,6 +4,10 @@
 #include "FlowingEffect.h"
 #include "IEffectWorker.h"
 #include "MoodShadow.h"
+#include "MusicMode1.h"
+#include "MusicMode2.h"
+#include "MusicMode3.h"
+#include "MusicMode4.h"
 #include "SingleColor.h"
 
 #include <QMetaMethod>
@@ -27,6 +31,11 @@ InternalEffectFactory::InternalEffectFactory(QObject* parent)
                                                    QStringLiteral("幻彩模式 %1").arg(i), i - 1),
                          "ColorMap");
     }
+    const QString music = QStringLiteral("com.orvanta.dynamicMusic.mode_%1");
+    addRow<MusicMode1>(EffectWorkerOptions::make(music.arg(1), QStringLiteral("音乐模式1"), 1), "MusicMode1");
+    addRow<MusicMode2>(EffectWorkerOptions::make(music.arg(2), QStringLiteral("音乐模式2"), 0), "MusicMode2");
+    addRow<MusicMode3>(EffectWorkerOptions::make(music.arg(3), QStringLiteral("音乐模式3"), 2), "MusicMode3");
+    addRow<MusicMode4>(EffectWorkerOptions::make(music.arg(4), QStringLiteral("音乐模式4"), 3), "MusicMode4");
 }
 
 InternalEffectFactory::~InternalEffectFactory() = default;

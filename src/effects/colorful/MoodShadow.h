@@ -29,6 +29,8 @@ public:
     double speed() const;
     double range() const;
     double currentPhase() const;
+    // Music mode 2 runs this effect in the background and stops it before unloading it.
+    void stopTimer() { pause(); }
 
     // Width of the one-pixel-high picture a strap is rendered into for n LEDs.
     static int imageWidth(const ColorStrap& strap, uint32_t n);

@@ -1,0 +1,107 @@
+#include "AbsMusicEffect.h"
+
+#include "AudioCapManager.h"
+#include "ConfigurationManager.h"
+
+#include <QtDebug>
+
+#include <algorithm>
+
+AbsMusicEffect::AbsMusicEffect(QObject* parent)
+    : IEffectWorker(parent)
+{
+    qRegisterMetaType<QVector<SoundChannel>>("QVector<SoundChannel>");
+}
+
+AbsMusicEffect::~AbsMusicEffect() = default;
+
+double AbsMusicEffect::peakDb(const QVector<Spectrum>& bins, double minFrequency, double maxFrequency)
+{
+    // Compared in float, as the bins hold their frequencies.
+    const float lo = static_cast<float>(minFrequency);
+    const float hi = static_cast<float>(maxFrequency);
+    const auto first = std::lower_bound(bins.cbegin(), bins.cend(), lo,
+                                        [](const Spectrum& s, float f) { return s.frequency < f; });
+    if (first == bins.cend()) {
+        return 0.0; // above the last bin: a hand-edited band must not read past the end
+    }
+    const auto last =
+        std::upper_bound(first, bins.cend(), hi, [](float f, const Spectrum& s) { return f < s.frequency; });
+    if (last - first <= 1) {
+        return first->db; // a band between two bins reads the next bin above it
+    }
+    const auto loudest =
+        std::max_element(first, last, [](const Spectrum& a, const Spectrum& b) { return a.db < b.db; });
+    return loudest->db;
+}
+
+void AbsMusicEffect::spectrumUpdate(QVector<Spectrum>) {}
+
+void AbsMusicEffect::setCapturerId(QString newCapturerId)
+{
+    if (newCapturerId.isEmpty()) {
+        qCritical().noquote() << "[AbsMusicEffect]: The newCapturerId is empty.";
+        return;
+    }
+    if (newCapturerId == capturerId) {
+        return;
+    }
+    if (capturer) {
+        const QString oldId = capturerId;
+        releaseCapturer();
+        qInfo().noquote() << "[AbsMusicEffect]: " + workerOptions().id + "is disconnected from the " + oldId;
+    }
+    capturerId = newCapturerId;
+    capturer = AudioCapManager::instacne()->capturer(capturerId);
+    if (!capturer) {
+        qCritical().noquote() << "[AbsMusicEffect]: Not found this audio capturer: " + capturerId;
+        return;
+    }
+    connect(capturer.data(), &AudioCapturer::spectrumsChanged, this,
+            QOverload<QVector<SoundChannel>>::of(&AbsMusicEffect::spectrumUpdate), Qt::QueuedConnection);
+    qInfo().noquote() << "[AbsMusicEffect]: " + workerOptions().id + "is connected to the " + capturerId;
+    capturerChangedHook();
+}
+
+void AbsMusicEffect::releaseCapturer()
+{
+    if (capturer) {
+        disconnect(capturer.data(), nullptr, this, nullptr);
+    }
+    capturer.clear();
+    capturerId.clear();
+}
+
+int32_t AbsMusicEffect::load(const ControlOptions& ctlOptions)
+{
+    controlOptions = ctlOptions;
+    AudioCapManager* manager = AudioCapManager::instacne();
+    setCapturerId(manager->defaultCapturer());
+    // A stored source is deliberately not applied: only the option panel moves a running worker.
+    const QString stored =
+        ConfigurationManager::instance()
+            ->effectJsonValue(workerOptions().id, controlOptions.id, QStringLiteral("audioSource"))
+            .toString();
+    if (stored.isEmpty()) {
+        setCapturerId(manager->defaultCapturer());
+    }
+    return 0;
+}
+
+void AbsMusicEffect::unload()
+{
+    if (capturer) {
+        releaseCapturer();
+    }
+}
+
+void AbsMusicEffect::onCtlDirChanged(uint32_t dir)
+{
+    controlOptions.installDirection = dir;
+}
+
+void AbsMusicEffect::onCtlBrightnessChanged(float) {}
+
+void AbsMusicEffect::onCtlKindNameChanged(QString) {}
+
+void AbsMusicEffect::onCtlEnableChanged(bool) {}

@@ -1,0 +1,56 @@
+#pragma once
+
+#include "AbsMusicEffect.h"
+#include "Fragment.h"
+
+#include <QHash>
+
+// A level meter over the strip: each fragment lights a bar whose length follows the loudness of
+// its band, green at the foot to red at the head.
+class MusicMode1 : public AbsMusicEffect
+{
+    Q_OBJECT
+public:
+    Q_INVOKABLE MusicMode1(const EffectWorkerOptions& options, QObject* parent = nullptr);
+    ~MusicMode1() override;
+
+    int32_t load(const ControlOptions& ctlOptions) override;
+    EffectWorkerOptions workerOptions() const override;
+    void unload() override;
+
+    virtual QVector<OV_RGB> barColors(const QString& name, Fragment& fragment, double value);
+
+    // For the option panel.
+    double getStrength() const { return strength; }
+    void setStrength(double value) { strength = value; }
+    const QHash<QString, Fragment>& getFragments() const { return fragments; }
+    void setFragment(const QString& name, const Fragment& fragment);
+
+    // Instant attack, a fall along the mean of the last 10 levels.
+    static double fallSmooth(QList<double>& recentLevels, double level);
+    static OV_RGB heatColor(int count, int index);
+    // The fragments used when neither store nor file gives any, for nbLeds LEDs.
+    static QHash<QString, Fragment> defaultFragments(uint32_t nbLeds);
+
+public slots:
+    void onCtlDirChanged(uint32_t dir) override;
+    void onCtlBrightnessChanged(float brightness) override;
+    void onCtlKindNameChanged(QString kindName) override;
+    void onCtlEnableChanged(bool enable) override;
+    void spectrumUpdate(QVector<SoundChannel> channels) override;
+    void spectrumUpdate(QVector<Spectrum> spectrum) override;
+    void capturerChangedHook() override;
+
+protected:
+    void shapeColors(const QVector<uint32_t>& lines);
+    void readConfiguration();
+    // Places a fragment's colours at its begin index, clipped to the strip.
+    void place(QVector<OV_RGB>& flat, const Fragment& fragment, const QVector<OV_RGB>& colors) const;
+    void dealOut(const QVector<OV_RGB>& flat);
+
+    QVector<QVector<OV_RGB>> colors; // per line, per LED
+    EffectWorkerOptions effectOptions;
+    QHash<QString, Fragment> fragments;
+    double strength = 1.0;
+    uint32_t installDirection = 0;
+};

@@ -1,0 +1,209 @@
+#include "TonePlayer.h"
+
+#include <QElapsedTimer>
+#include <QThread>
+
+#include <chrono>
+#include <cmath>
+#include <vector>
+
+namespace {
+
+qint64 steadyNowNs()
+{
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+} // namespace
+
+TonePlayer::TonePlayer() = default;
+
+TonePlayer::~TonePlayer()
+{
+    stop();
+}
+
+void TonePlayer::onContextState(pa_context*, void* userdata)
+{
+    pa_threaded_mainloop_signal(static_cast<TonePlayer*>(userdata)->loop, 0);
+}
+
+void TonePlayer::onStreamState(pa_stream*, void* userdata)
+{
+    pa_threaded_mainloop_signal(static_cast<TonePlayer*>(userdata)->loop, 0);
+}
+
+bool TonePlayer::start(const QString& sinkName, int rate)
+{
+    sampleRate = rate;
+    loop = pa_threaded_mainloop_new();
+    pa_threaded_mainloop_lock(loop);
+    pa_threaded_mainloop_start(loop);
+    context = pa_context_new(pa_threaded_mainloop_get_api(loop), "Orvanta tone player");
+    pa_context_set_state_callback(context, &TonePlayer::onContextState, this);
+    bool ok = pa_context_connect(context, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) >= 0;
+    while (ok) {
+        const pa_context_state_t state = pa_context_get_state(context);
+        if (state == PA_CONTEXT_READY) {
+            break;
+        }
+        if (!PA_CONTEXT_IS_GOOD(state)) {
+            ok = false;
+            break;
+        }
+        pa_threaded_mainloop_wait(loop);
+    }
+    if (ok) {
+        const pa_sample_spec spec{PA_SAMPLE_FLOAT32LE, static_cast<uint32_t>(rate), 2};
+        stream = pa_stream_new(context, "tone", &spec, nullptr);
+        pa_stream_set_state_callback(stream, &TonePlayer::onStreamState, this);
+        pa_stream_set_write_callback(stream, &TonePlayer::onStreamWrite, this);
+        pa_buffer_attr attr;
+        attr.maxlength = static_cast<uint32_t>(-1);
+        attr.tlength = static_cast<uint32_t>(pa_usec_to_bytes(10 * PA_USEC_PER_MSEC, &spec));
+        attr.prebuf = 0; // play at once, never wait for a full buffer
+        attr.minreq = static_cast<uint32_t>(-1);
+        attr.fragsize = static_cast<uint32_t>(-1);
+        const auto flags = static_cast<pa_stream_flags_t>(PA_STREAM_ADJUST_LATENCY);
+        ok = pa_stream_connect_playback(stream, sinkName.toUtf8().constData(), &attr, flags, nullptr,
+                                        nullptr) >= 0;
+        while (ok) {
+            const pa_stream_state_t state = pa_stream_get_state(stream);
+            if (state == PA_STREAM_READY) {
+                break;
+            }
+            if (!PA_STREAM_IS_GOOD(state)) {
+                ok = false;
+                break;
+            }
+            pa_threaded_mainloop_wait(loop);
+        }
+    }
+    pa_threaded_mainloop_unlock(loop);
+    if (!ok) {
+        stop();
+    }
+    return ok;
+}
+
+void TonePlayer::stop()
+{
+    if (!loop) {
+        return;
+    }
+    pa_threaded_mainloop_lock(loop);
+    if (stream) {
+        pa_stream_set_write_callback(stream, nullptr, nullptr);
+        pa_stream_set_state_callback(stream, nullptr, nullptr);
+        pa_stream_disconnect(stream);
+        pa_stream_unref(stream);
+        stream = nullptr;
+    }
+    if (context) {
+        pa_context_set_state_callback(context, nullptr, nullptr);
+        pa_context_disconnect(context);
+        pa_context_unref(context);
+        context = nullptr;
+    }
+    pa_threaded_mainloop_unlock(loop);
+    pa_threaded_mainloop_stop(loop);
+    pa_threaded_mainloop_free(loop);
+    loop = nullptr;
+}
+
+void TonePlayer::playTone(double hz, double dbfs, Channels channels)
+{
+    if (!loop) {
+        return;
+    }
+    pa_threaded_mainloop_lock(loop);
+    startPending = kind == Kind::Silence;
+    kind = Kind::Tone;
+    frequency = hz;
+    amplitude = std::pow(10.0, dbfs / 20.0);
+    channelMask = channels;
+    phase = 0.0;
+    pa_threaded_mainloop_unlock(loop);
+}
+
+void TonePlayer::playSilence()
+{
+    if (!loop) {
+        return;
+    }
+    pa_threaded_mainloop_lock(loop);
+    kind = Kind::Silence;
+    pa_threaded_mainloop_unlock(loop);
+}
+
+void TonePlayer::playMusic(double dbfs)
+{
+    if (!loop) {
+        return;
+    }
+    pa_threaded_mainloop_lock(loop);
+    startPending = kind == Kind::Silence;
+    kind = Kind::Music;
+    amplitude = std::pow(10.0, dbfs / 20.0);
+    channelMask = Both;
+    pa_threaded_mainloop_unlock(loop);
+}
+
+qint64 TonePlayer::soundStartNs()
+{
+    if (!loop) {
+        return 0;
+    }
+    pa_threaded_mainloop_lock(loop);
+    const qint64 ns = startPending ? 0 : startNs;
+    pa_threaded_mainloop_unlock(loop);
+    return ns;
+}
+
+void TonePlayer::fill(float* out, size_t frames)
+{
+    const double twoPi = 2.0 * M_PI;
+    for (size_t i = 0; i < frames; ++i) {
+        double v = 0.0;
+        if (kind == Kind::Tone) {
+            v = amplitude * std::sin(phase);
+            phase += twoPi * frequency / sampleRate;
+            if (phase > twoPi) {
+                phase -= twoPi;
+            }
+        } else if (kind == Kind::Music) {
+            // 120 beats a minute: a decaying 55 Hz kick, an A minor chord, a little hiss.
+            const double t = double(position + i) / sampleRate;
+            const double beat = std::fmod(t, 0.5);
+            const double kick = std::exp(-beat * 12.0) * std::sin(twoPi * 55.0 * t);
+            const double chord =
+                (std::sin(twoPi * 220.0 * t) + std::sin(twoPi * 261.63 * t) + std::sin(twoPi * 329.63 * t)) *
+                (0.6 + 0.4 * std::sin(twoPi * 0.25 * t)) / 3.0;
+            noise = noise * 1664525u + 1013904223u;
+            const double hiss =
+                (double(noise >> 8) / double(1 << 24) - 0.5) * std::exp(-std::fmod(t, 0.25) * 30.0);
+            v = amplitude * (0.6 * kick + 0.3 * chord + 0.1 * hiss);
+        }
+        out[2 * i] = (channelMask & Left) ? float(v) : 0.0f;
+        out[2 * i + 1] = (channelMask & Right) ? float(v) : 0.0f;
+    }
+    position += frames;
+}
+
+void TonePlayer::onStreamWrite(pa_stream* s, size_t bytes, void* userdata)
+{
+    auto* self = static_cast<TonePlayer*>(userdata);
+    const size_t frames = bytes / (2 * sizeof(float));
+    if (frames == 0) {
+        return;
+    }
+    std::vector<float> buffer(frames * 2);
+    self->fill(buffer.data(), frames);
+    if (self->startPending && self->kind != Kind::Silence) {
+        self->startPending = false;
+        self->startNs = steadyNowNs();
+    }
+    pa_stream_write(s, buffer.data(), frames * 2 * sizeof(float), nullptr, 0, PA_SEEK_RELATIVE);
+}
