@@ -138,8 +138,6 @@ private slots:
     void brightnessTruncates();
     void gridRows_data();
     void gridRows();
-    void subModeRegion_data();
-    void subModeRegion();
     void iconFallsBackToDataFolder();
     void panelsComeAndGo();
     void languageChangeRelabels();
@@ -246,8 +244,11 @@ void TestControlPage::gridRows_data()
     QTest::addColumn<bool>("effects");
     QTest::addColumn<int>("count");
     QTest::addColumn<QList<int>>("rows");
-    QTest::newRow("five effects") << true << 5 << QList<int>{4, 1};
-    QTest::newRow("four groups") << false << 4 << QList<int>{3, 1};
+    QTest::addColumn<bool>("subModeShown");
+    QTest::newRow("five effects") << true << 5 << QList<int>{4, 1} << true;
+    QTest::newRow("one effect hides the sub mode") << true << 1 << QList<int>{1} << false;
+    QTest::newRow("no effects, empty sub mode") << true << 0 << QList<int>{} << true;
+    QTest::newRow("four groups") << false << 4 << QList<int>{3, 1} << true;
 }
 
 void TestControlPage::gridRows()
@@ -255,41 +256,25 @@ void TestControlPage::gridRows()
     QFETCH(bool, effects);
     QFETCH(int, count);
     QFETCH(QList<int>, rows);
-    ControlPage page;
-    QWidget* container;
-    if (effects) {
-        page.setWorkers(makeWorkers(count));
-        container = child<QWidget>(&page, "workerContainer");
-    } else {
-        page.setWorkGroups(makeGroups(count));
-        container = child<QWidget>(&page, "workGroupContainer");
-    }
-    QWidget* first = nullptr;
-    QCOMPARE(rowCounts(container, &first), rows);
-    // The lowest `order` leads, whatever the key order.
-    QCOMPARE(qobject_cast<QRadioButton*>(first)->text(),
-             effects ? QStringLiteral("效果0") : QStringLiteral("组0"));
-}
-
-void TestControlPage::subModeRegion_data()
-{
-    QTest::addColumn<int>("count");
-    QTest::addColumn<bool>("visible");
-    QTest::newRow("one effect") << 1 << false;
-    QTest::newRow("none") << 0 << true;
-    QTest::newRow("two") << 2 << true;
-}
-
-void TestControlPage::subModeRegion()
-{
-    QFETCH(int, count);
-    QFETCH(bool, visible);
+    QFETCH(bool, subModeShown);
     ControlPage page;
     page.show();
     page.setWorkers(makeWorkers(1));
-    page.setWorkers(makeWorkers(count));
-    QCOMPARE(child<QWidget>(&page, "workersRegion")->isVisible(), visible);
-    QCOMPARE(child<QWidget>(&page, "workerContainer")->findChildren<QRadioButton*>().size(), count);
+    if (effects) {
+        page.setWorkers(makeWorkers(count));
+    } else {
+        page.setWorkers(makeWorkers(2));
+        page.setWorkGroups(makeGroups(count));
+    }
+    QWidget* first = nullptr;
+    QCOMPARE(rowCounts(child<QWidget>(&page, effects ? "workerContainer" : "workGroupContainer"), &first),
+             rows);
+    // The lowest `order` leads, whatever the key order.
+    if (count > 0) {
+        QCOMPARE(qobject_cast<QRadioButton*>(first)->text(),
+                 effects ? QStringLiteral("效果0") : QStringLiteral("组0"));
+    }
+    QCOMPARE(child<QWidget>(&page, "workersRegion")->isVisible(), subModeShown);
 }
 
 void TestControlPage::iconFallsBackToDataFolder()

@@ -56,7 +56,7 @@ void SliderBar::setItems(const QString& items)
 {
     items_ = items;
     itemList.clear();
-    const QStringList texts = items.split(QLatin1Char(';'));
+    const QStringList texts = items.split(QLatin1Char(';'), Qt::SkipEmptyParts);
     for (const QString& text : texts) {
         itemList.append(Item{text, QRectF()});
     }
