@@ -1,40 +1,22 @@
-#include "BaseDialog.h"
 #include "ControlPage.h"
 #include "ControllerConfigDialog.h"
 #include "ImageWidget.h"
 #include "SliderBar.h"
 
-#include <QApplication>
-#include <QElapsedTimer>
-#include <QGridLayout>
-#include <QLabel>
-#include <QMouseEvent>
-#include <QPushButton>
-#include <QRadioButton>
-#include <QSignalSpy>
-#include <QSlider>
-#include <QSpinBox>
-#include <QStackedWidget>
-#include <QTemporaryDir>
-#include <QTest>
-#include <QToolButton>
-#include <QTranslator>
+#include <QtTest>
+#include <QtWidgets>
 
 #include <algorithm>
 
 namespace {
 
-// Marks every text of the page's contexts, so a relabel is visible without a .qm file.
+// Marks every text, so a relabel is visible without a .qm file.
 class MarkingTranslator : public QTranslator
 {
 public:
-    QString translate(const char* context, const char* source, const char*, int) const override
+    QString translate(const char*, const char* source, const char*, int) const override
     {
-        const QByteArray ctx(context);
-        if (ctx == "ControlPage" || ctx == "GroupInformation" || ctx == "EffectNames") {
-            return QStringLiteral("EN:") + QString::fromUtf8(source);
-        }
-        return QString();
+        return QStringLiteral("EN:") + QString::fromUtf8(source);
     }
     bool isEmpty() const override { return false; }
 };
@@ -48,13 +30,12 @@ template <typename T> T* child(QWidget* parent, const char* name)
     return widget;
 }
 
+// Keys run against `order`, so a grid that follows key order shows up.
 QMap<QString, WorkGroupModel> makeGroups(int count)
 {
     QMap<QString, WorkGroupModel> groups;
     for (int i = 0; i < count; ++i) {
-        // Key order runs against `order`, so the grid must sort by `order`.
-        groups.insert(QStringLiteral("g.%1").arg(count - i),
-                      WorkGroupModel{QStringLiteral("组%1").arg(i), {}, i});
+        groups[QStringLiteral("g.%1").arg(count - i)] = {QStringLiteral("组%1").arg(i), {}, i};
     }
     return groups;
 }
@@ -63,8 +44,7 @@ QMap<QString, WorkerModel> makeWorkers(int count)
 {
     QMap<QString, WorkerModel> workers;
     for (int i = 0; i < count; ++i) {
-        workers.insert(QStringLiteral("g.1.w%1").arg(count - i),
-                       WorkerModel{QStringLiteral("效果%1").arg(i), {}, {}, i});
+        workers[QStringLiteral("g.1.w%1").arg(count - i)] = {QStringLiteral("效果%1").arg(i), {}, {}, i};
     }
     return workers;
 }
@@ -80,20 +60,17 @@ QRadioButton* buttonWithText(QWidget* container, const QString& text)
 }
 
 // Widgets per grid row, in row order, and the widget at (0, 0).
-QList<int> rowCounts(QWidget* container, QWidget** first = nullptr)
+QList<int> rowCounts(QWidget* container, QWidget** first)
 {
     auto* grid = qobject_cast<QGridLayout*>(container->layout());
     QMap<int, int> counts;
-    for (int i = 0; grid && i < grid->count(); ++i) {
-        int row, column, rowSpan, columnSpan;
-        grid->getItemPosition(i, &row, &column, &rowSpan, &columnSpan);
+    for (int i = 0, row, column, span; i < grid->count(); ++i) {
+        grid->getItemPosition(i, &row, &column, &span, &span);
         if (grid->itemAt(i)->widget()) {
             ++counts[row];
         }
     }
-    if (first && grid) {
-        *first = grid->itemAtPosition(0, 0) ? grid->itemAtPosition(0, 0)->widget() : nullptr;
-    }
+    *first = grid->itemAtPosition(0, 0) ? grid->itemAtPosition(0, 0)->widget() : nullptr;
     return counts.values();
 }
 
@@ -131,11 +108,10 @@ class TestControlPage : public QObject
     Q_OBJECT
 
 private slots:
+    void settersDoNotEcho_data();
     void settersDoNotEcho();
     void userActionsEmit_data();
     void userActionsEmit();
-    void brightnessTruncates_data();
-    void brightnessTruncates();
     void gridRows_data();
     void gridRows();
     void iconFallsBackToDataFolder();
@@ -144,20 +120,30 @@ private slots:
     void sliderBarActions_data();
     void sliderBarActions();
     void sliderBarGlides();
-    void dialogTotals();
-    void dialogHeaderButtonRejects();
+    void dialogLinesAndClose();
     void dialogHeaderDrag_data();
     void dialogHeaderDrag();
 };
 
+void TestControlPage::settersDoNotEcho_data()
+{
+    QTest::addColumn<float>("brightness");
+    QTest::addColumn<int>("shown");
+    // 0.29f * 100.0f is exactly 29.0f in single precision, where doubles give 28.99... and 28.
+    QTest::newRow("0.29") << 0.29f << 29;
+    QTest::newRow("0.999 truncates") << 0.999f << 99;
+}
+
 void TestControlPage::settersDoNotEcho()
 {
+    QFETCH(float, brightness);
+    QFETCH(int, shown);
     ControlPage page;
     page.show();
     PageSpies spied(&page);
     page.setDir(1);
     page.setEnable(false);
-    page.setBrightness(0.5f);
+    page.setBrightness(brightness);
     page.setWorkGroups(makeGroups(3), QStringLiteral("g.2"));
     page.setWorkers(makeWorkers(3), QStringLiteral("g.1.w2"));
     page.setCurrentGroup(QStringLiteral("g.3"));
@@ -165,7 +151,7 @@ void TestControlPage::settersDoNotEcho()
     QVERIFY(child<QRadioButton>(&page, "installDirectionRTLButton")->isChecked());
     QVERIFY(!child<QRadioButton>(&page, "installDirectionLTRButton")->isChecked());
     QVERIFY(child<QRadioButton>(&page, "LEDDisableButton")->isChecked());
-    QCOMPARE(child<QSlider>(&page, "brightnessSlider")->value(), 50);
+    QCOMPARE(child<QSlider>(&page, "brightnessSlider")->value(), shown);
     QVERIFY(buttonWithText(child<QWidget>(&page, "workGroupContainer"), QStringLiteral("组0"))->isChecked());
     QVERIFY(buttonWithText(child<QWidget>(&page, "workerContainer"), QStringLiteral("效果1"))->isChecked());
     QCOMPARE(page.currentGroupId(), QStringLiteral("g.3"));
@@ -221,24 +207,6 @@ void TestControlPage::userActionsEmit()
     }
 }
 
-void TestControlPage::brightnessTruncates_data()
-{
-    QTest::addColumn<float>("brightness");
-    QTest::addColumn<int>("shown");
-    // 0.29f * 100.0f is exactly 29.0f in single precision, where doubles give 28.99... and 28.
-    QTest::newRow("0.29") << 0.29f << 29;
-    QTest::newRow("0.999 truncates") << 0.999f << 99;
-}
-
-void TestControlPage::brightnessTruncates()
-{
-    QFETCH(float, brightness);
-    QFETCH(int, shown);
-    ControlPage page;
-    page.setBrightness(brightness);
-    QCOMPARE(child<QSlider>(&page, "brightnessSlider")->value(), shown);
-}
-
 void TestControlPage::gridRows_data()
 {
     QTest::addColumn<bool>("effects");
@@ -288,10 +256,8 @@ void TestControlPage::iconFallsBackToDataFolder()
     QVERIFY(red.save(QStringLiteral("images/icons/com_orvanta_screenSync.png")));
 
     ControlPage page;
-    QMap<QString, WorkerModel> workers;
-    workers.insert(QStringLiteral("com.orvanta.screenSync"), WorkerModel{QStringLiteral("同步"), {}, {}, 0});
-    workers.insert(QStringLiteral("com.orvanta.missing"), WorkerModel{QStringLiteral("无图"), {}, {}, 1});
-    page.setWorkers(workers);
+    page.setWorkers({{QStringLiteral("com.orvanta.screenSync"), {QStringLiteral("同步"), {}, {}, 0}},
+                     {QStringLiteral("com.orvanta.missing"), {QStringLiteral("无图"), {}, {}, 1}}});
     QDir::setCurrent(previous);
 
     QWidget* container = child<QWidget>(&page, "workerContainer");
@@ -413,11 +379,9 @@ void TestControlPage::sliderBarGlides()
     QCOMPARE(bar.barRect(), bar.itemRect(5));
     QVERIFY2(tops.size() > 5, "the bar jumped instead of gliding");
     QVERIFY(std::is_sorted(tops.cbegin(), tops.cend()));
-    bar.moveTo(0);
-    QTRY_COMPARE(bar.barRect(), bar.itemRect(0));
 }
 
-void TestControlPage::dialogTotals()
+void TestControlPage::dialogLinesAndClose()
 {
     ControllerConfigDialog dialog;
     QSignalSpy spy(&dialog, &ControllerConfigDialog::linesChanged);
@@ -448,17 +412,14 @@ void TestControlPage::dialogTotals()
     add->click();
     dialog.findChildren<QSpinBox*>().last()->setValue(7);
     QCOMPARE(lastLines(spy), qMakePair(37, QVector<uint32_t>{10, 20, 7}));
-}
 
-void TestControlPage::dialogHeaderButtonRejects()
-{
-    ControllerConfigDialog dialog;
+    // The header's close button cancels.
     dialog.show();
     QSignalSpy rejected(&dialog, &QDialog::rejected);
     auto* close = child<QToolButton>(&dialog, "toolButton");
+    QVERIFY(!close->icon().isNull());
     QTest::mouseClick(close, Qt::LeftButton);
     QCOMPARE(rejected.count(), 1);
-    QCOMPARE(dialog.result(), int(QDialog::Rejected));
     QVERIFY(!dialog.isVisible());
 }
 

@@ -13,6 +13,9 @@ ControllerConfigDialog::ControllerConfigDialog(QWidget* parent)
     : BaseDialog(parent)
     , ui(new Ui::ControllerConfigDialog)
 {
+    // The header's close picture lives in the program's resources, which a static library only
+    // links in when asked.
+    Q_INIT_RESOURCE(ui);
     qRegisterMetaType<QVector<uint32_t>>("QVector<uint32_t>");
     ui->setupUi(this);
     ui->addBtn->setProperty("class", QStringLiteral("Button1"));

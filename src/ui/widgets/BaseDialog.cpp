@@ -4,6 +4,7 @@
 #include <QMouseEvent>
 #include <QPainter>
 #include <QStyleOption>
+#include <QWindow>
 
 BaseDialog::BaseDialog(QWidget* parent)
     : QDialog(parent)
@@ -54,9 +55,14 @@ bool BaseDialog::inDragArea(const QPoint& pos) const
 void BaseDialog::mousePressEvent(QMouseEvent* event)
 {
     if (event->button() == Qt::LeftButton && inDragArea(event->pos())) {
+        event->accept();
+        // Wayland lets no client place its own window: the compositor runs the move.
+        if (QGuiApplication::platformName().startsWith(QLatin1String("wayland")) && windowHandle() &&
+            windowHandle()->startSystemMove()) {
+            return;
+        }
         dragging = true;
         dragOffset = event->globalPos() - frameGeometry().topLeft();
-        event->accept();
         return;
     }
     QDialog::mousePressEvent(event);
