@@ -67,10 +67,8 @@ bool PrivateSoundServer::start()
         QStringLiteral("--use-pid-file=no"),
         QStringLiteral("--realtime=no"),
         QStringLiteral("--high-priority=no"),
-        QStringLiteral(
-            "--load=module-null-sink sink_name=%1 sink_properties=device.description=%2 rate=48000 "
-            "format=float32le channels=2")
-            .arg(sink, QString(description).replace(QLatin1Char(' '), QStringLiteral("\\ "))),
+        QStringLiteral("--load=module-null-sink ") +
+            nullSinkArguments(sink, description, 48000, QStringLiteral("float32le")).join(QLatin1Char(' ')),
         QStringLiteral("--load=module-native-protocol-unix socket=%1 auth-anonymous=1").arg(socket),
     };
     process.setProcessEnvironment(environment());
@@ -122,7 +120,25 @@ QString PrivateSoundServer::pactl(const QStringList& args) const
         tool.waitForFinished(1000);
         return QString();
     }
-    return QString::fromUtf8(tool.readAllStandardOutput());
+    const QString out = QString::fromUtf8(tool.readAllStandardOutput());
+    return out.isNull() ? QStringLiteral("") : out; // success with no output is empty, not null
+}
+
+QStringList PrivateSoundServer::nullSinkArguments(const QString& name, const QString& description, int rate,
+                                                  const QString& format)
+{
+    return {QStringLiteral("sink_name=") + name,
+            QStringLiteral("sink_properties='device.description=\"%1\"'").arg(description),
+            QStringLiteral("rate=%1").arg(rate), QStringLiteral("format=") + format,
+            QStringLiteral("channels=2")};
+}
+
+int PrivateSoundServer::loadSink(const QString& name, const QString& description, int rate,
+                                 const QString& format)
+{
+    const QString out = pactl(QStringList{QStringLiteral("load-module"), QStringLiteral("module-null-sink")} +
+                              nullSinkArguments(name, description, rate, format));
+    return out.isNull() ? -1 : out.trimmed().toInt();
 }
 
 int PrivateSoundServer::sourceOutputCount() const

@@ -28,6 +28,9 @@ public:
 
     // Runs pactl against this daemon; the standard output, or a null string on failure.
     QString pactl(const QStringList& args) const;
+    // Loads another null sink; its module index, or -1.
+    int loadSink(const QString& name, const QString& description, int rate = 48000,
+                 const QString& format = QStringLiteral("float32le"));
     // Number of recording streams ("source outputs") the daemon has now.
     int sourceOutputCount() const;
     QString sinkName() const { return sink; }
@@ -35,6 +38,8 @@ public:
 
 private:
     QProcessEnvironment environment() const;
+    static QStringList nullSinkArguments(const QString& name, const QString& description, int rate,
+                                         const QString& format);
 
     QTemporaryDir dir;
     QString sink;
