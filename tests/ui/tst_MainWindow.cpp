@@ -21,22 +21,48 @@
 #include <QTimer>
 #include <QToolButton>
 #include <QTranslator>
+#include <memory>
+#include <xcb/xcb.h>
 
 namespace {
-// English texts for a handful of source texts, without a .qm file.
+const QString firstId = QStringLiteral("OV5512:00000001");
+
+// English for a handful of source texts, without a .qm file.
 class EnglishTranslator : public QTranslator
 {
 public:
-    QString translate(const char* context, const char* sourceText, const char*, int) const override
+    QString translate(const char* context, const char* source, const char*, int) const override
     {
-        static const QHash<QString, QString> english{
-            {"MainWindow/首页", "Home"},     {"MainWindow/设置", "Settings"}, {"MainWindow/帮助", "Help"},
-            {"MainWindow/全关", "All off"},  {"MainWindow/全开", "All on"},   {"MainWindow/退出", "Quit"},
-            {"HomePage/灯光设备", "Devices"}};
-        return english.value(QString::fromUtf8(context) + '/' + QString::fromUtf8(sourceText));
+        static const QHash<QString, QString> english{{"MainWindow/首页", "Home"},
+                                                     {"MainWindow/全开", "All on"},
+                                                     {"MainWindow/设置", "Settings"},
+                                                     {"MainWindow/退出", "Quit"},
+                                                     {"HomePage/灯光设备", "Devices"}};
+        return english.value(QString::fromUtf8(context) + '/' + QString::fromUtf8(source));
     }
     bool isEmpty() const override { return false; }
 };
+
+// Takes the X selection that a desktop's tray holds, so that the program sees a tray; the
+// selection goes with the returned connection. Null without an X server.
+std::shared_ptr<xcb_connection_t> claimTray()
+{
+    if (QGuiApplication::platformName() != QLatin1String("xcb")) {
+        return nullptr;
+    }
+    std::shared_ptr<xcb_connection_t> c(xcb_connect(nullptr, nullptr), xcb_disconnect);
+    const xcb_window_t window = xcb_generate_id(c.get());
+    xcb_create_window(c.get(), XCB_COPY_FROM_PARENT, window,
+                      xcb_setup_roots_iterator(xcb_get_setup(c.get())).data->root, 0, 0, 1, 1, 0,
+                      XCB_WINDOW_CLASS_INPUT_ONLY, XCB_COPY_FROM_PARENT, 0, nullptr);
+    const char name[] = "_NET_SYSTEM_TRAY_S0";
+    xcb_intern_atom_reply_t* atom =
+        xcb_intern_atom_reply(c.get(), xcb_intern_atom(c.get(), 0, sizeof name - 1, name), nullptr);
+    xcb_set_selection_owner(c.get(), window, atom->atom, XCB_CURRENT_TIME);
+    free(atom);
+    xcb_flush(c.get());
+    return c;
+}
 
 QHash<QString, DeviceModel> devices(int count)
 {
@@ -51,43 +77,25 @@ QHash<QString, DeviceModel> devices(int count)
 
 QList<QToolButton*> deviceButtons(QWidget* page)
 {
-    QList<QToolButton*> buttons;
-    for (QToolButton* b : page->findChildren<QToolButton*>()) {
-        if (b->property("role") == QStringLiteral("deviceButton")) {
-            buttons << b;
-        }
-    }
+    QList<QToolButton*> buttons = page->findChildren<QToolButton*>();
+    buttons.erase(std::remove_if(buttons.begin(), buttons.end(),
+                                 [](QToolButton* b) { return b->property("role") != "deviceButton"; }),
+                  buttons.end());
     return buttons;
 }
 
-// Clicks the button labelled `text` of the next message box, once it runs.
-void answerNextMessageBox(const QString& text)
+template <typename T> T* child(QWidget* w, const char* name)
 {
-    auto* timer = new QTimer(qApp);
-    QObject::connect(timer, &QTimer::timeout, timer, [timer, text]() {
-        auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
-        if (!box) {
-            return;
-        }
-        for (QAbstractButton* b : box->buttons()) {
-            if (b->text() == text) {
-                timer->deleteLater();
-                b->click();
-            }
-        }
-    });
-    timer->start(10);
+    return w->findChild<T*>(QLatin1String(name));
 }
 
-void sendMouse(QWidget* w, QEvent::Type type, QPoint local, Qt::MouseButton button, bool* accepted = nullptr)
+bool sendMouse(QWidget* w, QEvent::Type type, QPoint local)
 {
-    QMouseEvent event(type, local, w->frameGeometry().topLeft() + local, button,
-                      type == QEvent::MouseButtonRelease ? Qt::NoButton : Qt::MouseButtons(Qt::LeftButton),
-                      Qt::NoModifier);
+    QMouseEvent event(type, local, w->frameGeometry().topLeft() + local,
+                      type == QEvent::MouseMove ? Qt::NoButton : Qt::LeftButton,
+                      type == QEvent::MouseButtonRelease ? Qt::NoButton : Qt::LeftButton, Qt::NoModifier);
     QApplication::sendEvent(w, &event);
-    if (accepted) {
-        *accepted = event.isAccepted();
-    }
+    return event.isAccepted();
 }
 } // namespace
 
@@ -99,6 +107,7 @@ private slots:
     void dragRule();
     void closeAndComeBack_data();
     void closeAndComeBack();
+    void trayThatAppearsLater();
     void newVersionButton_data();
     void newVersionButton();
     void languageChangeRelabels();
@@ -133,62 +142,81 @@ void TestMainWindow::dragRule()
     w.move(100, 100);
     w.show();
     const QPoint start = w.pos();
-    bool pressAccepted = false;
-    sendMouse(&w, QEvent::MouseButtonPress, press, Qt::LeftButton, &pressAccepted);
-    QCOMPARE(pressAccepted, accepted);
-    sendMouse(&w, QEvent::MouseMove, press + QPoint(40, 30), Qt::NoButton);
+    QCOMPARE(sendMouse(&w, QEvent::MouseButtonPress, press), accepted);
+    sendMouse(&w, QEvent::MouseMove, press + QPoint(40, 30));
     QCOMPARE(w.pos(), drags ? start + QPoint(40, 30) : start);
-    sendMouse(&w, QEvent::MouseButtonRelease, press + QPoint(40, 30), Qt::LeftButton);
-    // After the release a move with the button held must not drag any more.
-    const QPoint after = w.pos();
-    sendMouse(&w, QEvent::MouseMove, press + QPoint(80, 60), Qt::NoButton);
-    QCOMPARE(w.pos(), after);
+    // Once released, a move with the button held drags no more.
+    sendMouse(&w, QEvent::MouseButtonRelease, press + QPoint(40, 30));
+    const QPoint released = w.pos();
+    sendMouse(&w, QEvent::MouseMove, press + QPoint(80, 60));
+    QCOMPARE(w.pos(), released);
 }
 
 void TestMainWindow::closeAndComeBack_data()
 {
+    QTest::addColumn<bool>("withTray");
     QTest::addColumn<QString>("way");
     QTest::addColumn<bool>("shows");
-    QTest::newRow("tray double click") << "double" << true;
-    QTest::newRow("tray single click") << "single" << false;
-    QTest::newRow("tray menu first entry") << "menu" << true;
+    QTest::newRow("tray double click") << true << "double" << true;
+    QTest::newRow("tray single click") << true << "single" << false;
+    QTest::newRow("tray menu first entry") << true << "menu" << true;
+    QTest::newRow("no tray, double click") << false << "double" << true;
 }
 
 void TestMainWindow::closeAndComeBack()
 {
+    QFETCH(bool, withTray);
     QFETCH(QString, way);
+    QFETCH(bool, shows);
+    const auto tray = withTray ? claimTray() : nullptr;
+    if (withTray && !tray) {
+        QSKIP("A tray needs an X server");
+    }
     LogCapture log;
     MainWindow w;
+    QTRY_COMPARE(w.trayAvailable(), withTray);
     w.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&w));
-    emit w.homePage()->controllerEntryOrdered(QStringLiteral("OV5512:00000001"));
-    auto* stack = w.findChild<QStackedWidget*>(QStringLiteral("mainStackedWidget"));
+    emit w.homePage()->controllerEntryOrdered(firstId);
+    auto* stack = child<QStackedWidget>(&w, "mainStackedWidget");
     QCOMPARE(stack->currentWidget(), static_cast<QWidget*>(w.controlPage()));
 
     QSignalSpy settings(&w, &MainWindow::settingsBtnTriggered);
     QSignalSpy quitting(qApp, &QCoreApplication::aboutToQuit);
-    QTest::mouseClick(w.findChild<QToolButton*>(QStringLiteral("toolButton_close")), Qt::LeftButton);
-    if (w.trayAvailable()) {
-        QVERIFY(w.isHidden());
-    } else {
-        // Without a tray a hidden window could not come back: it is minimised, and says why.
-        QVERIFY(w.isVisible());
-        QVERIFY(w.isMinimized());
-        QVERIFY(log.contains(QStringLiteral("No system tray is available")));
-    }
+    QTest::mouseClick(child<QToolButton>(&w, "toolButton_close"), Qt::LeftButton);
+    // Without a tray a hidden window could not come back: it is minimised, and says why.
+    QCOMPARE(w.isHidden(), withTray);
+    QCOMPARE(w.isMinimized(), !withTray);
+    QCOMPARE(log.contains(QStringLiteral("No system tray is available")), !withTray);
 
-    auto* tray = w.findChild<QSystemTrayIcon*>();
-    QVERIFY(tray && tray->isVisible());
+    auto* icon = w.findChild<QSystemTrayIcon*>();
+    QVERIFY(icon->isVisible());
     if (way == "menu") {
-        tray->contextMenu()->actions().first()->trigger();
+        icon->contextMenu()->actions().first()->trigger();
     } else {
-        emit tray->activated(way == "double" ? QSystemTrayIcon::DoubleClick : QSystemTrayIcon::Trigger);
+        emit icon->activated(way == "double" ? QSystemTrayIcon::DoubleClick : QSystemTrayIcon::Trigger);
     }
-    QFETCH(bool, shows);
     QCOMPARE(w.isVisible() && !w.isMinimized(), shows);
     QCOMPARE(stack->currentWidget(), static_cast<QWidget*>(w.controlPage()));
     QCOMPARE(settings.count(), 0);
     QCOMPARE(quitting.count(), 0);
+}
+
+void TestMainWindow::trayThatAppearsLater()
+{
+    LogCapture log;
+    MainWindow w;
+    QTRY_VERIFY(!w.trayAvailable());
+    w.show();
+    QTest::mouseClick(child<QToolButton>(&w, "toolButton_close"), Qt::LeftButton);
+    QVERIFY(w.isMinimized());
+    const auto tray = claimTray();
+    if (!tray) {
+        QSKIP("A tray needs an X server");
+    }
+    QTRY_VERIFY_WITH_TIMEOUT(log.contains(QStringLiteral("A system tray has appeared")), 10000);
+    w.showNormal();
+    QTest::mouseClick(child<QToolButton>(&w, "toolButton_close"), Qt::LeftButton);
+    QVERIFY(w.isHidden());
 }
 
 void TestMainWindow::newVersionButton_data()
@@ -205,13 +233,20 @@ void TestMainWindow::newVersionButton()
     QFETCH(bool, stays);
     MainWindow w;
     w.show();
-    auto* button = w.findChild<QPushButton*>(QStringLiteral("newVersionBtn"));
+    auto* button = child<QPushButton>(&w, "newVersionBtn");
     QVERIFY(!button->isVisible());
     w.showNewVersionButton();
     QVERIFY(button->isVisible());
 
     QSignalSpy update(&w, &MainWindow::requestUpdateAppVersion);
-    answerNextMessageBox(answer);
+    // Runs inside the box's own loop.
+    QTimer::singleShot(0, [answer]() {
+        for (QAbstractButton* b : qobject_cast<QMessageBox*>(QApplication::activeModalWidget())->buttons()) {
+            if (b->text() == answer) {
+                b->click();
+            }
+        }
+    });
     QTest::mouseClick(button, Qt::LeftButton);
     QCOMPARE(button->isVisible(), stays);
     QCOMPARE(update.count(), stays ? 0 : 1);
@@ -221,19 +256,17 @@ void TestMainWindow::languageChangeRelabels()
 {
     MainWindow w;
     w.show();
-    auto* home = w.findChild<QPushButton*>(QStringLiteral("pushButton_home"));
-    QCOMPARE(home->text(), QStringLiteral("首页"));
+    auto* home = child<QPushButton>(&w, "pushButton_home");
     const QList<QAction*> entries = w.findChild<QSystemTrayIcon*>()->contextMenu()->actions();
-
     EnglishTranslator english;
     QCoreApplication::installTranslator(&english);
     QTRY_COMPARE(home->text(), QStringLiteral("Home"));
-    QCOMPARE(w.findChild<QPushButton*>(QStringLiteral("pushButton_on"))->text(), QStringLiteral("All on"));
+    QCOMPARE(child<QPushButton>(&w, "pushButton_on")->text(), QStringLiteral("All on"));
     QCOMPARE(entries.first()->text(), QStringLiteral("Settings"));
     QCOMPARE(entries.last()->text(), QStringLiteral("Quit"));
-    QCOMPARE(w.homePage()->findChild<QLabel*>(QStringLiteral("label_3"))->text(), QStringLiteral("Devices"));
+    QCOMPARE(child<QLabel>(w.homePage(), "label_3")->text(), QStringLiteral("Devices"));
     QCOMPARE(w.windowTitle(), QStringLiteral("Orvanta"));
-    // Shortcuts are not texts to translate: a relabelled bar keeps them.
+    // Setting a button's text drops its shortcut: relabelling must set it again.
     QCOMPARE(home->shortcut(), QKeySequence(QStringLiteral("Alt+H")));
     QCoreApplication::removeTranslator(&english);
     QTRY_COMPARE(home->text(), QStringLiteral("首页"));
@@ -257,11 +290,10 @@ void TestMainWindow::deviceRows()
     page.setControllerList(devices(3));
     page.setControllerList(devices(count));
     TestFiles::flushDeletes();
-
     const QList<QToolButton*> buttons = deviceButtons(&page);
     QCOMPARE(buttons.size(), count);
-    auto* grid =
-        qobject_cast<QGridLayout*>(page.findChild<QWidget*>(QStringLiteral("devicesContainer"))->layout());
+
+    auto* grid = static_cast<QGridLayout*>(child<QWidget>(&page, "devicesContainer")->layout());
     QVector<int> perRow;
     QVector<QString> readingOrder(count);
     for (QToolButton* b : buttons) {
@@ -272,10 +304,8 @@ void TestMainWindow::deviceRows()
         readingOrder[row * 6 + column] = b->text();
     }
     QCOMPARE(perRow, rows);
-    // Read row by row, the buttons follow the names, whatever the hash order was.
-    QVector<QString> sorted = readingOrder;
-    std::sort(sorted.begin(), sorted.end());
-    QCOMPARE(readingOrder, sorted);
+    // Row by row the buttons follow their names, whatever the hash order was.
+    QVERIFY(std::is_sorted(readingOrder.begin(), readingOrder.end()));
     QCOMPARE(grid->count(), count + 2);
 }
 
@@ -299,10 +329,8 @@ void TestMainWindow::renameStrip()
     QSignalSpy entry(&page, &HomePage::controllerEntryOrdered);
     QTest::mouseClick(button, Qt::LeftButton, Qt::NoModifier, QPoint(55, y));
     QCOMPARE(button->findChild<QLineEdit*>()->isVisible(), edits);
-    QCOMPARE(entry.count(), edits ? 0 : 1);
-    if (!edits) {
-        QCOMPARE(entry.first().first().toString(), QStringLiteral("OV5512:00000001"));
-    }
+    const QList<QVariant> call{firstId};
+    QCOMPARE(QList<QList<QVariant>>(entry), edits ? QList<QList<QVariant>>() : QList<QList<QVariant>>{call});
 }
 
 void TestMainWindow::renameCommit_data()
@@ -326,7 +354,9 @@ void TestMainWindow::renameCommit()
     HomePage page;
     page.setControllerList(devices(1));
     page.show();
-    QApplication::setActiveWindow(&page);
+    // Activated once mapped: an X server without a window manager refuses focus before.
+    QVERIFY(QTest::qWaitForWindowExposed(&page));
+    page.activateWindow();
     QVERIFY(QTest::qWaitForWindowActive(&page));
     QToolButton* button = deviceButtons(&page).first();
     auto* edit = button->findChild<QLineEdit*>();
@@ -342,33 +372,30 @@ void TestMainWindow::renameCommit()
         edit->clearFocus();
     }
     QCOMPARE(edit->isVisible(), key == Qt::Key_Escape);
-    QCOMPARE(renamed.count(), name.isEmpty() ? 0 : 1);
     QCOMPARE(button->text(), name.isEmpty() ? QStringLiteral("Strip 1") : name);
-    if (!name.isEmpty()) {
-        QCOMPARE(renamed.first(), (QList<QVariant>{QStringLiteral("OV5512:00000001"), name}));
-    }
+    const QList<QVariant> call{firstId, name};
+    QCOMPARE(QList<QList<QVariant>>(renamed),
+             name.isEmpty() ? QList<QList<QVariant>>() : QList<QList<QVariant>>{call});
 }
 
 void TestMainWindow::failedAdImageKeepsPicture()
 {
     LogCapture log;
     HomePage page;
-    auto* box = page.findChild<ImageWidget*>(QStringLiteral("ADBox1"));
+    auto* box = child<ImageWidget>(&page, "ADBox1");
     QVERIFY(!box->img().isNull());
     QTemporaryDir dir;
     QImage ad(40, 80, QImage::Format_RGB32);
     ad.fill(Qt::red);
-    const QString adPath = dir.filePath(QStringLiteral("ad.png"));
-    QVERIFY(ad.save(adPath));
-    page.setADBox1(adPath, QStringLiteral("http://127.0.0.1/ad"));
+    QVERIFY(ad.save(dir.filePath(QStringLiteral("ad.png"))));
+    page.setADBox1(dir.filePath(QStringLiteral("ad.png")), QStringLiteral("http://127.0.0.1/ad"));
     QCOMPARE(box->img().pixelColor(0, 0), QColor(Qt::red));
-
     page.setADBox1(dir.filePath(QStringLiteral("missing.png")), QStringLiteral("http://127.0.0.1/other"));
     QCOMPARE(box->img().size(), QSize(40, 80));
     QVERIFY(log.contains(QStringLiteral("[HomePage]: Feilad to load AD iamge. path:")));
 }
 
-// Saves the window for a person to look at, and checks the theme reached it.
+// Saves the window for a person to look at, and checks that the theme and pictures reached it.
 void TestMainWindow::screenshot()
 {
     MainWindow w;
@@ -378,14 +405,12 @@ void TestMainWindow::screenshot()
     const QImage shot = w.grab().toImage();
     QVERIFY(QDir().mkpath(QStringLiteral("screenshots")));
     QVERIFY(shot.save(QStringLiteral("screenshots/main_window@%1x.png").arg(w.devicePixelRatioF())));
-    const qreal ratio = w.devicePixelRatioF();
-    // The dark ground of the style sheet, between the last device and the right edge.
-    QCOMPARE(shot.pixelColor(QPoint(1200, 300) * ratio), QColor(34, 34, 34));
-    // The logo picture is drawn in the bar.
-    const QImage logo = w.findChild<QLabel*>(QStringLiteral("label_logo"))->grab().toImage();
+    const QColor ground(34, 34, 34);
+    QCOMPARE(shot.pixelColor(QPoint(1200, 300) * w.devicePixelRatioF()), ground);
+    const QImage logo = child<QLabel>(&w, "label_logo")->grab().toImage();
     int drawn = 0;
     for (int x = 0; x < logo.width(); ++x) {
-        drawn += logo.pixelColor(x, logo.height() / 2) != QColor(34, 34, 34);
+        drawn += logo.pixelColor(x, logo.height() / 2) != ground;
     }
     QVERIFY(drawn > logo.width() / 4);
 }
@@ -395,9 +420,9 @@ void TestMainWindow::quitEntryQuits()
 {
     MainWindow w;
     QSignalSpy quitting(qApp, &QCoreApplication::aboutToQuit);
-    QAction* quit = w.findChild<QSystemTrayIcon*>()->contextMenu()->actions().last();
-    QTimer::singleShot(0, quit, &QAction::trigger);
-    // Should the entry not quit, the loop ends with another code after a while.
+    QTimer::singleShot(0, w.findChild<QSystemTrayIcon*>()->contextMenu()->actions().last(),
+                       &QAction::trigger);
+    // Should the entry not quit, the loop ends with another code.
     QTimer fallback;
     connect(&fallback, &QTimer::timeout, qApp, []() { QCoreApplication::exit(3); });
     fallback.start(5000);
