@@ -102,6 +102,10 @@ bool sendMouse(QWidget* w, QEvent::Type type, QPoint local)
 class TestMainWindow : public QObject
 {
     Q_OBJECT
+public:
+    // As the program starts: pictures of the style sheet follow the screen's density.
+    static void initMain() { QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps); }
+
 private slots:
     void dragRule_data();
     void dragRule();
