@@ -27,6 +27,8 @@ HomePage::HomePage(QWidget* parent)
     : QWidget(parent)
     , ui(new Ui::HomePage)
 {
+    // The page's pictures live in the static library's resources, which need registering.
+    Q_INIT_RESOURCE(ui);
     ui->setupUi(this);
     // The page's events are offered to the picture panel, which filters nothing.
     installEventFilter(ui->ADBox1);
