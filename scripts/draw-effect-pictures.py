@@ -198,6 +198,59 @@ def rounded(img, radius=14):
     return out
 
 
+def draw_music_icons(folder):
+    """100 x 100 button pictures of the music modes, each showing its mode at a glance."""
+    os.makedirs(folder, exist_ok=True)
+    size = 100
+    heat = [(0.0, (0, 255, 0)), (0.5, (255, 255, 0)), (1.0, (255, 0, 0))]
+    cold_hot = [(0.0, (0, 0, 255)), (1.0, (255, 0, 0))]
+    background = (22, 22, 28)
+
+    def save(img, n):
+        rounded(img).save(os.path.join(folder, "com_orvanta_dynamicMusic_mode_%d.png" % n))
+
+    def bars(heights, colour_of, peaks=None):
+        img = Image.new("RGB", (size, size), background)
+        d = ImageDraw.Draw(img)
+        n = len(heights)
+        step = 84.0 / n
+        for i, h in enumerate(heights):
+            x0, x1 = 8 + i * step + 1, 8 + (i + 1) * step - 2
+            top = 90 - 78 * h
+            for y in range(int(top), 90):
+                d.line((x0, y, x1, y), fill=colour_of(h, (90 - y) / 78.0))
+            if peaks:
+                py = 90 - 78 * peaks[i] - 4
+                d.rectangle((x0, py, x1, py + 2), fill=(235, 235, 245))
+        return img
+
+    # Mode 1, level meter: bars of heat colours, green at the foot, red at the head.
+    levels = [0.35, 0.7, 0.95, 0.6, 0.8, 0.45, 0.25]
+    save(bars(levels, lambda h, t: rgb(*palette(heat, t / max(h, 0.01)))), 1)
+
+    # Mode 2, mood pulse: the mood gradient, brightest where the beat pulses.
+    stops = [(0.0, (255, 40, 20)), (0.3, (255, 140, 0)), (0.5, (255, 220, 80)), (0.75, (200, 30, 120)),
+             (1.0, (255, 40, 20))]
+    img = Image.new("RGB", (size, size))
+    px = img.load()
+    for y in range(size):
+        for x in range(size):
+            c = palette(stops, (x / size + 0.1 * math.sin(TAU * y / size)) % 1.0)
+            wave = 50 + 30 * math.sin(TAU * x / 33.0) * math.exp(-abs(x - 50) / 40.0)
+            k = 1.0 if abs(y - wave) < 4 else 0.18 + 0.5 * math.exp(-abs(y - wave) / 12.0)
+            px[x, y] = rgb(*(v * k for v in c))
+    save(img, 2)
+
+    # Mode 3, peak colour: each bar in one colour of a blue-to-red gradient, with a falling peak.
+    levels = [0.3, 0.55, 0.9, 0.65, 0.4]
+    save(bars(levels, lambda h, t: rgb(*palette(cold_hot, h)), [min(1.0, h + 0.08) for h in levels]), 3)
+
+    # Mode 4, spectrum: a mirrored analyser, one narrow band per LED, blue at the ends.
+    half = [0.2, 0.3, 0.45, 0.4, 0.6, 0.75, 0.7, 0.9]
+    levels = half + half[::-1]
+    save(bars(levels, lambda h, t: rgb(*palette(cold_hot, h))), 4)
+
+
 def draw_effect_icons(folder, maps):
     """100 x 100 button pictures of the colour effects, named after the effect id."""
     os.makedirs(folder, exist_ok=True)
@@ -259,3 +312,4 @@ def main():
 
 if __name__ == "__main__":
     main()
+    draw_music_icons(os.path.join(data, "images", "icons"))
