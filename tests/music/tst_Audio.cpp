@@ -217,7 +217,7 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(listener.silent(), 5000);
         const int silentFrom = listener.count;
         QTRY_VERIFY_WITH_TIMEOUT(listener.quietFor(300), 5000);
-        QVERIFY2(listener.count - silentFrom >= 35 && listener.count - silentFrom <= 60,
+        QVERIFY2(listener.count - silentFrom >= 20 && listener.count - silentFrom <= 60,
                  qPrintable(QString::number(listener.count - silentFrom)));
         QVERIFY(!server.pactl({"suspend-sink", mainSink, "0"}).isNull());
         QTRY_VERIFY_WITH_TIMEOUT(listener.level(0) > 70 && !listener.quietFor(100), 5000);

@@ -274,6 +274,25 @@ private slots:
         QCOMPARE(mode.getStrength(), 2.0);
     }
 
+    void mode1StoreWinsAfterUnload()
+    {
+        // What a worker saved at unload replaces the model's file for the next load.
+        writeDefaults("STORE", fragmentsJson({{"file", fragmentJson(0, 4, 100, 200, 0, 0)}}));
+        {
+            MusicMode1 mode(EffectWorkerOptions::make(mode1Id, "m1", 1));
+            mode.load(strip("STORE", 8));
+            Fragment edited = mode.getFragments().value("file");
+            edited.endIndex = 6;
+            mode.setFragment("file", edited);
+            mode.setStrength(3.5);
+            mode.unload();
+        }
+        MusicMode1 mode(EffectWorkerOptions::make(mode1Id, "m1", 1));
+        mode.load(strip("STORE", 8));
+        QCOMPARE(describe(mode.getFragments()), QStringLiteral("file:0-6:0"));
+        QCOMPARE(mode.getStrength(), 3.5);
+    }
+
     void mode1Bar_data()
     {
         QTest::addColumn<int>("n");
