@@ -1,5 +1,6 @@
 #include "OVControllerEnumerator.h"
 
+#include "DefaultsFile.h"
 #include "ExtraPortsWatcher.h"
 #include "OVController.h"
 #include "OVSerialPort.h"
@@ -9,6 +10,7 @@
 #include <QDebug>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -73,6 +75,15 @@ QString resolvePicture(const QString& baseDir, const QString& path)
 }
 
 } // namespace
+
+// One port's handshake, shared by its reply and time-out handlers.
+struct OVControllerEnumerator::Handshake
+{
+    // Deleted on the enumerator's thread even when the last holder lets go on a port thread.
+    QSharedPointer<QTimer> timer{new QTimer(), &QObject::deleteLater};
+    // Set once the port is scheduled for deletion: a reply queued in the same pass finds it.
+    bool dropped = false;
+};
 
 OVControllerEnumerator::OVControllerEnumerator(QObject* parent)
     : IDeviceEnumerator(parent)
@@ -198,13 +209,13 @@ void OVControllerEnumerator::verifyDevice(QString portName)
     unattachedPorts.removeAll(QPointer<OVSerialPort>());
     unattachedPorts.append(port);
 
-    // Deleted on this thread even when the last holder lets go on a port thread.
-    QSharedPointer<QTimer> timer(new QTimer(), &QObject::deleteLater);
+    auto handshake = QSharedPointer<Handshake>::create();
+    QTimer* timer = handshake->timer.data();
     const QPointer<OVSerialPort> guardedPort(port);
 
     connect(
         port->serialPort(), &QSerialPort::readyRead, this,
-        [this, guardedPort, portName, timer]() { onReply(guardedPort, portName, timer); },
+        [this, guardedPort, portName, handshake]() { onReply(guardedPort, portName, handshake); },
         Qt::QueuedConnection);
     connect(this, &OVControllerEnumerator::sendSalutation, port, &OVSerialPort::write, Qt::QueuedConnection);
     // One signal for every port: each port still waiting hears the salutation again.
@@ -212,46 +223,54 @@ void OVControllerEnumerator::verifyDevice(QString portName)
 
     timer->setSingleShot(true);
     timer->setInterval(ResponseTimeoutMs);
-    connect(timer.data(), &QTimer::timeout, this,
-            [this, guardedPort, portName]() { onResponseTimeout(guardedPort, portName); });
+    // The handshake state lives in the reply handler's connection; the timer holds it weakly.
+    Handshake* state = handshake.data();
+    connect(timer, &QTimer::timeout, this,
+            [this, guardedPort, portName, state]() { onResponseTimeout(guardedPort, portName, state); });
     timer->start();
 }
 
-void OVControllerEnumerator::onResponseTimeout(OVSerialPort* port, const QString& portName)
+void OVControllerEnumerator::onResponseTimeout(OVSerialPort* port, const QString& portName,
+                                               Handshake* handshake)
 {
     qInfo().noquote() << "device response timeout：" << portName;
-    if (port)
+    if (port) {
+        handshake->dropped = true;
         port->deleteLater();
+    }
 }
 
 void OVControllerEnumerator::onReply(OVSerialPort* port, const QString& portName,
-                                     const QSharedPointer<QTimer>& timer)
+                                     const QSharedPointer<Handshake>& handshake)
 {
-    if (!port)
+    if (!port || handshake->dropped)
         return;
     disconnect(this, &OVControllerEnumerator::sendSalutation, port, &OVSerialPort::write);
 
-    // Whatever has arrived by now is the whole reply. A port already handed to a controller
-    // lives on its own thread, so the read is done there.
+    // A port already handed to a controller lives on its own thread, so its bytes are drained
+    // there. Whatever it says later, cut differently or chatter, is not a new device: two
+    // controllers on one port would write over each other and the first release would leave the
+    // other with a dangling port.
     QSerialPort* serial = port->serialPort();
-    const bool attached = port->thread() != thread();
-    QByteArray bytes;
-    if (!attached) {
-        bytes = serial->readAll();
-    } else {
+    if (port->thread() != thread()) {
+        QByteArray late;
         QMetaObject::invokeMethod(
-            port, [serial]() { return serial->readAll(); }, Qt::BlockingQueuedConnection, &bytes);
-    }
-
-    if (bytes.isEmpty() || !bytes.toUpper().startsWith("OV")) {
-        qInfo().noquote() << QStringLiteral("Failed to verify deviece <%1>").arg(portName);
-        // A port that already drives a controller is the controller's to release.
-        if (!attached)
-            port->deleteLater();
+            port, [serial]() { return serial->readAll(); }, Qt::BlockingQueuedConnection, &late);
+        qInfo().noquote() << "[OVControllerEnumerator]: Ignored data on a port that already drives a device:"
+                          << quoted(portName) << quoted(late);
         return;
     }
 
-    timer->stop();
+    // Whatever has arrived by now is the whole reply.
+    const QByteArray bytes = serial->readAll();
+    if (bytes.isEmpty() || !bytes.toUpper().startsWith("OV")) {
+        qInfo().noquote() << QStringLiteral("Failed to verify deviece <%1>").arg(portName);
+        handshake->dropped = true;
+        port->deleteLater();
+        return;
+    }
+
+    handshake->timer->stop();
     qInfo().noquote() << Tag << quoted(portName) << "returned" << quoted(bytes);
 
     // Byte for byte, so a serial's bytes come back unchanged in its hexadecimal form.
@@ -331,15 +350,9 @@ void OVControllerEnumerator::onControllerStatus(const QString& id, uint32_t stat
 void OVControllerEnumerator::loadDefaults(AbsRGBController* controller)
 {
     // Data lies in the working directory or, failing that, beside the program.
-    QString baseDir = QDir::currentPath();
-    QFile file(QString::fromLatin1(DefaultsFile));
-    if (!file.exists()) {
-        const QString besideProgram = QCoreApplication::applicationDirPath();
-        if (QFile::exists(besideProgram + QLatin1Char('/') + QLatin1String(DefaultsFile))) {
-            baseDir = besideProgram;
-            file.setFileName(besideProgram + QLatin1Char('/') + QLatin1String(DefaultsFile));
-        }
-    }
+    QFile file(locateDefaultsFile(QString::fromLatin1(DefaultsFile)));
+    const QString baseDir = QFileInfo(file.fileName()).isAbsolute() ? QCoreApplication::applicationDirPath()
+                                                                    : QDir::currentPath();
     if (!file.open(QIODevice::ReadOnly)) {
         qCritical().noquote()
             << "[OVControllerEnumerator]: Failed to open \"controler_config/OVController.json\", errStr:"

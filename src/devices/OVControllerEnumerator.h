@@ -46,8 +46,9 @@ private slots:
 
 private:
     void startScan();
-    void onReply(OVSerialPort* port, const QString& portName, const QSharedPointer<QTimer>& timer);
-    void onResponseTimeout(OVSerialPort* port, const QString& portName);
+    struct Handshake;
+    void onReply(OVSerialPort* port, const QString& portName, const QSharedPointer<Handshake>& handshake);
+    void onResponseTimeout(OVSerialPort* port, const QString& portName, Handshake* handshake);
     void onControllerStatus(const QString& id, uint32_t status, const QString& description);
 
     QMap<QString, QWeakPointer<AbsRGBController>> controllersMap; // "controllers": by id, weak

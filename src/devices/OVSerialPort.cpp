@@ -27,6 +27,7 @@ OVSerialPort::OVSerialPort(QObject* parent)
                 Qt::QueuedConnection);
         }
     });
+    connect(serial, &QSerialPort::bytesWritten, this, &OVSerialPort::onBytesWritten);
 }
 
 OVSerialPort::~OVSerialPort()
@@ -68,8 +69,25 @@ bool OVSerialPort::open(const QString& name)
 void OVSerialPort::write(QByteArray bytes)
 {
     // After a failure the port is closed and frames are dropped; the failure was reported once.
-    if (serial->isOpen()) {
-        serial->write(bytes);
+    if (!serial->isOpen()) {
+        waiting.clear();
+        return;
+    }
+    if (serial->bytesToWrite() > 0) {
+        waiting = bytes;
+        return;
+    }
+    writeNow(bytes);
+}
+
+void OVSerialPort::writeNow(const QByteArray& bytes)
+{
+    serial->write(bytes);
+    // The salutation goes out before a controller starts the timer; the interval counts from the
+    // first write it sees.
+    if (!writeTimer.isValid()) {
+        writeTimer.start();
+        return;
     }
     writeTimeSumMs += double(writeTimer.restart());
     writeCount += 1;
@@ -81,9 +99,20 @@ void OVSerialPort::write(QByteArray bytes)
     }
 }
 
+void OVSerialPort::onBytesWritten()
+{
+    if (serial->bytesToWrite() == 0 && !waiting.isEmpty() && serial->isOpen()) {
+        const QByteArray next = waiting;
+        waiting.clear();
+        writeNow(next);
+    }
+}
+
 void OVSerialPort::startWriteTimer()
 {
     writeTimer.start();
+    writeTimeSumMs = 0.0;
+    writeCount = 0;
 }
 
 bool OVSerialPort::flushPending(int msecs)
@@ -91,10 +120,21 @@ bool OVSerialPort::flushPending(int msecs)
     if (!serial->isOpen()) {
         return false;
     }
-    if (serial->bytesToWrite() > 0) {
-        serial->waitForBytesWritten(msecs);
+    QElapsedTimer clock;
+    clock.start();
+    for (;;) {
+        onBytesWritten(); // the waiting frame, once the one before has left
+        const qint64 left = msecs - clock.elapsed();
+        if (serial->bytesToWrite() == 0 || left <= 0 || !serial->waitForBytesWritten(int(left))) {
+            break;
+        }
     }
-    return serial->bytesToWrite() == 0;
+    return serial->bytesToWrite() == 0 && waiting.isEmpty();
+}
+
+qint64 OVSerialPort::queuedBytes() const
+{
+    return serial->bytesToWrite() + waiting.size();
 }
 
 QString OVSerialPort::errorText() const

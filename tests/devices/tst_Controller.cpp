@@ -17,6 +17,7 @@ constexpr int kWait = 10000;
 
 QStringList storedFiles()
 {
+    ConfigurationManager::instance()->flush();
     QStringList out;
     QDirIterator it(ConfigurationManager::instance()->configPath(), {QStringLiteral("*.json")}, QDir::Files,
                     QDirIterator::Subdirectories);
@@ -306,6 +307,30 @@ private slots:
         QCOMPARE(device.frames().last(), black);
         QCOMPARE(device.frames().count(black), 1);
         QCOMPARE(device.decodeErrors(), 0);
+    }
+
+    // A device that reads slower than frames come: at most one frame waits behind the one being
+    // written, and the newest colours win.
+    void slowReaderGetsTheLatestFrame()
+    {
+        DeviceRig rig;
+        rig.device.setReadRate(8000);
+        QVERIFY(rig.start(DeviceRig::defaultOptions(300)));
+        OVSerialPort* port = rig.controller->serialPort();
+        const qint64 frameSize = 6 + 3 * 300;
+        qint64 most = 0;
+        for (int i = 1; i <= 75; ++i) { // 3 s at 25 frames per second, about three times the link
+            rig.controller->update(QVector<OV_RGB>(300, OV_RGB{uint8_t(i), 0, 0}));
+            QTest::qWait(40);
+            qint64 queued = 0;
+            QMetaObject::invokeMethod(
+                port, [port] { return port->queuedBytes(); }, Qt::BlockingQueuedConnection, &queued);
+            most = qMax(most, queued);
+        }
+        QVERIFY2(most <= 2 * frameSize, qPrintable(QString::number(most)));
+        QTRY_COMPARE_WITH_TIMEOUT(rig.device.lastColors().value(299).r, uint8_t(75), kWait);
+        QVERIFY(rig.device.frameCount() < 60);
+        QCOMPARE(rig.device.decodeErrors(), 0);
     }
 
     void persistenceKeys_data()

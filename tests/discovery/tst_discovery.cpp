@@ -20,6 +20,8 @@
 #include <QSocketNotifier>
 #include <QStandardPaths>
 #include <QTemporaryDir>
+#include <QThread>
+#include <QTimer>
 #include <QtTest>
 
 #include <memory>
@@ -32,6 +34,8 @@ using Device = std::unique_ptr<VirtualLedDevice>;
 using Mode = VirtualLedDevice::ReplyMode;
 
 const int HandshakeMs = 8000; // reply timeout of 5 s plus room for a loaded machine
+const QString kIgnored =
+    QStringLiteral("[OVControllerEnumerator]: Ignored data on a port that already drives a device:");
 
 // A device class that keeps its frames in memory, for the defaults file alone.
 class MemoryController : public AbsRGBController
@@ -217,8 +221,7 @@ private slots:
         // "OV5512" arrives alone: the tail cut leaves "OV55", a device with no serial.
         QCOMPARE(controller->controlOptions().id, QStringLiteral("OV55"));
         // The second chunk reaches the handler on a port that now drives the controller.
-        QTRY_VERIFY_WITH_TIMEOUT(
-            log->contains(QStringLiteral("Failed to verify deviece <%1>").arg(dev->linkPath())), HandshakeMs);
+        QTRY_VERIFY_WITH_TIMEOUT(log->contains(kIgnored), HandshakeMs);
         // The port is still the controller's: frames keep flowing.
         controller->setLayout(4, {4});
         const int before = dev->frameCount();
@@ -274,7 +277,8 @@ private slots:
         QCOMPARE(controllerAt(found, 0)->controlOptions().id, QStringLiteral("OV5512:35313130"));
     }
 
-    void dataAfterGoodReply()
+    // Whatever an attached port says later, another id or chatter, builds no second controller.
+    void dataAfterGoodReplyIsIgnored()
     {
         Device dev = device(QStringLiteral("ttyChatty"), "OV5512,C1\r\n");
         QVERIFY(dev);
@@ -285,18 +289,88 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(found.count(), 1, HandshakeMs);
         const AbsRGBControllerPtr controller = controllerAt(found, 0);
 
-        dev->sendRaw("OV5512,C1\r\n");
-        QTRY_VERIFY(
-            log->contains("[OVControllerEnumerator]: The device already exists OV5512:4331", QtWarningMsg));
-        dev->sendRaw("noise after the reply");
-        QTRY_VERIFY(log->contains(QStringLiteral("Failed to verify deviece <%1>").arg(dev->linkPath())));
+        for (const QByteArray& late : {QByteArray("OV5512,C1\r\n"), QByteArray("OV5512,C2\r\n"),
+                                       QByteArray("noise after the reply")}) {
+            const int before = log->count(kIgnored);
+            dev->sendRaw(late);
+            QTRY_COMPARE(log->count(kIgnored), before + 1);
+        }
+        QCOMPARE(found.count(), 1); // announced in the same handler that logs
+        QCOMPARE(enumerator.controllers().size(), 1);
 
         // Still attached and writing.
         const int before = dev->frameCount();
         controller->update(QVector<OV_RGB>(72, OV_RGB{100, 50, 10}));
         QTRY_VERIFY(dev->frameCount() > before);
         QCOMPARE(dev->lastColors(), scaled(72, OV_RGB{100, 50, 10}, controller->controlOptions().brightness));
-        QCOMPARE(found.count(), 1);
+    }
+
+    // A reply that lands in the same pass as the time-out: the port is either found or dropped,
+    // never handed to a controller while scheduled for deletion.
+    void replyInTheTimeoutPass()
+    {
+        QThread deviceThread;
+        deviceThread.start();
+        auto* dev = new VirtualLedDevice();
+        dev->setReplyMode(Mode::Silent);
+        dev->moveToThread(&deviceThread);
+        const QString path = linkPath(QStringLiteral("ttyLast"));
+        bool opened = false;
+        QMetaObject::invokeMethod(
+            dev, [&] { opened = dev->open(path); }, Qt::BlockingQueuedConnection);
+        QVERIFY(opened);
+
+        OVControllerEnumerator enumerator;
+        waitForStartupScan();
+        QSignalSpy found(&enumerator, &OVControllerEnumerator::deviceEnabled);
+        QElapsedTimer clock;
+        clock.start();
+        enumerator.verifyDevice(path);
+        QTest::qWait(4850);
+        // The reply comes while this thread is busy past the 5 s mark, so the time-out and the
+        // reply are both ready when the loop runs again.
+        QMetaObject::invokeMethod(dev, [dev] {
+            QThread::msleep(100);
+            dev->sendRaw("OV5512,7E57\r\n");
+        });
+        QThread::msleep(400);
+        QVERIFY(clock.elapsed() > 5000);
+        const QString timedOut = "device response timeout： " + path;
+        QTRY_VERIFY_WITH_TIMEOUT(log->contains(timedOut) || found.count() == 1, HandshakeMs);
+        TestFiles::flushDeletes();
+        if (log->contains(timedOut)) {
+            QCOMPARE(found.count(), 0);
+        } else {
+            const AbsRGBControllerPtr controller = controllerAt(found, 0);
+            controller->update(QVector<OV_RGB>(72, OV_RGB{9, 9, 9}));
+            QTRY_VERIFY(dev->frameCount() > 0);
+        }
+        found.clear();
+        QMetaObject::invokeMethod(
+            dev, [dev] { delete dev; }, Qt::BlockingQueuedConnection);
+        deviceThread.quit();
+        deviceThread.wait();
+    }
+
+    // The statistics line of a discovered device's port: the interval between its frames.
+    void meanWriteTimeIsLogged()
+    {
+        Device dev = device(QStringLiteral("ttyStats"), "OV5512,5747\r\n");
+        QVERIFY(dev);
+        OVControllerEnumerator enumerator;
+        waitForStartupScan();
+        QSignalSpy found(&enumerator, &OVControllerEnumerator::deviceEnabled);
+        enumerator.verifyDevice(dev->linkPath());
+        QTRY_COMPARE_WITH_TIMEOUT(found.count(), 1, HandshakeMs);
+        const AbsRGBControllerPtr controller = controllerAt(found, 0);
+        QTimer frames;
+        connect(&frames, &QTimer::timeout, [&] { controller->update(QVector<OV_RGB>(72, OV_RGB{1, 2, 3})); });
+        frames.start(40);
+        const QString line = "[[loop]][OVSerialPort]: Mean write time: ";
+        QTRY_VERIFY_WITH_TIMEOUT(log->contains(line, QtInfoMsg), 10000);
+        const QString entry = log->lines().filter(line).first();
+        const double mean = entry.mid(entry.indexOf(line) + line.size()).chopped(2).toDouble();
+        QVERIFY2(mean > 20 && mean < 200, qPrintable(entry));
     }
 
     void openFailureIsLogged()

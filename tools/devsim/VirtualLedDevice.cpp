@@ -211,6 +211,13 @@ void VirtualLedDevice::setGarbageBytes(int n)
     garbageBytes = qMax(1, n);
 }
 
+void VirtualLedDevice::setReadRate(int bytesPerSecond)
+{
+    readRate = qMax(0, bytesPerSecond);
+    readBudget = 0.0;
+    budgetClock.start();
+}
+
 void VirtualLedDevice::sendRaw(const QByteArray& bytes)
 {
     writeToHost(bytes);
@@ -284,9 +291,22 @@ void VirtualLedDevice::onReadable()
     char chunk[4096];
     bool got = false;
     for (;;) {
-        const ssize_t n = ::read(masterFd, chunk, sizeof chunk);
+        size_t want = sizeof chunk;
+        if (readRate > 0) {
+            // A token bucket holding at most 10 ms of reading; when it is empty the notifier
+            // rests until the bucket has refilled.
+            readBudget = qMin(readBudget + readRate * budgetClock.restart() / 1000.0, readRate / 100.0 + 1.0);
+            if (readBudget < 1.0) {
+                notifier->setEnabled(false);
+                retryTimer.start(10);
+                break;
+            }
+            want = qMin(want, size_t(readBudget));
+        }
+        const ssize_t n = ::read(masterFd, chunk, want);
         if (n > 0) {
             buffer.append(chunk, int(n));
+            readBudget -= double(n);
             got = true;
             continue;
         }
@@ -299,7 +319,7 @@ void VirtualLedDevice::onReadable()
         // EIO or end of file: no slave is open. The notifier would fire without pause, so it
         // rests and looks again a little later.
         notifier->setEnabled(false);
-        retryTimer.start();
+        retryTimer.start(50);
         break;
     }
     if (!got) {

@@ -49,6 +49,9 @@ public:
     void setSplitDelayMs(int ms);
     void setGarbageBytes(int n);
     void sendRaw(const QByteArray& bytes); // writes bytes to the host at once
+    // Reads no faster than this many bytes per second, like a slow link or device; 0: at once.
+    // What is not read waits in the pty, and then in the host's port.
+    void setReadRate(int bytesPerSecond);
 
     int salutations() const;  // "Moni-A" seen
     int frameCount() const;   // frames decoded without error
@@ -97,6 +100,9 @@ private:
     QSocketNotifier* notifier = nullptr;
     QTimer quietTimer;
     QTimer retryTimer; // re-arms the notifier after the master reported a hang-up
+    int readRate = 0;
+    double readBudget = 0.0; // bytes that may be read now, at readRate
+    QElapsedTimer budgetClock;
     QString slave;
     QString link;
     QString error;
