@@ -1,5 +1,9 @@
 #include "ConfigurationManager.h"
 
+#include "ConfigurationWriter.h"
+
+#include "DefaultsFile.h"
+
 #include <QCoreApplication>
 #include <QDateTime>
 #include <QDir>
@@ -8,13 +12,15 @@
 #include <QJsonDocument>
 #include <QJsonParseError>
 #include <QMutexLocker>
-#include <QSaveFile>
 #include <QStandardPaths>
+#include <QThread>
 #include <QUrl>
 
 namespace {
 
 const QString kCleanStartup = QStringLiteral("cleanStartup");
+// How long a write may lag its change: changes within this window reach the disk together.
+constexpr int kWriteLagMs = 250;
 
 // Moves an unreadable file out of the way under a name that says when, so that the next save
 // cannot overwrite what the user had.
@@ -67,22 +73,6 @@ QJsonObject readObjectFile(const QString& path, bool ownedByStore)
     return QJsonObject();
 }
 
-// The file is replaced in one rename, so a process killed at any point leaves the old or the new
-// content, never a mix.
-void writeObjectFile(const QString& path, const QJsonObject& object)
-{
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly)) {
-        qWarning().noquote() << "[ConfigurationManager] Failed to save" << path << ":" << file.errorString();
-        return;
-    }
-    file.write(QJsonDocument(object).toJson(QJsonDocument::Indented));
-    if (!file.commit()) {
-        qWarning().noquote() << "[ConfigurationManager] Failed to save" << path << ":" << file.errorString();
-    }
-}
-
 // Keys become file names: everything outside [A-Za-z0-9-._~] is percent-encoded, so no key can
 // climb out of its folder or collide with another.
 QString safeFileName(const QString& key)
@@ -126,19 +116,6 @@ void insertAtPath(QJsonObject& root, const QStringList& path, int index, const Q
     root.insert(level, child);
 }
 
-// Defaults files lie beside the program or in the working directory.
-QString locateDefaultsFile(const QString& name)
-{
-    if (QFileInfo(name).isAbsolute() || QFileInfo::exists(name)) {
-        return name;
-    }
-    const QString besideProgram = QCoreApplication::applicationDirPath() + QLatin1Char('/') + name;
-    if (QFileInfo::exists(besideProgram)) {
-        return besideProgram;
-    }
-    return name;
-}
-
 } // namespace
 
 ConfigurationManager* ConfigurationManager::instance()
@@ -152,6 +129,78 @@ ConfigurationManager::ConfigurationManager()
     , logsDir(QStandardPaths::writableLocation(QStandardPaths::AppLocalDataLocation) +
               QStringLiteral("/logs"))
 {
+}
+
+ConfigurationManager::~ConfigurationManager()
+{
+    stopWriter();
+}
+
+void ConfigurationManager::startWriter()
+{
+    // Without an application object there is no thread to write on; the caller writes itself.
+    if (writer || !QCoreApplication::instance()) {
+        return;
+    }
+    writerThread = new QThread();
+    writerThread->setObjectName(QStringLiteral("ConfigurationWriter"));
+    writer = new ConfigurationWriter(kWriteLagMs);
+    writer->moveToThread(writerThread);
+    writerThread->start(QThread::LowPriority);
+    // Whatever is pending when the application object goes still reaches the disk.
+    qAddPostRoutine(&ConfigurationManager::stopWriterAtExit);
+}
+
+void ConfigurationManager::stopWriterAtExit()
+{
+    instance()->stopWriter();
+}
+
+void ConfigurationManager::stopWriter()
+{
+    QMutexLocker locker(&writeMutex);
+    if (!writer) {
+        return;
+    }
+    QMetaObject::invokeMethod(writer, &ConfigurationWriter::writePending, Qt::BlockingQueuedConnection);
+    writerThread->quit();
+    writerThread->wait();
+    delete writer;
+    delete writerThread;
+    writer = nullptr;
+    writerThread = nullptr;
+}
+
+void ConfigurationManager::noteOnDisk(const QString& path, const QJsonObject& object)
+{
+    QMutexLocker locker(&writeMutex);
+    onDisk.insert(path, object);
+}
+
+void ConfigurationManager::requestWrite(const QString& path, const QJsonObject& object)
+{
+    QMutexLocker locker(&writeMutex);
+    // Unchanged content is not written again: a scope that was only read leaves no file behind.
+    const auto known = onDisk.constFind(path);
+    if (known != onDisk.cend() && known.value() == object) {
+        return;
+    }
+    onDisk.insert(path, object);
+    startWriter();
+    if (!writer) {
+        ConfigurationWriter::writeFile(path, object);
+        return;
+    }
+    QMetaObject::invokeMethod(
+        writer, [w = writer, path, object]() { w->enqueue(path, object); }, Qt::QueuedConnection);
+}
+
+void ConfigurationManager::flush()
+{
+    QMutexLocker locker(&writeMutex);
+    if (writer) {
+        QMetaObject::invokeMethod(writer, &ConfigurationWriter::writePending, Qt::BlockingQueuedConnection);
+    }
 }
 
 QString ConfigurationManager::logsPath()
@@ -195,6 +244,7 @@ void ConfigurationManager::ensureGlobal()
 {
     if (!globalLoaded) {
         global = readObjectFile(globalFile(), true);
+        noteOnDisk(globalFile(), global);
         globalLoaded = true;
     }
 }
@@ -203,6 +253,7 @@ void ConfigurationManager::ensureApp()
 {
     if (!appLoaded) {
         app = readObjectFile(appFile(), true);
+        noteOnDisk(appFile(), app);
         appLoaded = true;
     }
 }
@@ -234,11 +285,20 @@ void ConfigurationManager::setGlobalValue(const QStringList& path, const QJsonVa
 void ConfigurationManager::saveGlobalValues()
 {
     ensureGlobal();
-    writeObjectFile(globalFile(), global);
+    requestWrite(globalFile(), global);
 }
 
 void ConfigurationManager::reset()
 {
+    {
+        // Nothing asked for before the wipe may land after it.
+        QMutexLocker writeLocker(&writeMutex);
+        if (writer) {
+            QMetaObject::invokeMethod(writer, &ConfigurationWriter::discardPending,
+                                      Qt::BlockingQueuedConnection);
+        }
+        onDisk.clear();
+    }
     QMutexLocker locker(&effectMutex);
     global = QJsonObject();
     globalLoaded = false;
@@ -264,19 +324,22 @@ void ConfigurationManager::save()
 {
     // Scopes never read are not written: their files are as they were.
     if (globalLoaded) {
-        writeObjectFile(globalFile(), global);
+        requestWrite(globalFile(), global);
     }
     if (appLoaded) {
-        writeObjectFile(appFile(), app);
+        requestWrite(appFile(), app);
     }
     for (auto it = controllers.cbegin(); it != controllers.cend(); ++it) {
-        writeObjectFile(controllerFile(it.key()), it.value());
+        requestWrite(controllerFile(it.key()), it.value());
     }
-    QMutexLocker locker(&effectMutex);
-    const QStringList ids = effects.keys();
-    for (const QString& id : ids) {
-        saveEffectLocked(id);
+    {
+        QMutexLocker locker(&effectMutex);
+        const QStringList ids = effects.keys();
+        for (const QString& id : ids) {
+            saveEffectLocked(id);
+        }
     }
+    flush();
 }
 
 QJsonObject& ConfigurationManager::AppConfigJsonObj()
@@ -288,7 +351,7 @@ QJsonObject& ConfigurationManager::AppConfigJsonObj()
 void ConfigurationManager::saveAppConfigJsonObj()
 {
     ensureApp();
-    writeObjectFile(appFile(), app);
+    requestWrite(appFile(), app);
 }
 
 QJsonObject& ConfigurationManager::controllerJsonObj(const QString& key)
@@ -296,13 +359,14 @@ QJsonObject& ConfigurationManager::controllerJsonObj(const QString& key)
     auto it = controllers.find(key);
     if (it == controllers.end()) {
         it = controllers.insert(key, readObjectFile(controllerFile(key), true));
+        noteOnDisk(controllerFile(key), it.value());
     }
     return it.value();
 }
 
 void ConfigurationManager::saveControllerJsonObj(const QString& key)
 {
-    writeObjectFile(controllerFile(key), controllerJsonObj(key));
+    requestWrite(controllerFile(key), controllerJsonObj(key));
 }
 
 QJsonObject& ConfigurationManager::effectObjectLocked(const QString& effectId)
@@ -310,6 +374,7 @@ QJsonObject& ConfigurationManager::effectObjectLocked(const QString& effectId)
     auto it = effects.find(effectId);
     if (it == effects.end()) {
         it = effects.insert(effectId, readObjectFile(effectFile(effectId), true));
+        noteOnDisk(effectFile(effectId), it.value());
     }
     return it.value();
 }
@@ -329,7 +394,7 @@ QJsonValue ConfigurationManager::storedEffectValueLocked(const QString& effectId
 
 void ConfigurationManager::saveEffectLocked(const QString& effectId)
 {
-    writeObjectFile(effectFile(effectId), effectObjectLocked(effectId));
+    requestWrite(effectFile(effectId), effectObjectLocked(effectId));
 }
 
 QJsonValue ConfigurationManager::effectJsonValue(QString effectId, QString controllerId, QString key)

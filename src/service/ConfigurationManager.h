@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QHash>
 #include <QJsonObject>
 #include <QJsonValue>
 #include <QMap>
@@ -8,13 +9,20 @@
 #include <QStringList>
 #include <QVariant>
 
+class ConfigurationWriter;
+class QThread;
+
 // The one configuration store: global values, the application object, one object per
 // controller and effect values by effect id, controller id and key. JSON files under
 // configPath(), every write atomic; a file that fails to parse is set aside, never overwritten.
+// Values are readable at once; the save calls hand a copy to a writer thread, which writes each
+// file at most once per fraction of a second and only when its content changed, so no caller
+// waits on the disk. save() and flush() write everything pending before they return.
 class ConfigurationManager
 {
 public:
     static ConfigurationManager* instance();
+    ~ConfigurationManager();
 
     QString logsPath();
     QString configPath();
@@ -27,6 +35,8 @@ public:
     void reset();
     void EnableCleanStartup();
     void save();
+    // Writes what the save calls have asked for and waits until it is on disk.
+    void flush();
 
     QJsonObject& AppConfigJsonObj();
     void saveAppConfigJsonObj();
@@ -59,6 +69,14 @@ private:
     QString controllerFile(const QString& key);
     QString effectFile(const QString& effectId);
 
+    // Hands the file to the writer unless it already holds, or is about to hold, that content.
+    void requestWrite(const QString& path, const QJsonObject& object);
+    // The content a file was read with; what a later write is compared with.
+    void noteOnDisk(const QString& path, const QJsonObject& object);
+    void startWriter();
+    void stopWriter();
+    static void stopWriterAtExit();
+
     // Fixed at first use; the directories themselves are made when asked for.
     QString configDir;
     QString logsDir;
@@ -72,4 +90,10 @@ private:
 
     QMutex effectMutex;
     QMap<QString, QJsonObject> effects; // effect id -> controller id -> key -> value
+
+    // Any thread may save an effect: the writer and what it was given are guarded.
+    QMutex writeMutex;
+    QHash<QString, QJsonObject> onDisk; // path -> content read or last handed to the writer
+    QThread* writerThread = nullptr;
+    ConfigurationWriter* writer = nullptr;
 };
