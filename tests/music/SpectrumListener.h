@@ -1,6 +1,7 @@
 #pragma once
 
 #include "AudioCapturer.h"
+#include "MusicTestData.h"
 
 #include <QElapsedTimer>
 #include <QObject>
@@ -40,17 +41,7 @@ private slots:
 
 inline int SpectrumListener::loudest(int channel) const
 {
-    if (last.size() < 2) {
-        return -1;
-    }
-    const QVector<Spectrum>& bins = last[channel].spectrums;
-    int best = 0;
-    for (int k = 1; k < bins.size(); ++k) {
-        if (bins[k].db > bins[best].db) {
-            best = k;
-        }
-    }
-    return best;
+    return last.size() < 2 ? -1 : MusicTestData::loudestBin(last[channel]);
 }
 
 inline float SpectrumListener::level(int channel) const

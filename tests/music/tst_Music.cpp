@@ -448,8 +448,6 @@ private slots:
         QTest::addColumn<QString>("rightChannel");
         QTest::newRow("5 LEDs") << 5 << "0:0-1:0 1:1-2:0 2:2-3:0 3:3-4:0 4:4-5:0"
                                 << "2 3 4";
-        QTest::newRow("4 LEDs") << 4 << "0:0-1:0 1:1-2:0 2:2-3:0 3:3-4:0"
-                                << "2 3";
     }
 
     void mode4Fragments()

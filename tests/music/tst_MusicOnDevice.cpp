@@ -164,6 +164,7 @@ private slots:
         player.playTone(93.75, -18, TonePlayer::Left);
         QTRY_VERIFY_WITH_TIMEOUT(meterShows(device.lastColors(), 15, true), 10000);
         QCOMPARE(log.count("[AudioCapManager]", QtWarningMsg), 1);
+        QCOMPARE(log.count("[AudioCapManager]: The sound server is back", QtInfoMsg), 1);
         player.playSilence();
         release(bound, "OV5512:M1");
     }
