@@ -67,6 +67,9 @@ bool PrivateSoundServer::start()
         QStringLiteral("--use-pid-file=no"),
         QStringLiteral("--realtime=no"),
         QStringLiteral("--high-priority=no"),
+        // Audio over the socket: shared memory blocks between several clients can abort the daemon
+        // (a known memfd bug of this PulseAudio version).
+        QStringLiteral("--disable-shm=yes"),
         QStringLiteral("--load=module-null-sink ") +
             nullSinkArguments(sink, description, 48000, QStringLiteral("float32le")).join(QLatin1Char(' ')),
         QStringLiteral("--load=module-native-protocol-unix socket=%1 auth-anonymous=1").arg(socket),
