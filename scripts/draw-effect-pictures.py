@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-"""Draws the colour-map animations, the effect group icons and the colour effects' button
-pictures shipped in data/.
+"""Draws the colour-map animations, the effect group icons, the colour effects' button
+pictures and the screen modes' pictures shipped in data/.
 
 A colour map is played row by row (30 rows a second at speed 1.0), its columns laid along the
 strip, so every picture here is periodic in its height: the last row flows into the first.
@@ -295,6 +295,43 @@ def draw_effect_icons(folder, maps):
         save(img.resize((size, size), Image.BILINEAR), "com.orvanta.colorful.ColorMap_%d" % n)
 
 
+def draw_screen_icons(folder):
+    """100 x 100 pictures of the screen modes: a small screen whose sampled part glows."""
+    os.makedirs(folder, exist_ok=True)
+    size = 100
+    left, top, right, bottom = 14, 22, 86, 70  # the screen inside its bezel
+    w, h = right - left, bottom - top
+    picture = [(0.0, (40, 90, 200)), (0.5, (230, 120, 60)), (1.0, (60, 200, 150))]
+
+    def inside(kind, x, y):
+        u, v = (x - left) / w, (y - top) / h
+        if kind == "full":
+            return min(u, v, 1 - u, 1 - v) < 0.2
+        if kind == "cinema":
+            return 0.1 < u < 0.9 and 0.1 < v < 0.9 and min(u - 0.1, v - 0.1, 0.9 - u, 0.9 - v) < 0.16
+        return {"top": v < 0.2, "bottom": v > 0.8, "left": u < 0.2, "right": u > 0.8}[kind]
+
+    def draw(kind, name):
+        img = Image.new("RGB", (size, size), (26, 26, 30))
+        d = ImageDraw.Draw(img)
+        d.rounded_rectangle((left - 5, top - 5, right + 5, bottom + 5), radius=5, fill=(70, 72, 80))
+        d.rectangle((44, bottom + 5, 56, bottom + 13), fill=(70, 72, 80))
+        d.rounded_rectangle((32, bottom + 13, 68, bottom + 17), radius=2, fill=(70, 72, 80))
+        px = img.load()
+        for y in range(top, bottom):
+            for x in range(left, right):
+                c = palette(picture, (x - left) / w * 0.7 + (y - top) / h * 0.3)
+                if kind == "cinema" and not (0.1 < (y - top) / h < 0.9):
+                    c = (0, 0, 0)  # the film's black bars
+                glow = inside(kind, x, y)
+                px[x, y] = rgb(*(v * (1.0 if glow else 0.28) + (40 if glow else 0) for v in c))
+        rounded(img).save(os.path.join(folder, name))
+
+    for kind, name in (("full", "fullScreen.png"), ("cinema", "04-fpng.png"), ("top", "05-fpng.png"),
+                       ("bottom", "06-fpng.png"), ("left", "07-fpng.png"), ("right", "08-fpng.png")):
+        draw(kind, name)
+
+
 def main():
     root = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
     data = sys.argv[1] if len(sys.argv) > 1 else os.path.join(root, "data")
@@ -306,10 +343,11 @@ def main():
         maps[n] = draw_map(fn)
         maps[n].save(path, optimize=True)
         print(path)
+    draw_music_icons(os.path.join(data, "images", "icons"))
     draw_group_icons(os.path.join(data, "images", "groups"))
     draw_effect_icons(os.path.join(data, "images", "icons"), maps)
+    draw_screen_icons(os.path.join(data, "images"))
 
 
 if __name__ == "__main__":
     main()
-    draw_music_icons(os.path.join(data, "images", "icons"))

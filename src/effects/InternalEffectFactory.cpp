@@ -1,14 +1,21 @@
 #include "InternalEffectFactory.h"
 
+#include "BottomHalfScreen.h"
+#include "CinemaScreen.h"
 #include "ColorMap.h"
+#include "DefaultsFile.h"
 #include "FlowingEffect.h"
+#include "FullScreenMode.h"
 #include "IEffectWorker.h"
+#include "LeftHalfScreen.h"
 #include "MoodShadow.h"
 #include "MusicMode1.h"
 #include "MusicMode2.h"
 #include "MusicMode3.h"
 #include "MusicMode4.h"
+#include "RightHalfScreen.h"
 #include "SingleColor.h"
+#include "TopHalfScreen.h"
 
 #include <QMetaMethod>
 #include <QMetaObject>
@@ -31,6 +38,24 @@ InternalEffectFactory::InternalEffectFactory(QObject* parent)
                                                    QStringLiteral("幻彩模式 %1").arg(i), i - 1),
                          "ColorMap");
     }
+    const QString screen = QStringLiteral("com.orvanta.screenSync.");
+    const auto screenRow = [&screen](const char* local, const QString& name, int32_t order, const char* icon) {
+        EffectWorkerOptions record = EffectWorkerOptions::make(screen + QLatin1String(local), name, order);
+        record.icon = QImage(locateDefaultsFile(QLatin1String(icon)));
+        return record;
+    };
+    addRow<FullScreenMode>(screenRow("fullScreen", QStringLiteral("全屏模式"), 4, "images/fullScreen.png"),
+                           "FullScreenMode");
+    addRow<TopHalfScreen>(screenRow("topHalfScreen", QStringLiteral("半屏-上"), 0, "images/05-fpng.png"),
+                          "TopHalfScreen");
+    addRow<BottomHalfScreen>(screenRow("bottomHalfScreen", QStringLiteral("半屏-下"), 1, "images/06-fpng.png"),
+                             "BottomHalfScreen");
+    addRow<LeftHalfScreen>(screenRow("leftHalfScreen", QStringLiteral("半屏-左"), 2, "images/07-fpng.png"),
+                           "LeftHalfScreen");
+    addRow<RightHalfScreen>(screenRow("rightHalfScreen", QStringLiteral("半屏-右"), 3, "images/08-fpng.png"),
+                            "RightHalfScreen");
+    addRow<CinemaScreen>(screenRow("cinemaScreen", QStringLiteral("电影模式"), 5, "images/04-fpng.png"),
+                         "CinemaScreen");
     const QString music = QStringLiteral("com.orvanta.dynamicMusic.mode_%1");
     addRow<MusicMode1>(EffectWorkerOptions::make(music.arg(1), QStringLiteral("音乐模式1"), 1), "MusicMode1");
     addRow<MusicMode2>(EffectWorkerOptions::make(music.arg(2), QStringLiteral("音乐模式2"), 0), "MusicMode2");

@@ -1,0 +1,313 @@
+#include "AbsScreenSync.h"
+
+#include "ConfigurationManager.h"
+#include "DeskDuplManager.h"
+#include "FrameWidget.h"
+
+#include <QApplication>
+#include <QColor>
+#include <QDateTime>
+#include <QDir>
+#include <QMutex>
+#include <QPointer>
+#include <QThread>
+#include <QThreadPool>
+#include <QtDebug>
+
+#include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
+
+QThread* AbsScreenSync::workThread = nullptr;
+std::atomic<int> AbsScreenSync::instanceCount{0};
+
+namespace {
+
+// The work thread starts and ends under this lock, so a new worker never moves into a thread
+// that its dying predecessor has just told to quit.
+QMutex& threadMutex()
+{
+    static QMutex mutex;
+    return mutex;
+}
+
+// Main thread: every work thread not yet deleted, joined at exit.
+QList<QPointer<QThread>>& liveThreads()
+{
+    static QList<QPointer<QThread>> threads;
+    return threads;
+}
+
+void joinWorkThreads()
+{
+    for (const QPointer<QThread>& thread : qAsConst(liveThreads())) {
+        if (thread) {
+            thread->quit();
+            thread->wait();
+            delete thread.data();
+        }
+    }
+    liveThreads().clear();
+}
+
+} // namespace
+
+AbsScreenSync::AbsScreenSync(const EffectWorkerOptions& workerOptions, QObject* parent)
+    : IEffectWorker(parent)
+    , options(workerOptions)
+{
+    if (qApp && qApp->property("isAdvanced").toBool() && qobject_cast<QApplication*>(qApp)) {
+        originFrameWidget = QSharedPointer<FrameWidget>(new FrameWidget(), &QObject::deleteLater);
+        frameImageWidget = QSharedPointer<FrameWidget>(new FrameWidget(), &QObject::deleteLater);
+        connect(this, &AbsScreenSync::frameImageTick, frameImageWidget.data(), &FrameWidget::setImage,
+                Qt::QueuedConnection);
+        connect(this, &AbsScreenSync::originFrameTick, originFrameWidget.data(), &FrameWidget::setImage,
+                Qt::QueuedConnection);
+        frameImageWidget->move(0, 0);
+        frameImageWidget->show();
+    }
+    {
+        QMutexLocker locker(&threadMutex());
+        if (!workThread) {
+            static bool joinerInstalled = false;
+            if (!joinerInstalled) {
+                joinerInstalled = true;
+                cv::setNumThreads(0); // a 120-pixel frame is too small to share out
+                qAddPostRoutine(joinWorkThreads);
+            }
+            workThread = new QThread();
+            workThread->setObjectName(QStringLiteral("screenSync"));
+            // Deleted on the main thread once finished, never waited on from itself.
+            connect(workThread, &QThread::finished, workThread, &QObject::deleteLater);
+            liveThreads().append(workThread);
+            workThread->start(QThread::InheritPriority);
+            qInfo() << "The screen sync work thread has been started";
+        }
+        moveToThread(workThread);
+        const int count = ++instanceCount;
+        qInfo().noquote() << "There are" << count << "screen sync worker instances currently";
+    }
+    isScreenshot = qApp && qApp->property("isScreenshot").toBool();
+    if (isScreenshot) {
+        QDir().mkpath(ConfigurationManager::instance()->configPath() + QStringLiteral("/capturerScreenshot"));
+        screenshotTimer.start();
+    }
+    frameTimer.start();
+}
+
+AbsScreenSync::~AbsScreenSync()
+{
+    {
+        QMutexLocker locker(&threadMutex());
+        const int count = --instanceCount;
+        qInfo().noquote() << "There are" << count << "screen sync worker instances currently";
+        if (count == 0 && workThread) {
+            workThread->quit();
+            workThread = nullptr;
+            qInfo() << "The screen sync work thread has been deleted";
+        }
+    }
+    qInfo().noquote() << "[AbsScreenSync]:" << options.id << "used to" << controlOptions.id
+                      << "has been destructed";
+}
+
+QThread* AbsScreenSync::currentWorkThread()
+{
+    QMutexLocker locker(&threadMutex());
+    return workThread;
+}
+
+int32_t AbsScreenSync::load(const ControlOptions& ctlOptions)
+{
+    colors.resize(ctlOptions.lines.size());
+    for (int i = 0; i < ctlOptions.lines.size(); ++i) {
+        colors[i].resize(int(ctlOptions.lines[i]));
+    }
+    installDirection = ctlOptions.installDirection;
+    controlOptions = ctlOptions;
+
+    ConfigurationManager* store = ConfigurationManager::instance();
+    blurStrength =
+        store->effectVariant(options.id, controlOptions.id, QStringLiteral("blurStrength")).toDouble();
+    saturationStrength =
+        store->effectVariant(options.id, controlOptions.id, QStringLiteral("saturationStrength")).toDouble();
+
+    DeskDuplManager* manager = DeskDuplManager::instance();
+    connect(manager, &DeskDuplManager::capturerReady, this, &AbsScreenSync::onCapturerReady);
+
+    bool ok = false;
+    int index =
+        int(store->effectVariant(options.id, controlOptions.id, QStringLiteral("sourceIndex")).toDouble(&ok));
+    const QList<int> all = manager->allCapturer();
+    if (all.isEmpty()) {
+        qWarning() << "[AbsScreenSync]: Cannot connect to any capture";
+        return 0;
+    }
+    if (!ok) {
+        index = all.first();
+    }
+    setInputSourceIdx(index);
+    return 0;
+}
+
+EffectWorkerOptions AbsScreenSync::workerOptions() const
+{
+    return options;
+}
+
+void AbsScreenSync::onCapturerReady(int id)
+{
+    qInfo().noquote() << "[AbsScreenSync]: Capturer" << id << "is available.";
+    if (capturer.isNull()) {
+        setInputSourceIdx(id);
+    }
+}
+
+void AbsScreenSync::unload()
+{
+    ConfigurationManager* store = ConfigurationManager::instance();
+    store->setEffectVariant(options.id, controlOptions.id, QStringLiteral("blurStrength"), blurStrength);
+    store->setEffectVariant(options.id, controlOptions.id, QStringLiteral("saturationStrength"),
+                            saturationStrength);
+    store->setEffectVariant(options.id, controlOptions.id, QStringLiteral("sourceIndex"), int(sourceIndex));
+    store->saveEffectJsonObj(options.id);
+    originFrameWidget.reset();
+    frameImageWidget.reset();
+}
+
+QStringList AbsScreenSync::capturerDescs() const
+{
+    DeskDuplManager* manager = DeskDuplManager::instance();
+    QStringList descs;
+    for (int id : manager->allCapturer()) {
+        descs.append(manager->capturerDesc(id));
+    }
+    return descs;
+}
+
+void AbsScreenSync::setInputSourceIdx(qintptr sourceIdx)
+{
+    if (capturer) {
+        qInfo().noquote() << "[AbsScreenSync]: The" << options.id << "is disconnected from the" << sourceIndex
+                          << "capturer.";
+        disconnect(capturer.data(), nullptr, this, nullptr);
+    }
+    sourceIndex = sourceIdx;
+    DeskDuplManager* manager = DeskDuplManager::instance();
+    capturer = manager->capturer(int(sourceIdx));
+    if (capturer.isNull()) {
+        const QList<int> all = manager->allCapturer();
+        if (all.isEmpty()) {
+            qWarning() << "[AbsScreenSync]: DeskDuplManager is empty.";
+            return;
+        }
+        sourceIndex = all.first();
+        capturer = manager->capturer(all.first());
+        if (capturer.isNull()) {
+            return; // gone between the two calls
+        }
+    }
+    const QSize output = capturer->outputSize();
+    const QSize source = capturer->sourceSize();
+    if (source.width() > 0 && source.height() > 0) {
+        // 120 is the working width of the whole pipeline.
+        const int height = int(120.0 / (double(source.width()) / double(source.height())));
+        if (output != QSize(120, height)) {
+            capturer->setOutputSize(120, height);
+        }
+    }
+    connect(capturer.data(), SIGNAL(frameTick(QImage)), this, SLOT(frameInput(QImage)), Qt::QueuedConnection);
+    qInfo().noquote() << "[AbsScreenSync]: The" << options.id << "is connected from the" << sourceIndex
+                      << "capturer"
+                      << "\r\n outputSize:" << capturer->outputSize();
+}
+
+void AbsScreenSync::frameInput(QImage originFrame, QImage resizedFrame)
+{
+    if (resizedFrame.isNull()) {
+        return;
+    }
+    if (!originFrame.isNull()) {
+        emit originFrameTick(originFrame);
+    }
+    frameInput(resizedFrame);
+}
+
+void AbsScreenSync::frameInput(QImage frame)
+{
+    if (frame.isNull()) {
+        return;
+    }
+    emit frameImageTick(frame);
+    if (frame.depth() != 32) {
+        frame = frame.convertToFormat(QImage::Format_RGBA8888);
+    }
+
+    cv::Mat src(frame.height(), frame.width(), CV_8UC4, const_cast<uchar*>(frame.constBits()),
+                size_t(frame.bytesPerLine()));
+    int k = int(blurStrength * 47.0);
+    if (k % 2 == 0) {
+        k += 1;
+    }
+    cv::Mat dst;
+    cv::GaussianBlur(src, dst, cv::Size(k, k), 0.0, 0.0, cv::BORDER_REFLECT_101);
+    QImage image(dst.data, dst.cols, dst.rows, int(dst.step), QImage::Format_RGBA8888);
+
+    if (isScreenshot && screenshotTimer.elapsed() > 5000) {
+        const QImage copy = image.copy();
+        const QString path = ConfigurationManager::instance()->configPath() +
+                             QStringLiteral("/capturerScreenshot/") + options.id +
+                             QDateTime::currentDateTime().toString(QStringLiteral("MM_dd_hh_mm_ss")) +
+                             QStringLiteral(".png");
+        QThreadPool::globalInstance()->start([copy, path] { copy.save(path); }, 0);
+        screenshotTimer.restart();
+    }
+    if (installDirection == 1) {
+        image = image.mirrored(true, false);
+    }
+    const QVector<QVector<OV_RGB>> result = processFrame(image);
+    emit updateColors(result);
+
+    frameTimeSum += frameTimer.restart();
+    ++frameCount;
+    if (frameCount > 90) {
+        qDebug().noquote() << "[[loop]][AbsScreenSync]:" << controlOptions.id
+                           << "avg frame time:" << double(frameTimeSum) / double(frameCount) << "ms";
+        frameTimeSum = 0;
+        frameCount = 0;
+    }
+}
+
+OV_RGB AbsScreenSync::saturate(int red, int green, int blue) const
+{
+    QColor color = QColor(red, green, blue, 255).toHsv();
+    double s = color.saturationF() + saturationStrength;
+    if (s > 1.0) {
+        s = 1.0;
+    }
+    if (s < 0.0) {
+        s = 0.0;
+    }
+    color.setHsvF(color.hueF(), s, color.valueF(), 1.0);
+    return OV_RGB{uint8_t(color.red()), uint8_t(color.green()), uint8_t(color.blue())};
+}
+
+void AbsScreenSync::setBlurStrength(float strength)
+{
+    blurStrength = double(strength);
+}
+
+void AbsScreenSync::setSaturationStrength(float strength)
+{
+    saturationStrength = double(strength);
+}
+
+void AbsScreenSync::onCtlDirChanged(uint32_t dir)
+{
+    installDirection = dir;
+}
+
+void AbsScreenSync::onCtlBrightnessChanged(float) {}
+
+void AbsScreenSync::onCtlKindNameChanged(QString) {}
+
+void AbsScreenSync::onCtlEnableChanged(bool) {}

@@ -1,0 +1,84 @@
+#pragma once
+
+#include "IDeskCapture.h"
+#include "IEffectWorker.h"
+
+#include <QElapsedTimer>
+#include <QImage>
+#include <QSharedPointer>
+#include <QStringList>
+
+#include <atomic>
+
+class FrameWidget;
+class QThread;
+
+// Base of the screen-following effects: takes the frames of one capture source, blurs and
+// mirrors them, lets the mode read the LEDs off the frame and publishes the colours. All screen
+// workers share one work thread, started with the first and ended with the last.
+class AbsScreenSync : public IEffectWorker
+{
+    Q_OBJECT
+public:
+    explicit AbsScreenSync(const EffectWorkerOptions& options, QObject* parent = nullptr);
+    ~AbsScreenSync() override;
+
+    int32_t load(const ControlOptions& ctlOptions) override;
+    EffectWorkerOptions workerOptions() const override;
+    void unload() override;
+
+    virtual QVector<QVector<OV_RGB>> processFrame(QImage frame) = 0;
+
+    // Descriptions of all capturers, in the registry's order, for the source list.
+    QStringList capturerDescs() const;
+    OV_RGB saturate(int red, int green, int blue) const;
+
+    qintptr currentSourceIndex() const { return sourceIndex; }
+    double currentBlurStrength() const { return blurStrength; }
+    double currentSaturationStrength() const { return saturationStrength; }
+    bool hasCapturer() const { return !capturer.isNull(); }
+
+    // The shared work thread, null while no screen worker exists.
+    static QThread* currentWorkThread();
+    static int instances() { return instanceCount.load(); }
+
+signals:
+    void
+    frameOutput(QVector<QVector<OV_RGB>> colors); // declared for listeners; colours leave by updateColors
+    void frameImageTick(QImage frame);
+    void originFrameTick(QImage frame);
+
+public slots:
+    void frameInput(QImage frame);
+    void frameInput(QImage originFrame, QImage resizedFrame);
+    void setInputSourceIdx(qintptr sourceIdx);
+    void setBlurStrength(float strength);
+    void setSaturationStrength(float strength);
+    void onCtlDirChanged(uint32_t dir) override;
+    void onCtlBrightnessChanged(float brightness) override;
+    void onCtlKindNameChanged(QString kindName) override;
+    void onCtlEnableChanged(bool enable) override;
+
+protected:
+    QVector<QVector<OV_RGB>> colors; // line, then LED in strip order
+    uint32_t installDirection = 0;
+    EffectWorkerOptions options;
+    ControlOptions controlOptions;
+    qintptr sourceIndex = 0;
+    QSharedPointer<IDeskCapture> capturer;
+    double saturationStrength = 0.0;
+    double blurStrength = 0.0;
+    QSharedPointer<FrameWidget> originFrameWidget;
+    QSharedPointer<FrameWidget> frameImageWidget;
+    QElapsedTimer screenshotTimer;
+    QElapsedTimer frameTimer;
+    bool isScreenshot = false;
+    qint64 frameTimeSum = 0;
+    int frameCount = 0;
+
+private:
+    void onCapturerReady(int id);
+
+    static QThread* workThread;
+    static std::atomic<int> instanceCount;
+};

@@ -1,0 +1,196 @@
+#include "FullScreenMode.h"
+
+#include "ConfigurationManager.h"
+#include "DefaultsFile.h"
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QtDebug>
+
+FullScreenMode::FullScreenMode(const EffectWorkerOptions& options, QObject* parent)
+    : AbsScreenSync(options, parent)
+{
+}
+
+FullScreenMode::~FullScreenMode() = default;
+
+void FullScreenMode::makeDefaultMap()
+{
+    ledMap.resize(int(controlOptions.nbLeds));
+    screenWidth = 120;
+    screenHeight = 67;
+    for (int i = 0; i < ledMap.size(); ++i) {
+        ledMap[i] = QPoint(i % 120, i / 120);
+    }
+}
+
+QJsonObject FullScreenMode::readDefaultFile() const
+{
+    QFile file(locateDefaultsFile(QStringLiteral("controler_config/") + controlOptions.model +
+                                  QStringLiteral(".json")));
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
+        qInfo().noquote() << "[FullScreenMode]: Not found default LED configuration file"
+                          << file.errorString();
+        return QJsonObject();
+    }
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(file.readAll(), &error);
+    if (error.error != QJsonParseError::NoError) {
+        qWarning().noquote() << "[FullScreenMode]: Failed to parser default LED configuration json file"
+                             << error.errorString();
+        return QJsonObject();
+    }
+    return document.object();
+}
+
+void FullScreenMode::applyMap(const QJsonObject& object)
+{
+    screenWidth = object.value(QStringLiteral("screenWidth")).toInt(screenWidth);
+    screenHeight = object.value(QStringLiteral("screenHeight")).toInt(screenHeight);
+    const QJsonArray entries = object.value(QStringLiteral("ledMap")).toArray();
+    for (const QJsonValue& value : entries) {
+        const QJsonObject entry = value.toObject();
+        const int index = entry.value(QStringLiteral("id")).toInt(-1) - 1;
+        if (index < 0 || index >= ledMap.size()) {
+            continue;
+        }
+        QPoint& point = ledMap[index];
+        const int x = entry.value(QStringLiteral("x")).toInt(point.x());
+        const int y = entry.value(QStringLiteral("y")).toInt(point.y());
+        // Each axis is judged alone.
+        if (x >= 0 && x < screenWidth) {
+            point.setX(x);
+        }
+        if (y >= 0 && y < screenHeight) {
+            point.setY(y);
+        }
+    }
+}
+
+int32_t FullScreenMode::load(const ControlOptions& ctlOptions)
+{
+    AbsScreenSync::load(ctlOptions);
+    QMutexLocker sizeLocker(&sizeMutex);
+    QMutexLocker mapLocker(&ledMapMutex);
+    makeDefaultMap();
+    const QJsonValue stored = ConfigurationManager::instance()->effectJsonValue(options.id, controlOptions.id,
+                                                                                QStringLiteral("map"));
+    QJsonObject object;
+    if (stored.isObject()) {
+        qDebug().noquote()
+            << "[FullScreenMode]: The LED configuration has loaded from user configuration file"
+            << controlOptions.id;
+        object = stored.toObject();
+    } else {
+        object = readDefaultFile();
+    }
+    applyMap(object);
+    return 0;
+}
+
+void FullScreenMode::resetLEDMap()
+{
+    QMutexLocker sizeLocker(&sizeMutex);
+    QMutexLocker mapLocker(&ledMapMutex);
+    makeDefaultMap();
+    applyMap(readDefaultFile());
+}
+
+QVector<QPoint> FullScreenMode::ledMapCopy()
+{
+    QMutexLocker locker(&ledMapMutex);
+    return ledMap;
+}
+
+QSize FullScreenMode::screenSize()
+{
+    QMutexLocker locker(&sizeMutex);
+    return QSize(screenWidth, screenHeight);
+}
+
+void FullScreenMode::setScreenSize(QSize size)
+{
+    if (size.width() < 0 || size.width() > 300 || size.height() < 0 || size.height() > 200) {
+        qWarning() << "[FullScreenMode]: The size is invalid";
+        return;
+    }
+    QMutexLocker sizeLocker(&sizeMutex);
+    QMutexLocker mapLocker(&ledMapMutex);
+    screenWidth = size.width();
+    screenHeight = size.height();
+    for (QPoint& point : ledMap) {
+        point.setX(std::max(std::min(point.x(), screenWidth - 1), 0));
+        point.setY(std::max(std::min(point.y(), screenHeight - 1), 0));
+    }
+}
+
+void FullScreenMode::setLEDPos(int id, QPoint pos)
+{
+    QSize size;
+    {
+        QMutexLocker locker(&sizeMutex);
+        size = QSize(screenWidth, screenHeight);
+    }
+    if (pos.x() < 0 || pos.y() < 0 || pos.x() >= size.width() || pos.y() >= size.height()) {
+        qWarning() << "[FullScreenMode]: The LED position: " << pos << " is out of range";
+        return;
+    }
+    QMutexLocker locker(&ledMapMutex);
+    if (id < 0 || id >= ledMap.size()) {
+        qWarning() << "[FullScreenMode]: The id " << id << " of LED is out of range";
+        return;
+    }
+    ledMap[id] = pos;
+}
+
+void FullScreenMode::onCtlDirChanged(uint32_t dir)
+{
+    AbsScreenSync::onCtlDirChanged(dir);
+    emit deviceDirChanged(int(dir));
+}
+
+QVector<QVector<OV_RGB>> FullScreenMode::processFrame(QImage frame)
+{
+    QSize size;
+    {
+        QMutexLocker locker(&sizeMutex);
+        size = QSize(screenWidth, screenHeight);
+    }
+    const QImage scaled = frame.scaled(size, Qt::IgnoreAspectRatio, Qt::FastTransformation);
+    emit frameSnapshot(scaled.copy());
+
+    QMutexLocker locker(&ledMapMutex);
+    int k = 0;
+    for (QVector<OV_RGB>& line : colors) {
+        for (OV_RGB& led : line) {
+            if (k < ledMap.size() && scaled.valid(ledMap[k])) {
+                const QRgb pixel = scaled.pixel(ledMap[k]);
+                led = saturate(qRed(pixel), qGreen(pixel), qBlue(pixel));
+            }
+            ++k;
+        }
+    }
+    return colors;
+}
+
+void FullScreenMode::unload()
+{
+    QJsonObject object;
+    {
+        QMutexLocker sizeLocker(&sizeMutex);
+        QMutexLocker mapLocker(&ledMapMutex);
+        object.insert(QStringLiteral("screenWidth"), screenWidth);
+        object.insert(QStringLiteral("screenHeight"), screenHeight);
+        QJsonArray entries;
+        for (int i = 0; i < ledMap.size(); ++i) {
+            entries.append(QJsonObject{{QStringLiteral("id"), i + 1},
+                                       {QStringLiteral("x"), ledMap[i].x()},
+                                       {QStringLiteral("y"), ledMap[i].y()}});
+        }
+        object.insert(QStringLiteral("ledMap"), entries);
+    }
+    ConfigurationManager::instance()->setEffectJsonValue(options.id, controlOptions.id, QStringLiteral("map"),
+                                                         object);
+    AbsScreenSync::unload();
+}

@@ -1,0 +1,49 @@
+#pragma once
+
+#include "AbsScreenSync.h"
+
+#include <QJsonObject>
+#include <QMutex>
+#include <QPoint>
+#include <QSize>
+
+// Every LED reads one pixel of a small virtual screen; the map comes from the user's stored
+// value, else from the model's default file, else a plain grid. The layout editor changes the
+// map from the user-interface thread, hence the two locks (size first, then map).
+class FullScreenMode : public AbsScreenSync
+{
+    Q_OBJECT
+public:
+    Q_INVOKABLE FullScreenMode(const EffectWorkerOptions& options, QObject* parent = nullptr);
+    ~FullScreenMode() override;
+
+    int32_t load(const ControlOptions& ctlOptions) override;
+    void unload() override;
+    QVector<QVector<OV_RGB>> processFrame(QImage frame) override;
+
+    QVector<QPoint> ledMapCopy();
+    QSize screenSize();
+    void setScreenSize(QSize size);
+    void resetLEDMap();
+
+signals:
+    void frameSnapshot(QImage frame);
+    void deviceDirChanged(int dir);
+
+public slots:
+    void setLEDPos(int id, QPoint pos);
+    void onCtlDirChanged(uint32_t dir) override;
+
+protected:
+    QVector<QPoint> ledMap;
+    QMutex ledMapMutex;
+    QMutex sizeMutex;
+    int screenWidth = -1;
+    int screenHeight = -1;
+
+private:
+    // Callers hold both locks.
+    void makeDefaultMap();
+    QJsonObject readDefaultFile() const;
+    void applyMap(const QJsonObject& object);
+};

@@ -1,0 +1,56 @@
+#pragma once
+
+#include "IDeskCapture.h"
+
+#include <QMutex>
+#include <QRect>
+#include <QThread>
+
+#include <atomic>
+
+class DeskCaptureBackend;
+class DeskCaptureOption;
+class DeskCaptureRunner;
+
+// One monitor as a capture source. It grabs on a thread of its own at 30 frames a second, and
+// only while it is active and something listens to frameTick.
+class DeskCapturer : public IDeskCapture
+{
+    Q_OBJECT
+public:
+    DeskCapturer(const DeskCaptureBackend* backend, const DeskCaptureOption* option, const QRect& geometry,
+                 QObject* parent = nullptr);
+    ~DeskCapturer() override; // joins the capture thread
+
+    QSize outputSize() const override;
+    QSize sourceSize() const override;
+    void setOutputSize(int width, int height) override;
+
+    // Main thread, by the registry.
+    void setGeometry(const QRect& geometry); // acts at the next frame
+    QRect geometry() const;
+    // Inactive sources are silent; with blackFrame a listened source first sends one black frame
+    // so the strip goes dark instead of freezing on the last picture.
+    void setActive(bool active, bool blackFrame = false);
+    void stop(); // ends the capture thread; for the exit
+
+    bool hasListeners() const;
+    int grabCount() const { return grabs.load(); }
+    static QSize defaultOutputSize(const QSize& source);
+
+protected:
+    void connectNotify(const QMetaMethod& signal) override;
+    void disconnectNotify(const QMetaMethod& signal) override;
+
+private:
+    friend class DeskCaptureRunner;
+
+    const DeskCaptureBackend* backend;
+    const DeskCaptureOption* option;
+    mutable QMutex mutex; // geometry and output size, read by the capture thread
+    QRect area;
+    QSize output;
+    QThread thread;
+    DeskCaptureRunner* runner;
+    std::atomic<int> grabs{0};
+};

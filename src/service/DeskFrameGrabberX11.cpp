@@ -1,0 +1,613 @@
+#include "DeskFrameGrabberX11.h"
+
+#include <QtDebug>
+#include <QtEndian>
+
+#include <xcb/shm.h>
+
+#include <sys/ipc.h>
+#include <sys/mman.h>
+#include <sys/shm.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+namespace {
+
+template <typename T> using Reply = std::unique_ptr<T, decltype(&std::free)>;
+
+template <typename T> Reply<T> reply(T* r)
+{
+    return Reply<T>(r, &std::free);
+}
+
+xcb_render_fixed_t fixed(double v)
+{
+    return static_cast<xcb_render_fixed_t>(std::lround(v * 65536.0));
+}
+
+const xcb_screen_t* screenOf(xcb_connection_t* c, int screenNumber)
+{
+    xcb_screen_iterator_t it = xcb_setup_roots_iterator(xcb_get_setup(c));
+    for (int i = 0; i < screenNumber && it.rem; ++i) {
+        xcb_screen_next(&it);
+    }
+    return it.data;
+}
+
+int bitsPerPixel(xcb_connection_t* c, uint8_t depth, int* scanlinePad)
+{
+    const xcb_setup_t* setup = xcb_get_setup(c);
+    for (auto it = xcb_setup_pixmap_formats_iterator(setup); it.rem; xcb_format_next(&it)) {
+        if (it.data->depth == depth) {
+            *scanlinePad = it.data->scanline_pad;
+            return it.data->bits_per_pixel;
+        }
+    }
+    *scanlinePad = 32;
+    return 32;
+}
+
+bool serverSwaps(xcb_connection_t* c)
+{
+    const bool serverLsb = xcb_get_setup(c)->image_byte_order == XCB_IMAGE_ORDER_LSB_FIRST;
+    return serverLsb != (Q_BYTE_ORDER == Q_LITTLE_ENDIAN);
+}
+
+struct Segment
+{
+    xcb_shm_seg_t id = 0;
+    uint8_t* data = nullptr;
+    size_t size = 0;
+    int sysvId = -1;
+};
+
+// Makes a segment the server has attached; false (and nothing left behind) when it can't.
+bool attachSegment(xcb_connection_t* c, bool useFd, size_t size, Segment* segment)
+{
+    segment->id = xcb_generate_id(c);
+    xcb_void_cookie_t cookie;
+    if (useFd) {
+        const int fd = memfd_create("orvanta-capture", MFD_CLOEXEC);
+        if (fd < 0) {
+            return false;
+        }
+        if (ftruncate(fd, off_t(size)) != 0) {
+            close(fd);
+            return false;
+        }
+        void* data = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+        if (data == MAP_FAILED) {
+            close(fd);
+            return false;
+        }
+        segment->data = static_cast<uint8_t*>(data);
+        segment->size = size;
+        cookie = xcb_shm_attach_fd_checked(c, segment->id, fd, 0); // xcb closes fd once sent
+    } else {
+        const int id = shmget(IPC_PRIVATE, size, IPC_CREAT | 0600);
+        if (id < 0) {
+            return false;
+        }
+        void* data = shmat(id, nullptr, 0);
+        if (data == reinterpret_cast<void*>(-1)) {
+            shmctl(id, IPC_RMID, nullptr);
+            return false;
+        }
+        segment->data = static_cast<uint8_t*>(data);
+        segment->size = size;
+        segment->sysvId = id;
+        cookie = xcb_shm_attach_checked(c, segment->id, uint32_t(id), 0);
+    }
+    xcb_generic_error_t* error = xcb_request_check(c, cookie);
+    if (segment->sysvId >= 0) {
+        shmctl(segment->sysvId, IPC_RMID, nullptr); // gone with the last detach
+    }
+    if (error || xcb_connection_has_error(c)) {
+        std::free(error);
+        if (useFd) {
+            munmap(segment->data, segment->size);
+        } else {
+            shmdt(segment->data);
+        }
+        *segment = Segment();
+        return false;
+    }
+    return true;
+}
+
+void detachSegment(xcb_connection_t* c, Segment* segment)
+{
+    if (!segment->data) {
+        return;
+    }
+    xcb_shm_detach(c, segment->id);
+    xcb_flush(c);
+    if (segment->sysvId >= 0) {
+        shmdt(segment->data);
+    } else {
+        munmap(segment->data, segment->size);
+    }
+    *segment = Segment();
+}
+
+// Reads a known colour through a segment on a throwaway connection: only then can we trust
+// MIT-SHM (a remote server lists the extension but can't share memory, and a descriptor sent
+// over TCP closes the connection).
+bool probeKind(const QString& display, bool useFd)
+{
+    int screenNumber = 0;
+    xcb_connection_t* c = xcb_connect(display.toLocal8Bit().constData(), &screenNumber);
+    bool ok = false;
+    if (!xcb_connection_has_error(c)) {
+        const xcb_screen_t* screen = screenOf(c, screenNumber);
+        Segment segment;
+        if (attachSegment(c, useFd, 4096, &segment)) {
+            const uint32_t depthMask =
+                screen->root_depth >= 32 ? 0xffffffffu : (1u << screen->root_depth) - 1;
+            const uint32_t colour = 0x5a3c1e7du & depthMask;
+            const xcb_pixmap_t pixmap = xcb_generate_id(c);
+            xcb_create_pixmap(c, screen->root_depth, pixmap, screen->root, 4, 4);
+            const xcb_gcontext_t gc = xcb_generate_id(c);
+            xcb_create_gc(c, gc, pixmap, XCB_GC_FOREGROUND, &colour);
+            const xcb_rectangle_t all{0, 0, 4, 4};
+            xcb_poly_fill_rectangle(c, pixmap, gc, 1, &all);
+            std::memset(segment.data, 0, 64);
+            auto image = reply(xcb_shm_get_image_reply(
+                c, xcb_shm_get_image(c, pixmap, 0, 0, 4, 4, ~0u, XCB_IMAGE_FORMAT_Z_PIXMAP, segment.id, 0),
+                nullptr));
+            if (image && !xcb_connection_has_error(c)) {
+                int pad = 32;
+                const int bpp = bitsPerPixel(c, screen->root_depth, &pad);
+                uint32_t value = 0;
+                if (bpp == 32) {
+                    std::memcpy(&value, segment.data, 4);
+                    if (serverSwaps(c)) {
+                        value = qbswap(value);
+                    }
+                } else if (bpp == 16) {
+                    uint16_t v16 = 0;
+                    std::memcpy(&v16, segment.data, 2);
+                    value = serverSwaps(c) ? qbswap(v16) : v16;
+                }
+                ok = (value & depthMask) == colour;
+            }
+            xcb_free_gc(c, gc);
+            xcb_free_pixmap(c, pixmap);
+            detachSegment(c, &segment);
+        }
+    }
+    xcb_disconnect(c);
+    return ok;
+}
+
+} // namespace
+
+DeskFrameGrabberX11* DeskFrameGrabberX11::open(const QString& display)
+{
+    int screenNumber = 0;
+    xcb_connection_t* c = xcb_connect(display.toLocal8Bit().constData(), &screenNumber);
+    if (xcb_connection_has_error(c)) {
+        xcb_disconnect(c);
+        return nullptr;
+    }
+    return new DeskFrameGrabberX11(c, screenNumber, display);
+}
+
+DeskFrameGrabberX11::DeskFrameGrabberX11(xcb_connection_t* c, int screenNumber, const QString& displayName)
+    : display(displayName)
+    , connection(c)
+{
+    const xcb_screen_t* screen = screenOf(c, screenNumber);
+    root = screen->root;
+    rootDepth = screen->root_depth;
+    rootLayout.bitsPerPixel = bitsPerPixel(c, rootDepth, &rootLayout.scanlinePad);
+    rootLayout.swapBytes = serverSwaps(c);
+    for (auto depths = xcb_screen_allowed_depths_iterator(screen); depths.rem; xcb_depth_next(&depths)) {
+        for (auto visuals = xcb_depth_visuals_iterator(depths.data); visuals.rem;
+             xcb_visualtype_next(&visuals)) {
+            if (visuals.data->visual_id == screen->root_visual) {
+                rootLayout.masks[0] = visuals.data->red_mask;
+                rootLayout.masks[1] = visuals.data->green_mask;
+                rootLayout.masks[2] = visuals.data->blue_mask;
+            }
+        }
+    }
+    probeRender();
+    shm = probeShm(display);
+}
+
+DeskFrameGrabberX11::~DeskFrameGrabberX11()
+{
+    releaseStages();
+    if (rootPicture) {
+        xcb_render_free_picture(connection, rootPicture);
+    }
+    releaseSegment();
+    std::free(replyData);
+    xcb_disconnect(connection);
+}
+
+void DeskFrameGrabberX11::probeRender()
+{
+    const xcb_query_extension_reply_t* ext = xcb_get_extension_data(connection, &xcb_render_id);
+    if (!ext || !ext->present) {
+        return;
+    }
+    auto version = reply(
+        xcb_render_query_version_reply(connection, xcb_render_query_version(connection, 0, 11), nullptr));
+    auto formats = reply(
+        xcb_render_query_pict_formats_reply(connection, xcb_render_query_pict_formats(connection), nullptr));
+    if (!version || !formats) {
+        return;
+    }
+    const xcb_screen_t* screen = screenOf(connection, 0);
+    xcb_visualid_t rootVisual = 0;
+    for (auto it = xcb_setup_roots_iterator(xcb_get_setup(connection)); it.rem; xcb_screen_next(&it)) {
+        if (it.data->root == root) {
+            screen = it.data;
+            rootVisual = it.data->root_visual;
+        }
+    }
+    Q_UNUSED(screen)
+    for (auto screens = xcb_render_query_pict_formats_screens_iterator(formats.get()); screens.rem;
+         xcb_render_pictscreen_next(&screens)) {
+        for (auto depths = xcb_render_pictscreen_depths_iterator(screens.data); depths.rem;
+             xcb_render_pictdepth_next(&depths)) {
+            for (auto visuals = xcb_render_pictdepth_visuals_iterator(depths.data); visuals.rem;
+                 xcb_render_pictvisual_next(&visuals)) {
+                if (visuals.data->visual == rootVisual) {
+                    rootFormat = visuals.data->format;
+                }
+            }
+        }
+    }
+    if (!rootFormat) {
+        return;
+    }
+    // A format with red in the low byte lets the small frame be copied as it stands.
+    for (auto it = xcb_render_query_pict_formats_formats_iterator(formats.get()); it.rem;
+         xcb_render_pictforminfo_next(&it)) {
+        const xcb_render_pictforminfo_t& f = *it.data;
+        if (f.type == XCB_RENDER_PICT_TYPE_DIRECT && (f.depth == 24 || f.depth == 32) &&
+            f.direct.red_shift == 0 && f.direct.red_mask == 0xff && f.direct.green_shift == 8 &&
+            f.direct.green_mask == 0xff && f.direct.blue_shift == 16 && f.direct.blue_mask == 0xff &&
+            (!smallFormat || f.depth == 24)) {
+            smallFormat = f.id;
+            smallDepth = f.depth;
+        }
+    }
+    if (smallFormat) {
+        smallLayout.bitsPerPixel = bitsPerPixel(connection, smallDepth, &smallLayout.scanlinePad);
+        smallLayout.swapBytes = rootLayout.swapBytes;
+        smallLayout.masks[0] = 0xff;
+        smallLayout.masks[1] = 0xff00;
+        smallLayout.masks[2] = 0xff0000;
+        smallRedLow = smallLayout.bitsPerPixel == 32 && !smallLayout.swapBytes;
+    } else {
+        smallFormat = rootFormat;
+        smallDepth = rootDepth;
+        smallLayout = rootLayout;
+    }
+    rootPicture = xcb_generate_id(connection);
+    // Without IncludeInferiors the picture shows the root's background, not the windows.
+    const uint32_t values[] = {XCB_RENDER_REPEAT_PAD, XCB_SUBWINDOW_MODE_INCLUDE_INFERIORS};
+    xcb_render_create_picture(connection, rootPicture, root, rootFormat,
+                              XCB_RENDER_CP_REPEAT | XCB_RENDER_CP_SUBWINDOW_MODE, values);
+    static const char bilinear[] = "bilinear";
+    xcb_render_set_picture_filter(connection, rootPicture, sizeof(bilinear) - 1, bilinear, 0, nullptr);
+    render = true;
+}
+
+DeskFrameGrabberX11::ShmKind DeskFrameGrabberX11::probeShm(const QString& display)
+{
+    int screenNumber = 0;
+    xcb_connection_t* c = xcb_connect(display.toLocal8Bit().constData(), &screenNumber);
+    bool present = false;
+    bool fdCapable = false;
+    if (!xcb_connection_has_error(c)) {
+        const xcb_query_extension_reply_t* ext = xcb_get_extension_data(c, &xcb_shm_id);
+        if (ext && ext->present) {
+            auto version = reply(xcb_shm_query_version_reply(c, xcb_shm_query_version(c), nullptr));
+            present = version != nullptr;
+            fdCapable = version && (version->major_version > 1 || version->minor_version >= 2);
+        }
+    }
+    xcb_disconnect(c);
+    if (!present) {
+        return ShmKind::None;
+    }
+    if (fdCapable && probeKind(display, true)) {
+        return ShmKind::Fd;
+    }
+    return probeKind(display, false) ? ShmKind::SysV : ShmKind::None;
+}
+
+bool DeskFrameGrabberX11::ensureSegment(size_t bytes)
+{
+    if (segmentData && segmentSize >= bytes) {
+        return true;
+    }
+    releaseSegment();
+    const size_t size = (bytes + 0xffff) & ~size_t(0xffff);
+    Segment s;
+    if (!attachSegment(connection, shm == ShmKind::Fd, size, &s)) {
+        if (xcb_connection_has_error(connection)) {
+            return false;
+        }
+        qWarning().noquote() << "[DeskDuplManager]: MIT-SHM segment refused on" << display
+                             << "- reading with GetImage";
+        shm = ShmKind::None;
+        return false;
+    }
+    segment = s.id;
+    segmentData = s.data;
+    segmentSize = s.size;
+    sysvId = s.sysvId;
+    return true;
+}
+
+void DeskFrameGrabberX11::releaseSegment()
+{
+    Segment s;
+    s.id = segment;
+    s.data = segmentData;
+    s.size = segmentSize;
+    s.sysvId = sysvId;
+    detachSegment(connection, &s);
+    segment = 0;
+    segmentData = nullptr;
+    segmentSize = 0;
+    sysvId = -1;
+}
+
+void DeskFrameGrabberX11::releaseStages()
+{
+    for (const Stage& stage : qAsConst(stages)) {
+        xcb_render_free_picture(connection, stage.picture);
+        xcb_free_pixmap(connection, stage.pixmap);
+    }
+    stages.clear();
+    stagedArea = QRect();
+    stagedSize = QSize();
+}
+
+bool DeskFrameGrabberX11::buildStages(const QRect& area, const QSize& size)
+{
+    releaseStages();
+    static const char bilinear[] = "bilinear";
+    QSize current = area.size();
+    xcb_render_picture_t source = rootPicture;
+    QPoint offset = area.topLeft();
+    do {
+        // Each axis halves with an exact 2:1 step (a 2 x 2 mean) while it is at least twice the
+        // target; the remaining ratio, below 2, is one last bilinear step.
+        const bool halveX = current.width() >= 2 * size.width();
+        const bool halveY = current.height() >= 2 * size.height();
+        const QSize next(halveX ? current.width() / 2 : size.width(),
+                         halveY ? current.height() / 2 : size.height());
+        const double sx = halveX ? 2.0 : double(current.width()) / next.width();
+        const double sy = halveY ? 2.0 : double(current.height()) / next.height();
+        const xcb_render_transform_t transform{
+            fixed(sx), 0, fixed(offset.x()), 0, fixed(sy), fixed(offset.y()), 0, 0, fixed(1.0)};
+        xcb_render_set_picture_transform(connection, source, transform);
+
+        Stage stage;
+        stage.size = next;
+        stage.pixmap = xcb_generate_id(connection);
+        xcb_create_pixmap(connection, smallDepth, stage.pixmap, root, uint16_t(next.width()),
+                          uint16_t(next.height()));
+        stage.picture = xcb_generate_id(connection);
+        const uint32_t repeat = XCB_RENDER_REPEAT_PAD;
+        xcb_render_create_picture(connection, stage.picture, stage.pixmap, smallFormat, XCB_RENDER_CP_REPEAT,
+                                  &repeat);
+        xcb_render_set_picture_filter(connection, stage.picture, sizeof(bilinear) - 1, bilinear, 0, nullptr);
+        stages.append(stage);
+        source = stage.picture;
+        offset = QPoint();
+        current = next;
+    } while (current != size);
+    stagedArea = area;
+    stagedSize = size;
+    return !xcb_connection_has_error(connection);
+}
+
+int DeskFrameGrabberX11::strideOf(int width, const PixelLayout& layout) const
+{
+    const int pad = layout.scanlinePad > 0 ? layout.scanlinePad : 32;
+    return ((width * layout.bitsPerPixel + pad - 1) / pad) * pad / 8;
+}
+
+DeskFrameGrabber::Result DeskFrameGrabberX11::readPixels(xcb_drawable_t drawable, int x, int y, int w, int h,
+                                                         const uint8_t** data)
+{
+    const size_t bytes = size_t(strideOf(w, drawable == root ? rootLayout : smallLayout)) * size_t(h);
+    if (shm != ShmKind::None && ensureSegment(bytes)) {
+        xcb_generic_error_t* error = nullptr;
+        auto image = reply(xcb_shm_get_image_reply(
+            connection,
+            xcb_shm_get_image(connection, drawable, int16_t(x), int16_t(y), uint16_t(w), uint16_t(h), ~0u,
+                              XCB_IMAGE_FORMAT_Z_PIXMAP, segment, 0),
+            &error));
+        std::free(error);
+        if (xcb_connection_has_error(connection)) {
+            return Result::Lost;
+        }
+        if (!image) {
+            return Result::Skip;
+        }
+        *data = segmentData;
+        return Result::Frame;
+    }
+    if (xcb_connection_has_error(connection)) {
+        return Result::Lost;
+    }
+    xcb_generic_error_t* error = nullptr;
+    xcb_get_image_reply_t* image =
+        xcb_get_image_reply(connection,
+                            xcb_get_image(connection, XCB_IMAGE_FORMAT_Z_PIXMAP, drawable, int16_t(x),
+                                          int16_t(y), uint16_t(w), uint16_t(h), ~0u),
+                            &error);
+    std::free(error);
+    if (xcb_connection_has_error(connection)) {
+        std::free(image);
+        return Result::Lost;
+    }
+    if (!image || size_t(xcb_get_image_data_length(image)) < bytes) {
+        std::free(image);
+        return Result::Skip;
+    }
+    std::free(replyData);
+    replyData = reinterpret_cast<uint8_t*>(image);
+    *data = xcb_get_image_data(image);
+    return Result::Frame;
+}
+
+DeskFrameGrabber::Result DeskFrameGrabberX11::grab(const QRect& area, const QSize& size, int mode,
+                                                   QImage* frame)
+{
+    if (xcb_connection_has_error(connection)) {
+        return Result::Lost;
+    }
+    if (area.isEmpty() || size.isEmpty()) {
+        return Result::Skip;
+    }
+    return mode == 0 && render ? grabScaled(area, size, frame) : grabFull(area, size, frame);
+}
+
+DeskFrameGrabber::Result DeskFrameGrabberX11::grabScaled(const QRect& area, const QSize& size, QImage* frame)
+{
+    if ((stagedArea != area || stagedSize != size) && !buildStages(area, size)) {
+        return Result::Lost;
+    }
+    xcb_render_picture_t source = rootPicture;
+    for (const Stage& stage : qAsConst(stages)) {
+        xcb_render_composite(connection, XCB_RENDER_PICT_OP_SRC, source, XCB_NONE, stage.picture, 0, 0, 0, 0,
+                             0, 0, uint16_t(stage.size.width()), uint16_t(stage.size.height()));
+        source = stage.picture;
+    }
+    const Stage& last = stages.constLast();
+    const uint8_t* data = nullptr;
+    const Result result = readPixels(last.pixmap, 0, 0, size.width(), size.height(), &data);
+    if (result != Result::Frame) {
+        return result;
+    }
+    QImage out(size, QImage::Format_RGBA8888);
+    if (smallRedLow) {
+        const int stride = strideOf(size.width(), smallLayout);
+        for (int y = 0; y < size.height(); ++y) {
+            uint8_t* line = out.scanLine(y);
+            std::memcpy(line, data + size_t(y) * size_t(stride), size_t(size.width()) * 4);
+            for (int x = 0; x < size.width(); ++x) {
+                line[x * 4 + 3] = 255;
+            }
+        }
+    } else {
+        averageAreas(data, size.width(), size.height(), strideOf(size.width(), smallLayout), smallLayout,
+                     &out);
+    }
+    *frame = out;
+    return Result::Frame;
+}
+
+DeskFrameGrabber::Result DeskFrameGrabberX11::grabFull(const QRect& area, const QSize& size, QImage* frame)
+{
+    const uint8_t* data = nullptr;
+    const Result result = readPixels(root, area.x(), area.y(), area.width(), area.height(), &data);
+    if (result != Result::Frame) {
+        return result;
+    }
+    QImage out(size, QImage::Format_RGBA8888);
+    averageAreas(data, area.width(), area.height(), strideOf(area.width(), rootLayout), rootLayout, &out);
+    *frame = out;
+    return Result::Frame;
+}
+
+void DeskFrameGrabberX11::averageAreas(const uint8_t* src, int width, int height, int stride,
+                                       const PixelLayout& layout, QImage* out)
+{
+    const int w = out->width();
+    const int h = out->height();
+    int shift[3];
+    uint64_t maxValue[3];
+    for (int c = 0; c < 3; ++c) {
+        const uint32_t mask = layout.masks[c];
+        shift[c] = mask ? __builtin_ctz(mask) : 0;
+        maxValue[c] = mask ? (mask >> shift[c]) : 1;
+    }
+    const int bytesPerPixel = layout.bitsPerPixel / 8;
+    auto load = [&](const uint8_t* p) -> uint32_t {
+        if (bytesPerPixel == 4) {
+            uint32_t v;
+            std::memcpy(&v, p, 4);
+            return layout.swapBytes ? qbswap(v) : v;
+        }
+        if (bytesPerPixel == 2) {
+            uint16_t v;
+            std::memcpy(&v, p, 2);
+            return layout.swapBytes ? qbswap(v) : v;
+        }
+        // 24 bits packed, in the server's byte order.
+        return layout.swapBytes ? (uint32_t(p[0]) << 16 | uint32_t(p[1]) << 8 | p[2])
+                                : (uint32_t(p[2]) << 16 | uint32_t(p[1]) << 8 | p[0]);
+    };
+    std::vector<int> xs(size_t(w) + 1);
+    for (int ox = 0; ox <= w; ++ox) {
+        xs[size_t(ox)] = int(int64_t(ox) * width / w);
+    }
+    std::vector<uint64_t> acc(size_t(w) * 3);
+    const bool plain8 = maxValue[0] == 255 && maxValue[1] == 255 && maxValue[2] == 255;
+    for (int oy = 0; oy < h; ++oy) {
+        const int y0 = int(int64_t(oy) * height / h);
+        const int y1 = std::max(int(int64_t(oy + 1) * height / h), y0 + 1);
+        std::fill(acc.begin(), acc.end(), 0);
+        for (int y = y0; y < y1 && y < height; ++y) {
+            const uint8_t* row = src + size_t(y) * size_t(stride);
+            for (int ox = 0; ox < w; ++ox) {
+                const int x0 = xs[size_t(ox)];
+                const int x1 = std::min(std::max(xs[size_t(ox) + 1], x0 + 1), width);
+                uint64_t r = 0, g = 0, b = 0;
+                for (int x = x0; x < x1; ++x) {
+                    const uint32_t p = load(row + x * bytesPerPixel);
+                    r += (p & layout.masks[0]) >> shift[0];
+                    g += (p & layout.masks[1]) >> shift[1];
+                    b += (p & layout.masks[2]) >> shift[2];
+                }
+                acc[size_t(ox) * 3] += r;
+                acc[size_t(ox) * 3 + 1] += g;
+                acc[size_t(ox) * 3 + 2] += b;
+            }
+        }
+        uint8_t* line = out->scanLine(oy);
+        const int rows = std::min(y1, height) - y0;
+        for (int ox = 0; ox < w; ++ox) {
+            const int x0 = xs[size_t(ox)];
+            const int x1 = std::min(std::max(xs[size_t(ox) + 1], x0 + 1), width);
+            const uint64_t count = uint64_t(std::max(rows, 1)) * uint64_t(std::max(x1 - x0, 1));
+            for (int c = 0; c < 3; ++c) {
+                const uint64_t sum = acc[size_t(ox) * 3 + size_t(c)];
+                line[ox * 4 + c] =
+                    plain8 ? uint8_t((sum + count / 2) / count)
+                           : uint8_t((sum * 255 + count * maxValue[c] / 2) / (count * maxValue[c]));
+            }
+            line[ox * 4 + 3] = 255;
+        }
+    }
+}
+
+QString DeskFrameGrabberX11::technique(int mode) const
+{
+    const QString reader = shm == ShmKind::Fd     ? QStringLiteral("MIT-SHM (memfd)")
+                           : shm == ShmKind::SysV ? QStringLiteral("MIT-SHM (SysV)")
+                                                  : QStringLiteral("GetImage");
+    if (mode == 0 && render) {
+        return QStringLiteral("RENDER scaling on the server in halving passes, the small frame read by ") +
+               reader;
+    }
+    return QStringLiteral("the full area read by ") + reader + QStringLiteral(", averaged on the CPU") +
+           (mode == 0 ? QStringLiteral(" (no RENDER)") : QString());
+}

@@ -1,0 +1,94 @@
+#pragma once
+
+#include "DeskFrameGrabber.h"
+
+#include <QVector>
+
+#include <xcb/render.h>
+#include <xcb/shm.h>
+#include <xcb/xcb.h>
+
+#include <cstdint>
+
+// X11 grabbing on a connection of its own. Mode 0 lets the server scale a RENDER picture of the
+// root (with its inferiors) down in halving passes, each 2:1 bilinear step an exact 2 x 2 mean,
+// and reads only the small result. Mode 1, and mode 0 without RENDER, read the monitor full
+// size and average areas on the CPU. Reads go through a MIT-SHM segment when a probe proved
+// that the server can share memory with us, else through GetImage.
+class DeskFrameGrabberX11 : public DeskFrameGrabber
+{
+public:
+    // Null when the display can't be reached.
+    static DeskFrameGrabberX11* open(const QString& display);
+    ~DeskFrameGrabberX11() override;
+
+    Result grab(const QRect& area, const QSize& size, int mode, QImage* frame) override;
+    QString technique(int mode) const override;
+
+    // How pixels of a drawable are laid out in a reply.
+    struct PixelLayout
+    {
+        int bitsPerPixel = 32;
+        int scanlinePad = 32;
+        bool swapBytes = false;
+        uint32_t masks[3] = {0xff0000, 0xff00, 0xff}; // red, green, blue
+    };
+
+    // Averages every output pixel over its source rectangle (integer box sums) into out.
+    static void averageAreas(const uint8_t* src, int width, int height, int stride, const PixelLayout& layout,
+                             QImage* out);
+
+private:
+    enum class ShmKind
+    {
+        None,
+        SysV,
+        Fd,
+    };
+
+    struct Stage
+    {
+        xcb_pixmap_t pixmap = 0;
+        xcb_render_picture_t picture = 0;
+        QSize size;
+        QSize scale; // 2 or 1 per axis, or 0 for the last free-ratio step
+    };
+
+    explicit DeskFrameGrabberX11(xcb_connection_t* connection, int screenNumber, const QString& display);
+
+    void probeRender();
+    static ShmKind probeShm(const QString& display);
+    bool ensureSegment(size_t bytes);
+    void releaseSegment();
+    void releaseStages();
+    bool buildStages(const QRect& area, const QSize& size);
+    // Reads w x h at (x, y) of drawable; data points at the pixels, valid until the next read.
+    Result readPixels(xcb_drawable_t drawable, int x, int y, int w, int h, const uint8_t** data);
+    Result grabScaled(const QRect& area, const QSize& size, QImage* frame);
+    Result grabFull(const QRect& area, const QSize& size, QImage* frame);
+    int strideOf(int width, const PixelLayout& layout) const;
+
+    QString display;
+    xcb_connection_t* connection;
+    xcb_window_t root = 0;
+    uint8_t rootDepth = 24;
+    PixelLayout rootLayout;
+
+    bool render = false;
+    xcb_render_pictformat_t rootFormat = 0;
+    xcb_render_pictformat_t smallFormat = 0;
+    uint8_t smallDepth = 0;
+    PixelLayout smallLayout;
+    bool smallRedLow = false; // memory order red, green, blue, x: copied as it stands
+    xcb_render_picture_t rootPicture = 0;
+    QVector<Stage> stages;
+    QRect stagedArea;
+    QSize stagedSize;
+
+    ShmKind shm = ShmKind::None;
+    xcb_shm_seg_t segment = 0;
+    uint8_t* segmentData = nullptr;
+    size_t segmentSize = 0;
+    int sysvId = -1;
+    uint8_t* replyData = nullptr; // the last GetImage reply, freed at the next read
+};

@@ -1,0 +1,340 @@
+#include "AbsScreenSync.h"
+#include "ConfigurationManager.h"
+#include "DeskCaptureOption.h"
+#include "DeskCapturer.h"
+#include "DeskDuplManager.h"
+#include "DeviceRig.h"
+#include "EffectsManager.h"
+#include "LogCapture.h"
+#include "ScreenRig.h"
+#include "TestFiles.h"
+
+#include <QtTest>
+
+#include <memory>
+
+using namespace ScreenRig;
+
+// Capture on a real X server: the registry, both modes on a real controller and virtual strip,
+// monitors added, removed and resized while running.
+class TestScreenCapture : public QObject
+{
+    Q_OBJECT
+
+    ScreenPainter painter;
+    const QSize screen{1920, 1080};
+    std::unique_ptr<EffectsManager> effects;
+    QVector<QPoint> map5512;
+
+    DeskDuplManager* registry() { return DeskDuplManager::instance(); }
+
+    // A strip of the model bound to effect; the caller checks what it shows.
+    std::unique_ptr<DeviceRig> bindStrip(const QString& effect, const QString& model, QVector<uint32_t> lines,
+                                         uint32_t dir = 0)
+    {
+        auto rig = std::make_unique<DeviceRig>();
+        ControlOptions options = DeviceRig::defaultOptions(0);
+        options.model = model;
+        options.id = model + QStringLiteral(":%1").arg(++serial);
+        options.lines = lines;
+        options.nbLeds = 0;
+        for (uint32_t n : lines) {
+            options.nbLeds += n;
+        }
+        options.installDirection = dir;
+        if (!rig->start(options)) {
+            return nullptr;
+        }
+        rig->device.setKeepFrames(false);
+        effects->bind(rig->controller, effect);
+        return rig;
+    }
+
+    // Mismatches of the strip against picture A read at points; judged counts the LEDs judged.
+    static int mismatches(const DeviceRig& rig, const QVector<QPoint>& points, const QSize& screenSize,
+                          const QSize& frame, int* judged = nullptr, QString* first = nullptr)
+    {
+        const QVector<VirtualLedDevice::Rgb> leds = rig.device.lastColors();
+        if (leds.size() < points.size()) {
+            return points.size();
+        }
+        int bad = 0;
+        int seen = 0;
+        for (int k = 0; k < points.size(); ++k) {
+            const auto expected = expectedA(screenSize, frame, points[k]);
+            if (!expected) {
+                continue;
+            }
+            ++seen;
+            if (!near(*expected, leds[k].r, leds[k].g, leds[k].b)) {
+                if (first && first->isEmpty()) {
+                    *first = QStringLiteral("LED %1 at %2,%3 shows %4,%5,%6, expected %7")
+                                 .arg(k)
+                                 .arg(points[k].x())
+                                 .arg(points[k].y())
+                                 .arg(leds[k].r)
+                                 .arg(leds[k].g)
+                                 .arg(leds[k].b)
+                                 .arg(expected->name());
+                }
+                ++bad;
+            }
+        }
+        if (judged) {
+            *judged = seen;
+        }
+        return bad;
+    }
+
+    int serial = 0;
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY(TestFiles::copyTree(QStringLiteral(ORVANTA_DATA_DIR "/controler_config"),
+                                    QDir::currentPath() + QStringLiteral("/controler_config")));
+        map5512 = modelMap(QStringLiteral("controler_config/OV5512.json"));
+        QCOMPARE(map5512.size(), 72);
+        ConfigurationManager::instance()->reset();
+        QVERIFY(painter.open(QString::fromLocal8Bit(qgetenv("DISPLAY"))));
+        QVERIFY(painter.paint(QRect(QPoint(), screen), ScreenPainter::pictureA(screen)));
+        effects = std::make_unique<EffectsManager>();
+    }
+
+    void cleanupTestCase()
+    {
+        effects.reset();
+        TestFiles::flushDeletes();
+    }
+
+    void registryLists()
+    {
+        QCOMPARE(registry()->allCapturer(), QList<int>{0});
+        QCOMPARE(registry()->capturerDesc(0), QStringLiteral("screen 1920x1080+0+0"));
+        QVERIFY(registry()->capturer(7).isNull());
+        QCOMPARE(registry()->capturerDesc(7), QString());
+        const auto source = registry()->capturer(0);
+        QCOMPARE(source->outputSize(), QSize(120, 67));
+        QCOMPARE(source->sourceSize(), screen);
+
+        LogCapture log;
+        source->setOutputSize(0, 0);
+        source->setOutputSize(1921, 10);
+        QCOMPARE(log.count(QStringLiteral("Refused output size")), 2);
+        registry()->option()->setCurMode(2);
+        QCOMPARE(log.count(QStringLiteral("Refused capture mode")), 1);
+        QCOMPARE(registry()->option()->curMode(), 0);
+
+        QList<QImage> frames;
+        auto connection = connect(source.data(), &IDeskCapture::frameTick, this,
+                                  [&frames](QImage frame) { frames.append(frame); });
+        QTRY_VERIFY(!frames.isEmpty());
+        QCOMPARE(frames.last().size(), QSize(120, 67));
+        QCOMPARE(frames.last().format(), QImage::Format_RGBA8888);
+        QCOMPARE(qAlpha(frames.last().pixel(60, 33)), 255);
+        source->setOutputSize(64, 36);
+        QTRY_COMPARE(frames.last().size(), QSize(64, 36));
+        disconnect(connection);
+        source->setOutputSize(120, 67);
+    }
+
+    void stripFollows_data()
+    {
+        QTest::addColumn<int>("mode");
+        QTest::addColumn<QString>("effect");
+        QTest::addColumn<QString>("model");
+        QTest::addColumn<uint32_t>("dir");
+        for (int mode : {0, 1}) {
+            auto row = [mode](const char* name) -> QTestData& {
+                return QTest::newRow(
+                           qPrintable(QStringLiteral("%1, mode %2").arg(QLatin1String(name)).arg(mode)))
+                       << mode;
+            };
+            row("full") << fullId << QStringLiteral("OV5512") << 0u;
+            row("full mirrored") << fullId << QStringLiteral("OV5512") << 1u;
+            row("top 72") << topId << QStringLiteral("OV5512") << 0u;
+            row("bottom 24") << bottomId << QStringLiteral("OV2408") << 0u;
+            row("left 72") << leftId << QStringLiteral("OV5512") << 0u;
+            row("left 24") << leftId << QStringLiteral("OV2408") << 0u;
+            row("right 24") << rightId << QStringLiteral("OV2408") << 0u;
+            row("right 72") << rightId << QStringLiteral("OV5512") << 0u;
+        }
+    }
+
+    void stripFollows()
+    {
+        QFETCH(int, mode);
+        QFETCH(QString, effect);
+        QFETCH(QString, model);
+        QFETCH(uint32_t, dir);
+        registry()->option()->setCurMode(mode);
+        const QVector<uint32_t> lines =
+            model == "OV5512" ? QVector<uint32_t>{18, 36, 18} : QVector<uint32_t>{24};
+        auto rig = bindStrip(effect, model, lines, dir);
+        QVERIFY(rig);
+        const int n = model == "OV5512" ? 72 : 24;
+        const QVector<QPoint> points = readPoints(effect, n, QSize(120, 67), int(dir), map5512);
+        int judged = 0;
+        QString first;
+        QTRY_VERIFY2_WITH_TIMEOUT(mismatches(*rig, points, screen, QSize(120, 67), &judged, &first) == 0,
+                                  qPrintable(first), 3000);
+        QVERIFY2(judged * 2 >= n, qPrintable(QString::number(judged)));
+        if (effect == leftId) {
+            const auto leds = rig->device.lastColors();
+            QVERIFY(near(Qt::white, leds.first().r, leds.first().g, leds.first().b)); // its foot
+            QVERIFY(near(Qt::red, leds.last().r, leds.last().g, leds.last().b));      // its top
+        }
+        effects->unbind(rig->controller->controlOptions().id);
+        registry()->option()->setCurMode(0);
+    }
+
+    void cinemaIgnoresBars_data()
+    {
+        QTest::addColumn<int>("mode");
+        QTest::newRow("mode 0") << 0;
+        QTest::newRow("mode 1") << 1;
+    }
+
+    void cinemaIgnoresBars()
+    {
+        QFETCH(int, mode);
+        registry()->option()->setCurMode(mode);
+        auto full = bindStrip(fullId, QStringLiteral("OV5512"), {18, 36, 18});
+        const QVector<QPoint> points = readPoints(fullId, 72, QSize(120, 67), 0, map5512);
+        QTRY_COMPARE_WITH_TIMEOUT(mismatches(*full, points, screen, QSize(120, 67)), 0, 3000);
+        const QVector<VirtualLedDevice::Rgb> onA = full->device.lastColors();
+        effects->unbind(full->controller->controlOptions().id);
+
+        QVERIFY(painter.paint(QRect(QPoint(), screen), ScreenPainter::pictureB(screen)));
+        auto film = bindStrip(cinemaId, QStringLiteral("OV5512"), {18, 36, 18});
+        auto sameAsFull = [&] {
+            const auto leds = film->device.lastColors();
+            if (leds.size() != 72) {
+                return false;
+            }
+            for (int k = 0; k < 72; ++k) {
+                if (leds[k].r > 200 && leds[k].b > 200 && leds[k].g < 60) {
+                    return false; // magenta: the frame reached an LED
+                }
+                if (expectedA(screen, QSize(120, 67), points[k]) &&
+                    !near(QColor(onA[k].r, onA[k].g, onA[k].b), leds[k].r, leds[k].g, leds[k].b)) {
+                    return false;
+                }
+            }
+            return true;
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(sameAsFull(), 3000);
+        effects->unbind(film->controller->controlOptions().id);
+        QVERIFY(painter.paint(QRect(QPoint(), screen), ScreenPainter::pictureA(screen)));
+        registry()->option()->setCurMode(0);
+    }
+
+    void paceAndLatency()
+    {
+        auto rig = bindStrip(topId, QStringLiteral("OV5512"), {18, 36, 18});
+        QTRY_VERIFY(rig->device.frameCount() > 40);
+        QVERIFY2(qAbs(rig->device.frameRate() - 30.0) <= 3.0,
+                 qPrintable(QString::number(rig->device.frameRate())));
+
+        QVector<ScreenPainter::Fill> yellowTop = ScreenPainter::pictureA(screen);
+        yellowTop.append({QRect(0, 0, screen.width(), screen.height() / 4), Qt::yellow});
+        QElapsedTimer clock;
+        QVERIFY(painter.paint(QRect(QPoint(), screen), yellowTop));
+        clock.start();
+        auto allYellow = [&] {
+            for (const auto& led : rig->device.lastColors()) {
+                if (!near(Qt::yellow, led.r, led.g, led.b)) {
+                    return false;
+                }
+            }
+            return true;
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(allYellow(), 2000);
+        QVERIFY2(clock.elapsed() <= 500, qPrintable(QString::number(clock.elapsed())));
+        effects->unbind(rig->controller->controlOptions().id);
+        QVERIFY(painter.paint(QRect(QPoint(), screen), ScreenPainter::pictureA(screen)));
+    }
+
+    void monitorComesAndGoes()
+    {
+        QSignalSpy ready(registry(), &DeskDuplManager::capturerReady);
+        QSignalSpy failed(registry(), &DeskDuplManager::capturerFailed);
+        const QRect half(960, 0, 960, 1080);
+        QVERIFY(painter.paint(half, ScreenPainter::pictureA(half.size())));
+        QVERIFY(painter.addMonitor(QStringLiteral("RIGHT-HALF"), half));
+        QTRY_VERIFY(!ready.isEmpty());
+        const int id = ready.last().at(0).toInt();
+        QVERIFY(id != 0);
+        QCOMPARE(registry()->capturerDesc(id), QStringLiteral("RIGHT-HALF 960x1080+960+0"));
+        const auto source = registry()->capturer(id);
+        QCOMPARE(source->outputSize(), QSize(120, 135));
+
+        // Its frames show the right half: picture A painted there, so green at its left.
+        QImage frame;
+        auto connection =
+            connect(source.data(), &IDeskCapture::frameTick, this, [&frame](QImage f) { frame = f; });
+        QTRY_VERIFY(!frame.isNull());
+        QCOMPARE(QColor(frame.pixel(5, 67)), QColor(Qt::green));
+        QCOMPARE(QColor(frame.pixel(114, 67)), QColor(Qt::blue));
+        disconnect(connection);
+
+        QVERIFY(painter.deleteMonitor(QStringLiteral("RIGHT-HALF")));
+        QTRY_COMPARE(failed.size(), 1);
+        QCOMPARE(failed.last().at(0).toInt(), id);
+        QVERIFY(registry()->capturer(id).isNull());
+        QVERIFY(!registry()->allCapturer().contains(id));
+
+        ready.clear();
+        QVERIFY(painter.addMonitor(QStringLiteral("RIGHT-HALF"), half));
+        QTRY_VERIFY(!ready.isEmpty());
+        QCOMPARE(ready.last().at(0).toInt(), id);
+        QCOMPARE(registry()->capturer(id), source);
+        QVERIFY(painter.deleteMonitor(QStringLiteral("RIGHT-HALF")));
+        QTRY_COMPARE(failed.size(), 2);
+        QVERIFY(painter.paint(QRect(QPoint(), screen), ScreenPainter::pictureA(screen)));
+    }
+
+    void screenResized()
+    {
+        auto rig = bindStrip(fullId, QStringLiteral("OV5512"), {18, 36, 18});
+        QSignalSpy ready(registry(), &DeskDuplManager::capturerReady);
+        const QSize small(1280, 1024);
+        QVERIFY(painter.resizeScreen(small));
+        QElapsedTimer clock;
+        clock.start();
+        QTRY_VERIFY_WITH_TIMEOUT(!ready.isEmpty(), 1000);
+        QCOMPARE(ready.last().at(0).toInt(), 0);
+        QCOMPARE(registry()->capturer(0)->sourceSize(), small);
+        QCOMPARE(registry()->capturerDesc(0), QStringLiteral("screen 1280x1024+0+0"));
+        QVERIFY(clock.elapsed() < 1000);
+
+        // The bound worker keeps its 120 x 67 frames of the new screen.
+        QVERIFY(painter.paint(QRect(QPoint(), small), ScreenPainter::pictureA(small)));
+        const QVector<QPoint> points = readPoints(fullId, 72, QSize(120, 67), 0, map5512);
+        QTRY_COMPARE_WITH_TIMEOUT(mismatches(*rig, points, small, QSize(120, 67)), 0, 3000);
+        // A worker bound now asks for the new aspect.
+        auto second = bindStrip(topId, QStringLiteral("OV5512"), {18, 36, 18});
+        QCOMPARE(registry()->capturer(0)->outputSize(), QSize(120, 96));
+        effects->unbind(second->controller->controlOptions().id);
+        effects->unbind(rig->controller->controlOptions().id);
+
+        QVERIFY(painter.resizeScreen(screen));
+        QTRY_COMPARE(registry()->capturer(0)->sourceSize(), screen);
+        registry()->capturer(0)->setOutputSize(120, 67);
+        QVERIFY(painter.paint(QRect(QPoint(), screen), ScreenPainter::pictureA(screen)));
+    }
+
+    void idleWithoutWorkers()
+    {
+        TestFiles::flushDeletes();
+        auto* source = qobject_cast<DeskCapturer*>(registry()->capturer(0).data());
+        QVERIFY(source);
+        QTRY_VERIFY(!source->hasListeners());
+        const int before = source->grabCount();
+        QTest::qWait(2000); // a span that must pass without a grab
+        QCOMPARE(source->grabCount(), before);
+    }
+};
+
+QTEST_MAIN(TestScreenCapture)
+#include "tst_ScreenCapture.moc"
