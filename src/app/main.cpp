@@ -1,4 +1,5 @@
 #include "ConfigurationManager.h"
+#include "DeskDuplManager.h"
 #include "DeviceManager.h"
 #include "EffectsManager.h"
 #include "MessageHandler.h"
@@ -44,6 +45,12 @@ int main(int argc, char* argv[])
     ShutdownSignals shutdownSignals;
     QObject::connect(&shutdownSignals, &ShutdownSignals::shutdownRequested, &app, &QCoreApplication::quit);
     shutdownSignals.install();
+
+    // Screen sources are enumerated before anything asks for them; the settings read the
+    // capture option through this property (an int could not hold a 64-bit address).
+    DeskDuplManager* deskDupl = DeskDuplManager::instance();
+    app.setProperty("com.orvanta.runtime.options.deskCaptureOption",
+                    QVariant::fromValue(quintptr(deskDupl->option())));
 
     int exitCode = 0;
     {
