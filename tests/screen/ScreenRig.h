@@ -4,6 +4,7 @@
 
 #include <QColor>
 #include <QFile>
+#include <QImage>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -26,10 +27,15 @@ inline const QString bottomId = QStringLiteral("com.orvanta.screenSync.bottomHal
 inline const QString leftId = QStringLiteral("com.orvanta.screenSync.leftHalfScreen");
 inline const QString rightId = QStringLiteral("com.orvanta.screenSync.rightHalfScreen");
 
-// Nearest-pixel scaling picks the source pixel under the centre of the target pixel.
+// The source pixel that Qt's fast (nearest) scaling from `from` to `to` pixels shows at target.
 inline int pick(int target, int from, int to)
 {
-    return int(std::floor((target + 0.5) * from / to));
+    QImage line(from, 1, QImage::Format_RGB32);
+    for (int x = 0; x < from; ++x) {
+        line.setPixel(x, 0, qRgb(x & 0xff, x >> 8, 0));
+    }
+    const QRgb p = line.scaled(to, 1, Qt::IgnoreAspectRatio, Qt::FastTransformation).pixel(target, 0);
+    return qRed(p) | qGreen(p) << 8;
 }
 
 // The model's default map, as the script wrote it.
