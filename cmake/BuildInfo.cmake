@@ -1,13 +1,27 @@
-# Branch, revision and date of the source, fixed at configure time.
+# Branch, revision and date of the source, in generated/BuildInfo.h. Included from the top level,
+# it writes the header once and adds a target that runs this file again as a script at every
+# build, so the header follows later commits; the file is rewritten only when its text changes.
+if(NOT CMAKE_SCRIPT_MODE_FILE)
+    set(ORVANTA_BUILD_INFO_HEADER ${CMAKE_BINARY_DIR}/generated/BuildInfo.h)
+    set(_args -DSOURCE_DIR=${CMAKE_SOURCE_DIR} -DOUTPUT=${ORVANTA_BUILD_INFO_HEADER})
+    execute_process(COMMAND ${CMAKE_COMMAND} ${_args} -P ${CMAKE_CURRENT_LIST_FILE})
+    add_custom_target(orvanta_buildinfo
+        COMMAND ${CMAKE_COMMAND} ${_args} -P ${CMAKE_CURRENT_LIST_FILE}
+        BYPRODUCTS ${ORVANTA_BUILD_INFO_HEADER}
+        COMMENT "Refreshing the build information"
+        VERBATIM)
+    return()
+endif()
+
 set(ORVANTA_GIT_BRANCH "unknown")
 set(ORVANTA_GIT_COMMIT "unknown")
 find_package(Git QUIET)
-if(GIT_FOUND AND EXISTS ${CMAKE_SOURCE_DIR}/.git)
+if(GIT_FOUND AND EXISTS ${SOURCE_DIR}/.git)
     execute_process(COMMAND ${GIT_EXECUTABLE} rev-parse --abbrev-ref HEAD
-        WORKING_DIRECTORY ${CMAKE_SOURCE_DIR}
+        WORKING_DIRECTORY ${SOURCE_DIR}
         OUTPUT_VARIABLE _branch OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET RESULT_VARIABLE _rb)
     execute_process(COMMAND ${GIT_EXECUTABLE} rev-parse HEAD
-        WORKING_DIRECTORY ${CMAKE_SOURCE_DIR}
+        WORKING_DIRECTORY ${SOURCE_DIR}
         OUTPUT_VARIABLE _commit OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET RESULT_VARIABLE _rc)
     if(_rb EQUAL 0 AND _branch)
         set(ORVANTA_GIT_BRANCH "${_branch}")
@@ -18,4 +32,5 @@ if(GIT_FOUND AND EXISTS ${CMAKE_SOURCE_DIR}/.git)
 endif()
 # "Nov 22 2026", the form of the compiler's __DATE__ without its padding quirk
 string(TIMESTAMP ORVANTA_BUILD_DATE "%b %d %Y")
-configure_file(${CMAKE_SOURCE_DIR}/cmake/BuildInfo.h.in ${CMAKE_BINARY_DIR}/generated/BuildInfo.h @ONLY)
+# configure_file leaves an unchanged header alone, so nothing recompiles for nothing.
+configure_file(${CMAKE_CURRENT_LIST_DIR}/BuildInfo.h.in ${OUTPUT} @ONLY)

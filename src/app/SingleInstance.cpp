@@ -34,12 +34,22 @@ SingleInstance::~SingleInstance()
 
 QString SingleInstance::defaultLockFilePath()
 {
-    return QDir::temp().filePath(QStringLiteral("OrvantaSingleApp")) + QStringLiteral(".lock");
+    return lockFilePathFor(qEnvironmentVariable("XDG_RUNTIME_DIR"), userId());
+}
+
+QString SingleInstance::lockFilePathFor(const QString& runtimeDir, uint userId)
+{
+    // The runtime folder is the user's own; the temporary folder is shared, so the name says whose.
+    if (!runtimeDir.isEmpty() && QFileInfo(runtimeDir).isDir()) {
+        return QDir(runtimeDir).filePath(QStringLiteral("OrvantaSingleApp.lock"));
+    }
+    return QDir::temp().filePath(QStringLiteral("OrvantaSingleApp-%1.lock").arg(userId));
 }
 
 QString SingleInstance::serverName(const QString& lockFilePath)
 {
-    return QFileInfo(lockFilePath).completeBaseName() + QLatin1Char('-') + userTag();
+    const QFileInfo lockInfo(lockFilePath);
+    return lockInfo.absoluteDir().filePath(lockInfo.completeBaseName() + QStringLiteral(".socket"));
 }
 
 bool SingleInstance::tryLock(int timeoutMs)

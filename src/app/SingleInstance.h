@@ -18,10 +18,11 @@ public:
     explicit SingleInstance(const QString& lockFilePath, QObject* parent = nullptr);
     ~SingleInstance() override;
 
-    // QDir::temp() joined with "OrvantaSingleApp", then ".lock".
+    // Per user, so that two users on one machine never meet: "OrvantaSingleApp.lock" in
+    // XDG_RUNTIME_DIR when it is set, else "OrvantaSingleApp-<uid>.lock" in QDir::temp().
     static QString defaultLockFilePath();
-    // The local server's name: the lock file's base name and the user, so that two users on one
-    // machine never meet.
+    static QString lockFilePathFor(const QString& runtimeDir, uint userId);
+    // The local socket's full path: beside the lock file, named after it.
     static QString serverName(const QString& lockFilePath);
 
     bool tryLock(int timeoutMs);
@@ -41,7 +42,7 @@ signals:
 private:
     void onNewConnection();
     void onReadyRead(QLocalSocket* socket);
-    static QString userTag();
+    static uint userId();
 
     QString lockPath;
     QLockFile lock;

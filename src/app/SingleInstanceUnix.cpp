@@ -2,8 +2,7 @@
 
 #include <unistd.h>
 
-// The numeric user id: stable, and free of characters a socket name cannot hold.
-QString SingleInstance::userTag()
+uint SingleInstance::userId()
 {
-    return QString::number(::getuid());
+    return uint(::getuid());
 }

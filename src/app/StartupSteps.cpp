@@ -8,6 +8,9 @@
 #include <QDateTime>
 #include <QDir>
 
+#include <cstring>
+#include <initializer_list>
+
 namespace {
 
 struct OptionSpec
@@ -24,6 +27,16 @@ const OptionSpec kOptions[] = {
     {"screenshot", "Enable capturer screenshot", "isScreenshot"},
     {"auto_startup", "Enable bootstrap", "isAutoStartup"},
 };
+
+bool argumentIs(const char* arg, std::initializer_list<const char*> names)
+{
+    for (const char* name : names) {
+        if (std::strcmp(arg, name) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
 
 QString logStamp()
 {
@@ -42,6 +55,69 @@ QList<QCommandLineOption> StartupSteps::commandLineOptions()
                                           QString::fromLatin1(flag.description), QString(), QString()));
     }
     return options;
+}
+
+bool StartupSteps::asksForHelpOrVersion(int argc, char** argv)
+{
+    for (int i = 1; i < argc && std::strcmp(argv[i], "--") != 0; ++i) {
+        if (argumentIs(argv[i], {"-h", "-?", "--help", "--help-all", "-v", "--version"})) {
+            return true;
+        }
+    }
+    return false;
+}
+
+int StartupSteps::answerHelpOrVersion(int& argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationVersion(QString::fromLatin1(appVersion));
+    QCommandLineParser parser;
+    parser.addOptions(commandLineOptions());
+    parser.addHelpOption();
+    parser.addVersionOption();
+    parser.process(app); // prints and exits for help, version and bad options
+    return 0;
+}
+
+bool StartupSteps::displayReachable(int argc, char** argv, QString* why)
+{
+    QByteArray platform = qgetenv("QT_QPA_PLATFORM");
+    QByteArray display = qgetenv("DISPLAY");
+    for (int i = 1; i + 1 < argc; ++i) {
+        if (argumentIs(argv[i], {"-platform", "--platform"})) {
+            platform = argv[i + 1];
+        } else if (argumentIs(argv[i], {"-display", "--display"})) {
+            display = argv[i + 1];
+        }
+    }
+    if (platform.isEmpty()) {
+        platform = "xcb"; // the default of this Qt build
+    }
+    QStringList reasons;
+    // Qt tries a list of platforms in turn, each perhaps with options after a colon.
+    for (const QByteArray& entry : platform.split(';')) {
+        const int colon = entry.indexOf(':');
+        const QByteArray name = colon < 0 ? entry : entry.left(colon);
+        if (name == "xcb") {
+            if (x11DisplayReachable(display)) {
+                return true;
+            }
+            reasons << (display.isEmpty() ? QStringLiteral("DISPLAY is not set")
+                                          : QStringLiteral("the X display \"%1\" does not answer")
+                                                .arg(QString::fromLocal8Bit(display)));
+        } else if (name.startsWith("wayland")) {
+            if (waylandDisplayReachable()) {
+                return true;
+            }
+            reasons << QStringLiteral("no Wayland compositor answers");
+        } else {
+            return true; // offscreen, minimal, eglfs and the like need no desktop session
+        }
+    }
+    *why = QStringLiteral("orvanta: no display is reachable (%1); start it in a desktop session, or "
+                          "set QT_QPA_PLATFORM=offscreen to run without a window")
+               .arg(reasons.join(QStringLiteral(", ")));
+    return false;
 }
 
 void StartupSteps::applyOptionProperties(QCoreApplication& app, const QCommandLineParser& parser)

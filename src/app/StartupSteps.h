@@ -16,6 +16,14 @@ public:
 
     // The five flags, in the order they are added to the parser.
     static QList<QCommandLineOption> commandLineOptions();
+
+    // --help and --version need no display: argv is looked at before any application object
+    // exists, and the answer comes from a plain QCoreApplication (the parser ends the process).
+    static bool asksForHelpOrVersion(int argc, char** argv);
+    static int answerHelpOrVersion(int& argc, char** argv);
+    // Whether the platform the GUI application will load can reach its display; when it cannot,
+    // `why` holds the one line to print, since the platform plug-in would abort the process.
+    static bool displayReachable(int argc, char** argv, QString* why);
     // Every one of the five properties is set, true or false.
     static void applyOptionProperties(QCoreApplication& app, const QCommandLineParser& parser);
 
@@ -29,4 +37,9 @@ public:
     static QString startupParametersText();
     static QString buildInfoText();
     static void logStartupInfo();
+
+private:
+    // Platform probes, in StartupStepsX11.cpp.
+    static bool x11DisplayReachable(const QByteArray& display);
+    static bool waylandDisplayReachable();
 };

@@ -10,8 +10,21 @@
 #include <QApplication>
 #include <QCommandLineParser>
 
+#include <cstdio>
+
 int main(int argc, char* argv[])
 {
+    // Without a display the platform plug-in would abort the process: help and version are
+    // answered before, and a start with no display ends with one line instead of a core dump.
+    if (StartupSteps::asksForHelpOrVersion(argc, argv)) {
+        return StartupSteps::answerHelpOrVersion(argc, argv);
+    }
+    QString noDisplay;
+    if (!StartupSteps::displayReachable(argc, argv, &noDisplay)) {
+        std::fprintf(stderr, "%s\n", qPrintable(noDisplay));
+        return 1;
+    }
+
     QApplication app(argc, argv);
     QCoreApplication::setApplicationVersion(QString::fromLatin1(StartupSteps::appVersion));
 

@@ -1,8 +1,8 @@
+#include "SingleInstance.h"
 #include "StartupSteps.h"
 #include "TestFiles.h"
 #include "VirtualLedDevice.h"
 
-#include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
@@ -47,7 +47,7 @@ public:
 
     QString configDir() const { return root.filePath("config/orvanta"); }
     QString logsDir() const { return root.filePath("data/orvanta/logs"); }
-    QString lockFile() const { return root.filePath("tmp/OrvantaSingleApp.lock"); }
+    QString lockFile() const { return root.filePath("runtime/OrvantaSingleApp.lock"); }
     QString tmpDir() const { return root.filePath("tmp"); }
     QString path() const { return root.path(); }
 
@@ -76,6 +76,15 @@ public:
         env.insert("XDG_RUNTIME_DIR", root.filePath("runtime"));
         env.insert("TMPDIR", root.filePath("tmp"));
         env.insert("QT_QPA_PLATFORM", "offscreen");
+        if (noDisplay) {
+            // The default platform, with no X server or compositor to reach.
+            for (const char* name : {"QT_QPA_PLATFORM", "DISPLAY", "WAYLAND_DISPLAY"}) {
+                env.remove(name);
+            }
+        }
+        if (!sharedTmp.isEmpty()) {
+            env.insert("TMPDIR", sharedTmp);
+        }
         // Full stacks, so that the offscreen platform's own leak is recognised by its library.
         env.insert("LSAN_OPTIONS",
                    QStringLiteral("suppressions=%1:fast_unwind_on_malloc=0").arg(ORVANTA_LSAN_SUPPRESSIONS));
@@ -87,6 +96,8 @@ public:
     bool isValid() const { return root.isValid(); }
 
     QString extraPorts;
+    bool noDisplay = false;
+    QString sharedTmp; // another session's temporary folder, as two users on one machine share it
 
 private:
     QTemporaryDir root;
@@ -99,46 +110,35 @@ class TestStartup : public QObject
     Q_OBJECT
 
 private slots:
-    void optionsAsDeclared()
-    {
-        const QList<QPair<QString, QString>> expected{{"winrt_capture_first", "WinRTCapture first"},
-                                                      {"advanced", "Enable advanced function"},
-                                                      {"enable_crash_test", "Enable crash test"},
-                                                      {"screenshot", "Enable capturer screenshot"},
-                                                      {"auto_startup", "Enable bootstrap"}};
-        const QList<QCommandLineOption> options = StartupSteps::commandLineOptions();
-        QCOMPARE(options.size(), expected.size());
-        for (int i = 0; i < options.size(); ++i) {
-            QCOMPARE(options.at(i).names(), QStringList{expected.at(i).first});
-            QCOMPARE(options.at(i).description(), expected.at(i).second);
-            QVERIFY(options.at(i).valueName().isEmpty());
-        }
-    }
-
     void endsBeforeTheLock_data()
     {
         QTest::addColumn<QStringList>("args");
+        QTest::addColumn<bool>("noDisplay");
         QTest::addColumn<int>("exitCode");
         QTest::addColumn<QStringList>("expectedOutput");
 
-        QTest::newRow("help") << QStringList{"--help"} << 0
-                              << QStringList{"--winrt_capture_first", "Enable crash test", "--auto_startup"};
-        QTest::newRow("short help") << QStringList{"-h"} << 0 << QStringList{"Enable bootstrap"};
-        QTest::newRow("version") << QStringList{"--version"} << 0 << QStringList{"0.2.0.230805"};
-        QTest::newRow("version with flags")
-            << QStringList{"--auto_startup", "--version"} << 0 << QStringList{"0.2.0.230805"};
+        QTest::newRow("help, no display")
+            << QStringList{"--help"} << true << 0
+            << QStringList{"--winrt_capture_first", "Enable crash test", "--auto_startup"};
+        QTest::newRow("version with flags, no display")
+            << QStringList{"--auto_startup", "--version"} << true << 0 << QStringList{"0.2.0.230805"};
+        QTest::newRow("start, no display")
+            << QStringList{} << true << 1
+            << QStringList{"orvanta: no display is reachable (DISPLAY is not set)"};
         QTest::newRow("unknown option")
-            << QStringList{"--no_such_option"} << 1 << QStringList{"no_such_option"};
+            << QStringList{"--no_such_option"} << false << 1 << QStringList{"no_such_option"};
     }
 
     void endsBeforeTheLock()
     {
         QFETCH(QStringList, args);
+        QFETCH(bool, noDisplay);
         QFETCH(int, exitCode);
         QFETCH(QStringList, expectedOutput);
 
         Sandbox box;
         QVERIFY(box.isValid());
+        box.noDisplay = noDisplay;
         QProcess process;
         box.prepare(process);
         process.setArguments(args);
@@ -152,8 +152,9 @@ private slots:
             QVERIFY2(output.contains(text), qPrintable(text));
         }
         QVERIFY(!QFile::exists(box.lockFile()));
-        QVERIFY(
-            QDir(box.tmpDir()).entryList({"OrvantaSingleApp*"}, QDir::AllEntries | QDir::System).isEmpty());
+        for (const QString& dir : {box.tmpDir(), QFileInfo(box.lockFile()).path()}) {
+            QVERIFY(QDir(dir).entryList({"OrvantaSingleApp*"}, QDir::AllEntries | QDir::System).isEmpty());
+        }
         QVERIFY(box.logFiles().isEmpty());
         QVERIFY(!QFileInfo::exists(box.configDir() + "/global.json"));
     }
@@ -207,8 +208,8 @@ private slots:
         stop(process, signalNumber);
         QVERIFY(box.mainLogText().contains(
             QStringLiteral("[ShutdownSignals] Received signal %1 - quitting").arg(signalNumber)));
-        // The normal exit ran: the configuration was saved and the lock released.
-        QVERIFY(QJsonDocument::fromJson(read(box.configDir() + "/global.json")).isObject());
+        // The normal exit ran and released the lock; a configuration only read left no file.
+        QVERIFY(!QFileInfo::exists(box.configDir() + "/global.json"));
         QVERIFY(!QFile::exists(box.lockFile()));
     }
 
@@ -233,6 +234,27 @@ private slots:
         QCOMPARE(box.logFiles(), logsBefore);
         QCOMPARE(first.state(), QProcess::Running);
         stop(first);
+    }
+
+    // Two users' sessions on one machine share the temporary folder, not the runtime folder.
+    void twoUsersSideBySide()
+    {
+        Sandbox first;
+        Sandbox second;
+        second.sharedTmp = first.tmpDir();
+        QProcess one;
+        QProcess two;
+        startFirst(first, one);
+        startFirst(second, two);
+        QCOMPARE(one.state(), QProcess::Running);
+        QCOMPARE(two.state(), QProcess::Running);
+        stop(two);
+        stop(one);
+        // Without a runtime folder the names carry the user id.
+        QVERIFY(SingleInstance::lockFilePathFor(QString(), 1000) !=
+                SingleInstance::lockFilePathFor(QString(), 1001));
+        QVERIFY(SingleInstance::serverName(SingleInstance::lockFilePathFor(QString(), 1000)) !=
+                SingleInstance::serverName(SingleInstance::lockFilePathFor(QString(), 1001)));
     }
 
     void heldLockWithoutListenerEndsQuietly()
