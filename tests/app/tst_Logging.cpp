@@ -69,12 +69,9 @@ private slots:
         QTest::addColumn<QString>("tag");
 
         QTest::newRow("debug") << int(QtDebugMsg) << "[Debug]: ";
-        QTest::newRow("info") << int(QtInfoMsg) << "[Info]: ";
         QTest::newRow("warning") << int(QtWarningMsg) << "[Warning]: ";
-        QTest::newRow("critical") << int(QtCriticalMsg) << "[Critical]: ";
         QTest::newRow("fatal") << int(QtFatalMsg) << "[Fatal]: ";
         QTest::newRow("outside the five") << 17 << "";
-        QTest::newRow("negative") << -1 << "";
     }
 
     void lineFormat()
@@ -104,13 +101,8 @@ private slots:
         QTest::addColumn<bool>("loop");
 
         QTest::newRow("marker") << "[[loop]]x" << true;
-        QTest::newRow("controller stats") << "[[loop]][Controller] 30 frames" << true;
-        QTest::newRow("marker alone") << "[[loop]]" << true;
         QTest::newRow("capitalised") << "[[Loop]]x" << false;
-        QTest::newRow("leading blank") << " [[loop]]x" << false;
         QTest::newRow("marker later") << "x[[loop]]" << false;
-        QTest::newRow("half marker") << "[[loop]x" << false;
-        QTest::newRow("empty") << "" << false;
     }
 
     void loopRouting()

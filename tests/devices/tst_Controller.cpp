@@ -55,15 +55,9 @@ private slots:
         QTest::addColumn<int>("channel");
         QTest::addColumn<int>("expected");
         QTest::newRow("0.5 x 255 -> 127, not 128") << 0.5f << 255 << 127;
-        QTest::newRow("0.5 x 1 -> 0") << 0.5f << 1 << 0;
         QTest::newRow("0.8 x 255 -> 204") << 0.8f << 255 << 204;
-        QTest::newRow("0.3 x 10 -> 3") << 0.3f << 10 << 3;
-        QTest::newRow("1.0 keeps 255") << 1.0f << 255 << 255;
-        QTest::newRow("0 gives black") << 0.0f << 200 << 0;
         QTest::newRow("2.0 x 200 = 400 wraps to 144") << 2.0f << 200 << 144;
-        QTest::newRow("1.5 x 255 = 382.5 -> 382 wraps to 126") << 1.5f << 255 << 126;
         QTest::newRow("-0.5 x 255 = -127 keeps its low byte 129") << -0.5f << 255 << 129;
-        QTest::newRow("1e9 x 3 wraps without overflow") << 1e9f << 3 << 0;
     }
 
     void brightnessTruncates()
@@ -162,21 +156,6 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(rig.device.lastColors(), rgb(next), kWait);
     }
 
-    void disabledFromSettingsPadsToBlack()
-    {
-        ControlOptions o = DeviceRig::defaultOptions(3);
-        o.enable = false;
-        DeviceRig rig;
-        QVERIFY(rig.start(o));
-        QSignalSpy sent(rig.controller.data(), &OVController::writeToPort);
-        rig.controller->update(QVector<OV_RGB>{{255, 255, 255}, {255, 255, 255}, {255, 255, 255}});
-        QCOMPARE(lastSent(sent), frameBytes(3, QByteArray(9, 0)));
-        // And the refresh keeps sending that black frame.
-        const int before = sent.count();
-        QTRY_VERIFY_WITH_TIMEOUT(sent.count() > before, kWait);
-        QCOMPARE(lastSent(sent), frameBytes(3, QByteArray(9, 0)));
-    }
-
     void silenceRepeatsTheLastFrame()
     {
         DeviceRig rig;
@@ -245,17 +224,9 @@ private slots:
         QTest::addColumn<int>("code"); // -1: ignored, the code stays
         QTest::newRow("NoError while healthy") << int(QSerialPort::NoError) << -1;
         QTest::newRow("DeviceNotFoundError") << int(QSerialPort::DeviceNotFoundError) << 3;
-        QTest::newRow("PermissionError") << int(QSerialPort::PermissionError) << 3;
-        QTest::newRow("OpenError") << int(QSerialPort::OpenError) << 3;
         QTest::newRow("ParityError") << int(QSerialPort::ParityError) << -1;
-        QTest::newRow("FramingError") << int(QSerialPort::FramingError) << -1;
-        QTest::newRow("BreakConditionError") << int(QSerialPort::BreakConditionError) << -1;
         QTest::newRow("WriteError") << int(QSerialPort::WriteError) << 2;
-        QTest::newRow("ReadError") << int(QSerialPort::ReadError) << 2;
         QTest::newRow("ResourceError") << int(QSerialPort::ResourceError) << 2;
-        QTest::newRow("UnsupportedOperationError") << int(QSerialPort::UnsupportedOperationError) << 3;
-        QTest::newRow("UnknownError") << int(QSerialPort::UnknownError) << 3;
-        QTest::newRow("TimeoutError") << int(QSerialPort::TimeoutError) << 3;
         QTest::newRow("NotOpenError") << int(QSerialPort::NotOpenError) << 3;
         QTest::newRow("beyond NotOpenError") << int(QSerialPort::NotOpenError) + 1 << -1;
     }
