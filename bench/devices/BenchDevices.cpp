@@ -1,13 +1,19 @@
 // Prints, for several strip lengths, the main-thread cost of AbsRGBController::update (scaling,
 // framing, hand-over to the port thread) and the latency from update() to the moment the virtual
-// device has read the frame's last byte.
+// device has read the frame's last byte. Then, for a device that reads at the 11.5 kB/s of a
+// 115200-baud link while 300 LEDs come at 25 frames a second (about twice that), the resident
+// memory and the delay from update() to the device every 10 s for 60 s.
+// "--slow-reader [seconds]" runs only the second part.
 #include "OVController.h"
 #include "OVSerialPort.h"
 #include "VirtualLedDevice.h"
 
 #include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QFile>
 #include <QSemaphore>
 #include <QThread>
+#include <QTimer>
 
 #include <algorithm>
 #include <atomic>
@@ -42,6 +48,21 @@ void quietLoopLines(QtMsgType type, const QMessageLogContext&, const QString& ms
     std::fprintf(stderr, "%s\n", qUtf8Printable(msg));
 }
 
+// Resident memory of this process, in MiB.
+double residentMiB()
+{
+    QFile status(QStringLiteral("/proc/self/status"));
+    if (!status.open(QIODevice::ReadOnly)) {
+        return 0;
+    }
+    for (const QByteArray& line : status.readAll().split('\n')) {
+        if (line.startsWith("VmRSS:")) {
+            return line.mid(6).trimmed().split(' ').value(0).toDouble() / 1024.0;
+        }
+    }
+    return 0;
+}
+
 QVector<OV_RGB> pattern(int n, int frame)
 {
     QVector<OV_RGB> colors(n);
@@ -49,6 +70,13 @@ QVector<OV_RGB> pattern(int n, int frame)
         colors[i] = OV_RGB{uint8_t(i + frame), uint8_t(i * 3), uint8_t(255 - i)};
     }
     return colors;
+}
+
+// Frames queued faster than the link replace each other: wait until the device has gone quiet.
+void drain(QSemaphore& arrived)
+{
+    while (arrived.tryAcquire(1, 100)) {
+    }
 }
 
 struct Result
@@ -107,7 +135,7 @@ Result run(int leds, int costFrames, int latencyFrames)
         for (int j = 0; j < batch; ++j) {
             controller->update(a);
         }
-        arrived.acquire(batch);
+        drain(arrived);
     }
     qint64 spentNs = 0;
     qint64 wallNs = 0;
@@ -121,7 +149,7 @@ Result run(int leds, int costFrames, int latencyFrames)
         wallNs += nowNs() - t0;
         spentNs += threadCpuNs() - c0;
         sent += batch;
-        arrived.acquire(batch);
+        drain(arrived);
     }
     r.updateUs = double(spentNs) / 1000.0 / sent;
     r.updateWallUs = double(wallNs) / 1000.0 / sent;
@@ -155,12 +183,101 @@ Result run(int leds, int costFrames, int latencyFrames)
     return r;
 }
 
+void slowReader(int seconds)
+{
+    const int leds = 300;
+    QThread deviceThread;
+    deviceThread.start();
+    auto* device = new VirtualLedDevice();
+    device->moveToThread(&deviceThread);
+    bool opened = false;
+    QMetaObject::invokeMethod(
+        device,
+        [device] {
+            device->setReadRate(11520);
+            return device->open();
+        },
+        Qt::BlockingQueuedConnection, &opened);
+    auto* port = new OVSerialPort();
+    if (!opened || !port->open(device->slavePath())) {
+        std::fprintf(stderr, "cannot open the virtual device\n");
+        std::exit(1);
+    }
+    ControlOptions options;
+    options.id = QStringLiteral("OV5512:SLOW");
+    options.nbLeds = uint32_t(leds);
+    options.lines = {uint32_t(leds)};
+    options.brightness = 1.0f;
+    auto* controller = new OVController(options, port);
+    controller->updateFrameHeader();
+
+    // The first LED carries the frame's number, so each arrival finds its own send time.
+    std::vector<qint64> sentNs;
+    std::vector<double> windowMs;
+    int received = 0;
+    QObject::connect(device, &VirtualLedDevice::frameReceived, device,
+                     [device, &sentNs, &windowMs, &received] {
+                         const VirtualLedDevice::Rgb first = device->lastColors().value(0);
+                         const size_t seq = size_t(first.r) << 8 | first.g;
+                         const qint64 at = device->lastFrameTimeNs();
+                         QMetaObject::invokeMethod(qApp, [seq, at, &sentNs, &windowMs, &received] {
+                             if (seq < sentNs.size()) {
+                                 windowMs.push_back(double(at - sentNs[seq]) / 1e6);
+                                 ++received;
+                             }
+                         });
+                     });
+
+    std::printf("\nslow reader: %d LEDs at 25 frames/s, device reading 11520 bytes/s\n", leds);
+    std::printf("%6s %10s %10s %10s %12s %12s\n", "time", "RSS", "sent", "received", "delay med",
+                "delay max");
+    QElapsedTimer clock;
+    clock.start();
+    QTimer frames;
+    QObject::connect(&frames, &QTimer::timeout, [&] {
+        QVector<OV_RGB> colors = pattern(leds, int(sentNs.size()));
+        colors[0] = OV_RGB{uint8_t(sentNs.size() >> 8), uint8_t(sentNs.size()), 0};
+        sentNs.push_back(nowNs());
+        controller->update(colors);
+    });
+    frames.start(40);
+    QTimer report;
+    QObject::connect(&report, &QTimer::timeout, [&] {
+        std::sort(windowMs.begin(), windowMs.end());
+        const double med = windowMs.empty() ? 0 : windowMs[windowMs.size() / 2];
+        const double max = windowMs.empty() ? 0 : windowMs.back();
+        std::printf("%5llds %7.1f MiB %10zu %10d %9.0f ms %9.0f ms\n",
+                    static_cast<long long>(clock.elapsed() / 1000), residentMiB(), sentNs.size(), received,
+                    med, max);
+        std::fflush(stdout);
+        windowMs.clear();
+        if (clock.elapsed() >= seconds * 1000LL) {
+            frames.stop();
+            QCoreApplication::quit();
+        }
+    });
+    report.start(10000);
+    QCoreApplication::exec();
+
+    delete controller;
+    QMetaObject::invokeMethod(
+        device, [device] { delete device; }, Qt::BlockingQueuedConnection);
+    deviceThread.quit();
+    deviceThread.wait();
+}
+
 } // namespace
 
 int main(int argc, char* argv[])
 {
     QCoreApplication app(argc, argv);
     qInstallMessageHandler(quietLoopLines);
+    const QStringList args = QCoreApplication::arguments();
+    const int slowIndex = args.indexOf(QStringLiteral("--slow-reader"));
+    if (slowIndex > 0) {
+        slowReader(qMax(10, args.value(slowIndex + 1, QStringLiteral("60")).toInt()));
+        return 0;
+    }
     const int costFrames = 20000;
     const int latencyFrames = 2000;
     std::printf("%6s %12s %12s %14s %12s %8s %7s\n", "LEDs", "update cpu", "update wall", "latency med",
@@ -171,5 +288,6 @@ int main(int argc, char* argv[])
                     r.medianMs, r.p99Ms, r.frames, r.errors);
         std::fflush(stdout);
     }
+    slowReader(60);
     return 0;
 }
