@@ -357,42 +357,6 @@ private slots:
         QVERIFY2(mean > 20 && mean < 200, qPrintable(entry));
     }
 
-    void openFailureIsLogged()
-    {
-        OVControllerEnumerator enumerator;
-        const QString missing = linkPath(QStringLiteral("ttyMissing"));
-        enumerator.verifyDevice(missing);
-        QVERIFY(log->contains("[OVControllerEnumerator]: Failed to init the serial port " + missing,
-                              QtWarningMsg));
-    }
-
-    void everyWaitingPortHearsEachSalutation()
-    {
-        Device first = device(QStringLiteral("ttyWaitA"), "OV5512,A0\r\n", Mode::Silent);
-        Device second = device(QStringLiteral("ttyWaitB"), "OV5512,B0\r\n", Mode::Silent);
-        QVERIFY(first && second);
-        OVControllerEnumerator enumerator;
-        QSignalSpy found(&enumerator, &OVControllerEnumerator::deviceEnabled);
-        // Ports of this machine being tried would salute ours too.
-        QTRY_VERIFY(log->contains("[OVControllerEnumerator]: End scan devices list"));
-        enumerator.verifyDevice(first->linkPath());
-        QTRY_COMPARE(first->salutations(), 1);
-        enumerator.verifyDevice(second->linkPath());
-        QTRY_COMPARE(second->salutations(), 1);
-        QTRY_COMPARE(first->salutations(), 2);
-
-        // Once a port has answered it hears no more.
-        first->setReplyMode(Mode::Normal);
-        first->sendRaw("OV5512,A0\r\n");
-        QTRY_COMPARE(found.count(), 1);
-        Device third = device(QStringLiteral("ttyWaitC"), "OV5512,C0\r\n", Mode::Silent);
-        QVERIFY(third);
-        enumerator.verifyDevice(third->linkPath());
-        QTRY_COMPARE(third->salutations(), 1);
-        QTRY_COMPARE(second->salutations(), 2);
-        QCOMPARE(first->salutations(), 2);
-    }
-
     void sameIdOnTwoPorts()
     {
         Device first = device(QStringLiteral("ttyTwinA"), "OV5512,7717\r\n");

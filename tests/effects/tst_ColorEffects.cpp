@@ -370,32 +370,6 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(spy.count() >= 4, 10000);
     }
 
-    void moodImageWidth_data()
-    {
-        QTest::addColumn<uint32_t>("n");
-        QTest::addColumn<double>("range");
-        QTest::addColumn<int>("stops");
-        QTest::addColumn<int>("width");
-        QTest::newRow("range 0 gives the floor") << 100u << 0.0 << 0 << 2;
-        QTest::newRow("range 0.5 fits the strip") << 100u << 0.5 << 2 << 100;
-        QTest::newRow("range 1.0 is twice the strip") << 100u << 1.0 << 2 << 200;
-        QTest::newRow("range 0.01 repeats") << 100u << 0.01 << 1 << 3;
-    }
-
-    void moodImageWidth()
-    {
-        QFETCH(uint32_t, n);
-        QFETCH(double, range);
-        QFETCH(int, stops);
-        QFETCH(int, width);
-        ColorStrap strap;
-        strap.range = range;
-        for (int i = 0; i < stops; ++i) {
-            strap.keyColors.append(QGradientStop((i + 1.0) / (stops + 1.0), Qt::red));
-        }
-        QCOMPARE(MoodShadow::imageWidth(strap, n), width);
-    }
-
     void moodPhase_data()
     {
         QTest::addColumn<uint32_t>("direction");

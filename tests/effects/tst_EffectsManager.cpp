@@ -130,21 +130,6 @@ private slots:
         QVERIFY(manager.group("com.orvanta.nothing").id.isEmpty());
     }
 
-    void duplicateGroupId()
-    {
-        const QByteArray second = R"({"groups": [
-        {"id": "com.orvanta.colorful", "name": "second", "order": 7},
-        {"id": "com.orvanta.extra", "name": "extra", "order": 4}]})";
-        populate({{"a.json", fourGroups}, {"b.json", second}});
-        QTest::ignoreMessage(QtWarningMsg, "已跳过已存在的组信息 com.orvanta.colorful");
-        EffectsManager manager;
-        QCOMPARE(manager.group("com.orvanta.colorful").name, QString("炫彩模式"));
-        QCOMPARE(manager.group("com.orvanta.colorful").order, 1);
-        // The skipped definition left no trace in the display order: order 7 is not a place.
-        QCOMPARE(manager.nextGroup("com.orvanta.dynamicMusic"), QString("com.orvanta.extra"));
-        QCOMPARE(manager.nextGroup("com.orvanta.extra"), QString("com.orvanta.singleColor"));
-    }
-
     void nextAndPreviousWrap()
     {
         populate({{"groups.json", fourGroups}});
