@@ -243,8 +243,14 @@ void OVControllerEnumerator::onResponseTimeout(OVSerialPort* port, const QString
 void OVControllerEnumerator::onReply(OVSerialPort* port, const QString& portName,
                                      const QSharedPointer<Handshake>& handshake)
 {
-    if (!port || handshake->dropped)
+    if (!port)
         return;
+    if (handshake->dropped) {
+        // Queued in the same pass as the time-out that already let the port go.
+        qInfo().noquote() << "[OVControllerEnumerator]: Ignored a reply on a port already dropped:"
+                          << portName;
+        return;
+    }
     disconnect(this, &OVControllerEnumerator::sendSalutation, port, &OVSerialPort::write);
 
     // A port already handed to a controller lives on its own thread, so its bytes are drained
