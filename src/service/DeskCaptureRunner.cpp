@@ -56,6 +56,11 @@ void DeskCaptureRunner::shutdown()
 
 void DeskCaptureRunner::tick()
 {
+    // A receiver that dies drops its connection without a disconnect notice.
+    if (!capturer->hasListeners()) {
+        timer.stop();
+        return;
+    }
     if (!grabber) {
         grabber.reset(capturer->backend->createGrabber());
         if (!grabber) {

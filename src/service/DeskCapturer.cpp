@@ -27,7 +27,7 @@ DeskCapturer::~DeskCapturer()
 
 void DeskCapturer::stop()
 {
-    if (!thread.isRunning()) {
+    if (stopped.exchange(true)) {
         return;
     }
     // The runner closes its connection on its own thread, then the thread ends and deletes it.
@@ -85,6 +85,9 @@ void DeskCapturer::setGeometry(const QRect& geometry)
 
 void DeskCapturer::setActive(bool active, bool blackFrame)
 {
+    if (stopped) {
+        return;
+    }
     QMetaObject::invokeMethod(
         runner, [r = runner, active, blackFrame] { r->setActive(active, blackFrame); }, Qt::QueuedConnection);
 }
@@ -98,10 +101,16 @@ bool DeskCapturer::hasListeners() const
 // A wildcard disconnect names no signal, so every change posts a re-check.
 void DeskCapturer::connectNotify(const QMetaMethod&)
 {
+    if (stopped) {
+        return;
+    }
     QMetaObject::invokeMethod(runner, &DeskCaptureRunner::recheck, Qt::QueuedConnection);
 }
 
 void DeskCapturer::disconnectNotify(const QMetaMethod&)
 {
+    if (stopped) {
+        return;
+    }
     QMetaObject::invokeMethod(runner, &DeskCaptureRunner::recheck, Qt::QueuedConnection);
 }

@@ -51,6 +51,7 @@ private:
     QRect area;
     QSize output;
     QThread thread;
-    DeskCaptureRunner* runner;
+    DeskCaptureRunner* runner; // gone once the thread has ended
+    std::atomic<bool> stopped{false};
     std::atomic<int> grabs{0};
 };

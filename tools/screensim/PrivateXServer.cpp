@@ -6,11 +6,13 @@
 
 #include <xcb/xcb.h>
 
+#include <signal.h>
 #include <unistd.h>
 
-PrivateXServer::PrivateXServer(const QStringList& extraArgs, const QString& screen)
+PrivateXServer::PrivateXServer(const QStringList& extraArgs, const QString& screen, bool restartable)
     : args(extraArgs)
     , screenSpec(screen)
+    , restartable(restartable)
 {
     process.setProcessChannelMode(QProcess::SeparateChannels);
     process.setStandardErrorFile(QProcess::nullDevice());
@@ -26,6 +28,30 @@ bool PrivateXServer::start(int waitMs)
     if (isRunning()) {
         return true;
     }
+    if (displayNumber >= 0) {
+        return startOnce(waitMs); // a restart keeps its number
+    }
+    for (int attempt = 0; attempt < 5; ++attempt) {
+        if (restartable) {
+            // Far from the low numbers that -displayfd servers of parallel suites take, so that
+            // none of them grabs ours while it is down.
+            displayNumber = 300 + int((getpid() * 7 + attempt * 13) % 600);
+            if (QFile::exists(QStringLiteral("/tmp/.X%1-lock").arg(displayNumber)) ||
+                QFile::exists(QStringLiteral("/tmp/.X11-unix/X%1").arg(displayNumber))) {
+                continue;
+            }
+        }
+        if (startOnce(waitMs)) {
+            return true;
+        }
+        kill();
+        displayNumber = -1;
+    }
+    return false;
+}
+
+bool PrivateXServer::startOnce(int waitMs)
+{
     QStringList command{QStringLiteral("--pdeathsig"), QStringLiteral("KILL"), QStringLiteral("Xvfb")};
     if (displayNumber >= 0) {
         command << display();
@@ -58,6 +84,20 @@ bool PrivateXServer::start(int waitMs)
     }
     if (!waitReachable(display(), waitMs)) {
         error = QStringLiteral("Xvfb on %1 does not answer").arg(display());
+        return false;
+    }
+    // Parallel suites race for numbers: a lock file (a server started on a fixed number writes
+    // one) must name our server or a dead one; one started with -displayfd writes none.
+    QElapsedTimer settle;
+    settle.start();
+    while (restartable && lockPid() != process.processId() && settle.elapsed() < waitMs) {
+        QThread::msleep(20); // a server on a fixed number writes its lock at start
+    }
+    const qint64 lock = lockPid();
+    if ((restartable && lock != process.processId()) ||
+        (lock >= 0 && lock != process.processId() && ::kill(pid_t(lock), 0) == 0)) {
+        error = QStringLiteral("another server holds %1").arg(display());
+        kill();
         return false;
     }
     return true;
@@ -105,7 +145,8 @@ qint64 PrivateXServer::lockPid() const
 
 double PrivateXServer::cpuSeconds() const
 {
-    QFile stat(QStringLiteral("/proc/%1/stat").arg(lockPid()));
+    const qint64 pid = lockPid() >= 0 ? lockPid() : process.processId();
+    QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
     if (!stat.open(QIODevice::ReadOnly)) {
         return -1.0;
     }

@@ -10,8 +10,10 @@
 class PrivateXServer
 {
 public:
+    // A restartable server takes a fixed high number instead of -displayfd's lowest free one, so
+    // that parallel suites don't take it over while it is down.
     explicit PrivateXServer(const QStringList& extraArgs = {},
-                            const QString& screen = QStringLiteral("1920x1080x24"));
+                            const QString& screen = QStringLiteral("1920x1080x24"), bool restartable = false);
     ~PrivateXServer();
 
     // Starts the server (on its old number if it ran before) and waits until it answers.
@@ -22,7 +24,8 @@ public:
     QString display() const { return QStringLiteral(":%1").arg(displayNumber); }
     QString errorString() const { return error; }
 
-    // The server's pid as its lock file "/tmp/.X<n>-lock" tells, and its CPU time in seconds.
+    // The server's pid as its lock file "/tmp/.X<n>-lock" tells (-1 without one: a server
+    // started with -displayfd writes none), and its CPU time in seconds.
     qint64 lockPid() const;
     double cpuSeconds() const;
 
@@ -30,8 +33,11 @@ public:
     static bool waitReachable(const QString& display, int waitMs);
 
 private:
+    bool startOnce(int waitMs);
+
     QStringList args;
     QString screenSpec;
+    bool restartable;
     QProcess process;
     int displayNumber = -1;
     QString error;

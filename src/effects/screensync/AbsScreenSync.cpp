@@ -96,6 +96,9 @@ AbsScreenSync::AbsScreenSync(const EffectWorkerOptions& workerOptions, QObject* 
 
 AbsScreenSync::~AbsScreenSync()
 {
+    if (capturer) {
+        disconnect(capturer.data(), nullptr, this, nullptr); // so the source stops grabbing at once
+    }
     {
         QMutexLocker locker(&threadMutex());
         const int count = --instanceCount;
