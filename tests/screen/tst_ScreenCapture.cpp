@@ -126,7 +126,8 @@ private slots:
         QCOMPARE(registry()->option()->curMode(), 0);
 
         QList<QImage> frames;
-        auto connection = connect(source.data(), &IDeskCapture::frameTick, this,
+        QObject receiver; // frames still queued when the case ends die with it
+        auto connection = connect(source.data(), &IDeskCapture::frameTick, &receiver,
                                   [&frames](QImage frame) { frames.append(frame); });
         QTRY_VERIFY(!frames.isEmpty());
         QCOMPARE(frames.last().size(), QSize(120, 67));
@@ -229,6 +230,55 @@ private slots:
         registry()->option()->setCurMode(0);
     }
 
+    void serverScalingAverages()
+    {
+        // One bilinear step at 16:1 would read 4 of 256 pixels: fine detail would flicker.
+        const auto source = registry()->capturer(0);
+        QImage frame;
+        QObject receiver; // frames still queued when the case ends die with it
+        connect(source.data(), &IDeskCapture::frameTick, &receiver, [&frame](QImage f) { frame = f; });
+        auto allMidGrey = [&frame] {
+            if (frame.isNull()) {
+                return false;
+            }
+            for (int y = 0; y < frame.height(); ++y) {
+                for (int x = 0; x < frame.width(); ++x) {
+                    const QRgb p = frame.pixel(x, y);
+                    if (!near(QColor(128, 128, 128), qRed(p), qGreen(p), qBlue(p))) {
+                        return false;
+                    }
+                }
+            }
+            return true;
+        };
+        for (int phase = 0; phase < 4; ++phase) {
+            QVERIFY(painter.paintCheckerboard(QRect(QPoint(), screen), phase % 2));
+            frame = QImage();
+            QTRY_VERIFY(!frame.isNull());
+            frame = QImage(); // the first one may predate the shift
+            QTRY_VERIFY(!frame.isNull());
+            QVERIFY(allMidGrey());
+        }
+        disconnect(source.data(), nullptr, &receiver, nullptr);
+        QVERIFY(painter.paint(QRect(QPoint(), screen), ScreenPainter::pictureA(screen)));
+    }
+
+    void staleSourceIndexFallsBackSilently()
+    {
+        ConfigurationManager::instance()->setEffectVariant(topId, QStringLiteral("OV2408:%1").arg(serial + 1),
+                                                           QStringLiteral("sourceIndex"), 5);
+        LogCapture log;
+        auto rig = bindStrip(topId, QStringLiteral("OV2408"), {24});
+        QVERIFY(rig);
+        const auto leds = [&rig] { return rig->device.lastColors(); };
+        QTRY_VERIFY(!leds().isEmpty() && near(Qt::red, leds()[12].r, leds()[12].g, leds()[12].b));
+        QCOMPARE(log.count(QStringLiteral("[AbsScreenSync]: The com.orvanta.screenSync.topHalfScreen is "
+                                          "connected from the 0 capturer")),
+                 1);
+        QCOMPARE(log.count(QStringLiteral("DeskDuplManager is empty")), 0);
+        effects->unbind(rig->controller->controlOptions().id);
+    }
+
     void paceAndLatency()
     {
         auto rig = bindStrip(topId, QStringLiteral("OV5512"), {18, 36, 18});
@@ -271,8 +321,9 @@ private slots:
 
         // Its frames show the right half: picture A painted there, so green at its left.
         QImage frame;
+        QObject receiver; // frames still queued when the case ends die with it
         auto connection =
-            connect(source.data(), &IDeskCapture::frameTick, this, [&frame](QImage f) { frame = f; });
+            connect(source.data(), &IDeskCapture::frameTick, &receiver, [&frame](QImage f) { frame = f; });
         QTRY_VERIFY(!frame.isNull());
         QCOMPARE(QColor(frame.pixel(5, 67)), QColor(Qt::green));
         QCOMPARE(QColor(frame.pixel(114, 67)), QColor(Qt::blue));

@@ -181,7 +181,8 @@ private slots:
 
         QImage frame;
         const auto source = registry.capturer(0);
-        connect(source.data(), &IDeskCapture::frameTick, this, [&frame](QImage f) { frame = f; });
+        QObject receiver; // frames still queued when the case ends die with it
+        connect(source.data(), &IDeskCapture::frameTick, &receiver, [&frame](QImage f) { frame = f; });
         for (int mode : {0, 1}) {
             option->setCurMode(mode);
             frame = QImage();
@@ -191,7 +192,7 @@ private slots:
             QTest::qWait(200);
             QCOMPARE(log.count(line), 1); // once, not per frame
         }
-        disconnect(source.data(), nullptr, this, nullptr);
+        disconnect(source.data(), nullptr, &receiver, nullptr);
         registry.shutdown();
     }
 };

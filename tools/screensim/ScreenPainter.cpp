@@ -54,28 +54,38 @@ uint32_t ScreenPainter::pixel(const QColor& c) const
     return uint32_t(c.red()) << 16 | uint32_t(c.green()) << 8 | uint32_t(c.blue()); // TrueColor 24
 }
 
+xcb_window_t ScreenPainter::windowFor(const QRect& area)
+{
+    for (const Window& w : qAsConst(windows)) {
+        if (w.area == area) {
+            return w.id;
+        }
+    }
+    const xcb_window_t window = xcb_generate_id(connection);
+    const uint32_t values[] = {screen->black_pixel, 1};
+    xcb_create_window(connection, XCB_COPY_FROM_PARENT, window, screen->root, int16_t(area.x()),
+                      int16_t(area.y()), uint16_t(area.width()), uint16_t(area.height()), 0,
+                      XCB_WINDOW_CLASS_INPUT_OUTPUT, screen->root_visual,
+                      XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT, values);
+    xcb_map_window(connection, window);
+    windows.append({area, window});
+    return window;
+}
+
+// The picture becomes the window's background (tiled), so the server redraws it by itself.
+void ScreenPainter::setBackground(xcb_window_t window, xcb_pixmap_t pixmap)
+{
+    xcb_change_window_attributes(connection, window, XCB_CW_BACK_PIXMAP, &pixmap);
+    xcb_clear_area(connection, 0, window, 0, 0, 0, 0);
+    xcb_free_pixmap(connection, pixmap);
+}
+
 bool ScreenPainter::paint(const QRect& area, const QVector<Fill>& fills)
 {
     if (!connection) {
         return false;
     }
-    xcb_window_t window = 0;
-    for (const Window& w : qAsConst(windows)) {
-        if (w.area == area) {
-            window = w.id;
-        }
-    }
-    if (!window) {
-        window = xcb_generate_id(connection);
-        const uint32_t values[] = {screen->black_pixel, 1};
-        xcb_create_window(connection, XCB_COPY_FROM_PARENT, window, screen->root, int16_t(area.x()),
-                          int16_t(area.y()), uint16_t(area.width()), uint16_t(area.height()), 0,
-                          XCB_WINDOW_CLASS_INPUT_OUTPUT, screen->root_visual,
-                          XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT, values);
-        xcb_map_window(connection, window);
-        windows.append({area, window});
-    }
-    // The picture becomes the window's background, so the server redraws it by itself.
+    const xcb_window_t window = windowFor(area);
     const xcb_pixmap_t pixmap = xcb_generate_id(connection);
     xcb_create_pixmap(connection, screen->root_depth, pixmap, window, uint16_t(area.width()),
                       uint16_t(area.height()));
@@ -88,10 +98,31 @@ bool ScreenPainter::paint(const QRect& area, const QVector<Fill>& fills)
                                 uint16_t(fill.first.width()), uint16_t(fill.first.height())};
         xcb_poly_fill_rectangle(connection, pixmap, gc, 1, &r);
     }
-    xcb_change_window_attributes(connection, window, XCB_CW_BACK_PIXMAP, &pixmap);
-    xcb_clear_area(connection, 0, window, 0, 0, 0, 0);
     xcb_free_gc(connection, gc);
-    xcb_free_pixmap(connection, pixmap);
+    setBackground(window, pixmap);
+    return sync();
+}
+
+bool ScreenPainter::paintCheckerboard(const QRect& area, int phase)
+{
+    if (!connection) {
+        return false;
+    }
+    const xcb_window_t window = windowFor(area);
+    const xcb_pixmap_t tile = xcb_generate_id(connection);
+    xcb_create_pixmap(connection, screen->root_depth, tile, window, 2, 2);
+    const xcb_gcontext_t gc = xcb_generate_id(connection);
+    xcb_create_gc(connection, gc, tile, 0, nullptr);
+    for (int y = 0; y < 2; ++y) {
+        for (int x = 0; x < 2; ++x) {
+            const uint32_t colour = ((x + y + phase) % 2) ? 0xffffffu : 0u;
+            xcb_change_gc(connection, gc, XCB_GC_FOREGROUND, &colour);
+            const xcb_point_t point{int16_t(x), int16_t(y)};
+            xcb_poly_point(connection, XCB_COORD_MODE_ORIGIN, tile, gc, 1, &point);
+        }
+    }
+    xcb_free_gc(connection, gc);
+    setBackground(window, tile);
     return sync();
 }
 

@@ -25,6 +25,8 @@ public:
     // Shows fills over area (root coordinates) in a window of its own, one per area; returns once
     // the server has drawn them.
     bool paint(const QRect& area, const QVector<Fill>& fills);
+    // Tiles area with a one-pixel checkerboard of black and white; phase 1 shifts it by one pixel.
+    bool paintCheckerboard(const QRect& area, int phase);
     // Picture A: top quarter red, bottom quarter white (full width), left quarter green, right
     // quarter blue, centre black. Picture B: A in the central 80 % inside a magenta frame.
     static QVector<Fill> pictureA(const QSize& size);
@@ -45,6 +47,8 @@ public:
     bool sync();
 
 private:
+    xcb_window_t windowFor(const QRect& area);
+    void setBackground(xcb_window_t window, xcb_pixmap_t pixmap);
     xcb_atom_t atom(const QString& name);
     uint32_t pixel(const QColor& colour) const;
 
