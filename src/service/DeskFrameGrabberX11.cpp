@@ -396,15 +396,18 @@ bool DeskFrameGrabberX11::buildStages(const QRect& area, const QSize& size)
             fixed(sx), 0, fixed(offset.x()), 0, fixed(sy), fixed(offset.y()), 0, 0, fixed(1.0)};
         xcb_render_set_picture_transform(connection, source, transform);
 
+        // Passes keep the root's format, which the server scales on its fast path; only the
+        // small last one converts to the format the frame is read in.
+        const bool last = next == size;
         Stage stage;
         stage.size = next;
         stage.pixmap = xcb_generate_id(connection);
-        xcb_create_pixmap(connection, smallDepth, stage.pixmap, root, uint16_t(next.width()),
-                          uint16_t(next.height()));
+        xcb_create_pixmap(connection, last ? smallDepth : rootDepth, stage.pixmap, root,
+                          uint16_t(next.width()), uint16_t(next.height()));
         stage.picture = xcb_generate_id(connection);
         const uint32_t repeat = XCB_RENDER_REPEAT_PAD;
-        xcb_render_create_picture(connection, stage.picture, stage.pixmap, smallFormat, XCB_RENDER_CP_REPEAT,
-                                  &repeat);
+        xcb_render_create_picture(connection, stage.picture, stage.pixmap, last ? smallFormat : rootFormat,
+                                  XCB_RENDER_CP_REPEAT, &repeat);
         xcb_render_set_picture_filter(connection, stage.picture, sizeof(bilinear) - 1, bilinear, 0, nullptr);
         stages.append(stage);
         source = stage.picture;

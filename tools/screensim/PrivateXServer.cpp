@@ -145,7 +145,7 @@ qint64 PrivateXServer::lockPid() const
 
 double PrivateXServer::cpuSeconds() const
 {
-    const qint64 pid = lockPid() >= 0 ? lockPid() : process.processId();
+    const qint64 pid = isRunning() ? process.processId() : lockPid();
     QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
     if (!stat.open(QIODevice::ReadOnly)) {
         return -1.0;

@@ -1,5 +1,8 @@
 #include "ScreenPainter.h"
 
+#include <QElapsedTimer>
+#include <QThread>
+
 #include <xcb/randr.h>
 #include <xcb/xcbext.h>
 
@@ -26,11 +29,22 @@ bool ScreenPainter::open(const QString& display)
 {
     close();
     int screenNumber = 0;
-    connection = xcb_connect(display.toLocal8Bit().constData(), &screenNumber);
-    if (xcb_connection_has_error(connection)) {
+    // A server that has just started may refuse a moment longer than its first client saw.
+    QElapsedTimer clock;
+    clock.start();
+    for (;;) {
+        connection = xcb_connect(display.toLocal8Bit().constData(), &screenNumber);
+        if (!xcb_connection_has_error(connection)) {
+            break;
+        }
+        const int error = xcb_connection_has_error(connection);
         xcb_disconnect(connection);
         connection = nullptr;
-        return false;
+        if (clock.elapsed() > 3000) {
+            qWarning("ScreenPainter: cannot connect to %s (xcb error %d)", qPrintable(display), error);
+            return false;
+        }
+        QThread::msleep(50);
     }
     auto it = xcb_setup_roots_iterator(xcb_get_setup(connection));
     for (int i = 0; i < screenNumber; ++i) {

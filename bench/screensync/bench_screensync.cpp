@@ -1,0 +1,217 @@
+// Screen sync figures on a private Xvfb at 1920x1080x24: the cost of a grab in both capture
+// modes, the X server's CPU while capturing, the latency from a repaint to the strip, and the
+// pipeline's cost per frame.
+#include "DeskCaptureBackendX11.h"
+#include "DeskCaptureOption.h"
+#include "DeskDuplManager.h"
+#include "DeskFrameGrabberX11.h"
+#include "DeviceRig.h"
+#include "EffectsManager.h"
+#include "FullScreenMode.h"
+#include "InternalEffectFactory.h"
+#include "PrivateXServer.h"
+#include "ScreenPainter.h"
+
+#include <QApplication>
+#include <QElapsedTimer>
+#include <QRandomGenerator>
+#include <QTimer>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <memory>
+#include <vector>
+
+namespace {
+
+const QSize screen(1920, 1080);
+
+double threadCpuUs()
+{
+    timespec t{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+    return double(t.tv_sec) * 1e6 + double(t.tv_nsec) / 1e3;
+}
+
+double quantile(std::vector<double> v, double q)
+{
+    std::sort(v.begin(), v.end());
+    return v.empty() ? 0.0 : v[std::min(v.size() - 1, size_t(q * double(v.size())))];
+}
+
+void wait(int ms)
+{
+    QElapsedTimer clock;
+    clock.start();
+    while (clock.elapsed() < ms) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+    }
+}
+
+template <typename Done> bool waitFor(Done done, int ms)
+{
+    QElapsedTimer clock;
+    clock.start();
+    while (!done() && clock.elapsed() < ms) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 1);
+    }
+    return done();
+}
+
+void grabCost(const QString& display)
+{
+    std::printf("(a) one grab, 1920x1080 to 120x67, 300 frames\n");
+    std::unique_ptr<DeskFrameGrabberX11> grabber(DeskFrameGrabberX11::open(display));
+    for (int mode : {0, 1}) {
+        std::vector<double> wall;
+        std::vector<double> cpu;
+        QImage frame;
+        for (int i = 0; i < 310; ++i) {
+            QElapsedTimer clock;
+            const double c0 = threadCpuUs();
+            clock.start();
+            grabber->grab(QRect(QPoint(), screen), QSize(120, 67), mode, &frame);
+            if (i >= 10) {
+                wall.push_back(double(clock.nsecsElapsed()) / 1e3);
+                cpu.push_back(threadCpuUs() - c0);
+            }
+        }
+        std::printf(
+            "    mode %d (%s)\n      wall: median %.0f us, p95 %.0f us; thread CPU: median %.0f us, p95 %.0f "
+            "us\n",
+            mode, qPrintable(grabber->technique(mode)), quantile(wall, 0.5), quantile(wall, 0.95),
+            quantile(cpu, 0.5), quantile(cpu, 0.95));
+    }
+}
+
+void serverCpu(PrivateXServer& server, DeskDuplManager& registry)
+{
+    std::printf("(b) X server CPU over 10 s, one listener at 30 frames a second\n");
+    const auto source = registry.capturer(0);
+    double busy[2] = {0, 0};
+    for (int mode : {-1, 0, 1}) {
+        QObject receiver;
+        int frames = 0;
+        if (mode >= 0) {
+            registry.option()->setCurMode(mode);
+            QObject::connect(source.data(), &IDeskCapture::frameTick, &receiver, [&frames] { ++frames; });
+        }
+        wait(500);
+        frames = 0;
+        const double before = server.cpuSeconds();
+        wait(10000);
+        const double share = (server.cpuSeconds() - before) / 10.0 * 100.0;
+        if (mode < 0) {
+            std::printf("    idle: %.2f %% of one core\n", share);
+        } else {
+            busy[mode] = share;
+            std::printf("    mode %d: %.2f %% of one core, %.1f frames a second\n", mode, share,
+                        frames / 10.0);
+        }
+    }
+    std::printf("    mode 0 / mode 1: %.2f\n", busy[1] > 0 ? busy[0] / busy[1] : 0.0);
+}
+
+void latency(ScreenPainter& painter)
+{
+    std::printf("(c) repaint confirmed by the server to the first device frame with its colour, mode 0, 50 "
+                "changes\n");
+    EffectsManager effects;
+    DeviceRig rig;
+    ControlOptions options = DeviceRig::defaultOptions(72);
+    options.lines = {18, 36, 18};
+    if (!rig.start(options)) {
+        std::printf("    no virtual device\n");
+        return;
+    }
+    rig.device.setKeepFrames(false);
+    effects.bind(rig.controller, QStringLiteral("com.orvanta.screenSync.fullScreen"));
+    std::vector<double> ms;
+    const QColor colours[2] = {QColor(255, 0, 0), QColor(0, 0, 255)};
+    for (int i = 0; i < 52; ++i) {
+        const QColor c = colours[i % 2];
+        wait(100 + QRandomGenerator::global()->bounded(34)); // a random phase against the capture
+        painter.paint(QRect(QPoint(), screen), {{QRect(QPoint(), screen), c}});
+        const qint64 confirmed = std::chrono::duration_cast<std::chrono::nanoseconds>(
+                                     std::chrono::steady_clock::now().time_since_epoch())
+                                     .count();
+        auto shows = [&] {
+            const auto leds = rig.device.lastColors();
+            return !leds.isEmpty() && leds[30].r == c.red() && leds[30].b == c.blue() &&
+                   rig.device.lastFrameTimeNs() >= confirmed;
+        };
+        if (waitFor(shows, 2000) && i >= 2) {
+            ms.push_back(double(rig.device.lastFrameTimeNs() - confirmed) / 1e6);
+        }
+    }
+    std::printf("    median %.1f ms, p95 %.1f ms (%zu changes seen)\n", quantile(ms, 0.5), quantile(ms, 0.95),
+                ms.size());
+    effects.unbind(rig.controller->controlOptions().id);
+}
+
+void pipelineCost()
+{
+    std::printf("(d) pipeline per frame (blur, map, saturate, colours) at 300 LEDs, 300 frames\n");
+    InternalEffectFactory factory;
+    ControlOptions options;
+    options.id = QStringLiteral("BENCH:1");
+    options.model = QStringLiteral("BENCH");
+    options.nbLeds = 300;
+    options.lines = {300};
+    QImage frame(120, 67, QImage::Format_RGBA8888);
+    for (int y = 0; y < 67; ++y) {
+        for (int x = 0; x < 120; ++x) {
+            frame.setPixel(x, y, qRgba(x * 2, y * 3, (x + y) % 256, 255));
+        }
+    }
+    for (const char* id : {"fullScreen", "cinemaScreen", "topHalfScreen"}) {
+        for (float blur : {0.0f, 0.5f, 1.0f}) {
+            QSharedPointer<AbsScreenSync> worker(
+                qobject_cast<AbsScreenSync*>(factory.create(QStringLiteral("com.orvanta.screenSync.") + id)),
+                &QObject::deleteLater);
+            worker->load(options);
+            worker->setBlurStrength(blur);
+            worker->setSaturationStrength(0.2f);
+            std::vector<double> us;
+            for (int i = 0; i < 310; ++i) {
+                QElapsedTimer clock;
+                clock.start();
+                worker->frameInput(frame);
+                if (i >= 10) {
+                    us.push_back(double(clock.nsecsElapsed()) / 1e3);
+                }
+            }
+            std::printf("    %-14s blur %.1f: median %.0f us, p95 %.0f us\n", id, double(blur),
+                        quantile(us, 0.5), quantile(us, 0.95));
+        }
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+    qSetMessagePattern(QStringLiteral("%{if-warning}%{message}%{endif}%{if-critical}%{message}%{endif}"));
+    PrivateXServer server;
+    if (!server.start()) {
+        std::printf("no X server: %s\n", qPrintable(server.errorString()));
+        return 1;
+    }
+    qputenv("DISPLAY", server.display().toLocal8Bit());
+    ScreenPainter painter;
+    painter.open(server.display());
+    painter.paint(QRect(QPoint(), screen), ScreenPainter::pictureA(screen));
+
+    grabCost(server.display());
+    DeskDuplManager* registry = DeskDuplManager::instance();
+    serverCpu(server, *registry);
+    registry->option()->setCurMode(0);
+    latency(painter);
+    pipelineCost();
+    registry->shutdown();
+    return 0;
+}
