@@ -118,4 +118,26 @@ inline bool near(const QColor& a, int r, int g, int b, int tolerance = 4)
            qAbs(a.blue() - b) <= tolerance;
 }
 
+// LEDs (anything with r, g, b) that picture A's judged points show wrong; -1 for a short strip.
+template <typename Leds>
+int mismatchesA(const Leds& leds, const QVector<QPoint>& points, const QSize& screenSize,
+                int* judged = nullptr)
+{
+    if (leds.size() < points.size()) {
+        return -1;
+    }
+    int bad = 0;
+    int seen = 0;
+    for (int k = 0; k < points.size(); ++k) {
+        if (const auto expected = expectedA(screenSize, QSize(120, 67), points[k])) {
+            ++seen;
+            bad += near(*expected, leds[k].r, leds[k].g, leds[k].b) ? 0 : 1;
+        }
+    }
+    if (judged) {
+        *judged = seen;
+    }
+    return bad;
+}
+
 } // namespace ScreenRig

@@ -50,42 +50,6 @@ class TestScreenCapture : public QObject
         return rig;
     }
 
-    // Mismatches of the strip against picture A read at points; judged counts the LEDs judged.
-    static int mismatches(const DeviceRig& rig, const QVector<QPoint>& points, const QSize& screenSize,
-                          const QSize& frame, int* judged = nullptr, QString* first = nullptr)
-    {
-        const QVector<VirtualLedDevice::Rgb> leds = rig.device.lastColors();
-        if (leds.size() < points.size()) {
-            return points.size();
-        }
-        int bad = 0;
-        int seen = 0;
-        for (int k = 0; k < points.size(); ++k) {
-            const auto expected = expectedA(screenSize, frame, points[k]);
-            if (!expected) {
-                continue;
-            }
-            ++seen;
-            if (!near(*expected, leds[k].r, leds[k].g, leds[k].b)) {
-                if (first && first->isEmpty()) {
-                    *first = QStringLiteral("LED %1 at %2,%3 shows %4,%5,%6, expected %7")
-                                 .arg(k)
-                                 .arg(points[k].x())
-                                 .arg(points[k].y())
-                                 .arg(leds[k].r)
-                                 .arg(leds[k].g)
-                                 .arg(leds[k].b)
-                                 .arg(expected->name());
-                }
-                ++bad;
-            }
-        }
-        if (judged) {
-            *judged = seen;
-        }
-        return bad;
-    }
-
     int serial = 0;
 
 private slots:
@@ -176,9 +140,7 @@ private slots:
         const int n = model == "OV5512" ? 72 : 24;
         const QVector<QPoint> points = readPoints(effect, n, QSize(120, 67), int(dir), map5512);
         int judged = 0;
-        QString first;
-        QTRY_VERIFY2_WITH_TIMEOUT(mismatches(*rig, points, screen, QSize(120, 67), &judged, &first) == 0,
-                                  qPrintable(first), 3000);
+        QTRY_COMPARE_WITH_TIMEOUT(mismatchesA(rig->device.lastColors(), points, screen, &judged), 0, 3000);
         QVERIFY2(judged * 2 >= n, qPrintable(QString::number(judged)));
         if (effect == leftId) {
             const auto leds = rig->device.lastColors();
@@ -202,7 +164,7 @@ private slots:
         registry()->option()->setCurMode(mode);
         auto full = bindStrip(fullId, QStringLiteral("OV5512"), {18, 36, 18});
         const QVector<QPoint> points = readPoints(fullId, 72, QSize(120, 67), 0, map5512);
-        QTRY_COMPARE_WITH_TIMEOUT(mismatches(*full, points, screen, QSize(120, 67)), 0, 3000);
+        QTRY_COMPARE_WITH_TIMEOUT(mismatchesA(full->device.lastColors(), points, screen), 0, 3000);
         const QVector<VirtualLedDevice::Rgb> onA = full->device.lastColors();
         effects->unbind(full->controller->controlOptions().id);
 
@@ -362,7 +324,7 @@ private slots:
         // The bound worker keeps its 120 x 67 frames of the new screen.
         QVERIFY(painter.paint(QRect(QPoint(), small), ScreenPainter::pictureA(small)));
         const QVector<QPoint> points = readPoints(fullId, 72, QSize(120, 67), 0, map5512);
-        QTRY_COMPARE_WITH_TIMEOUT(mismatches(*rig, points, small, QSize(120, 67)), 0, 3000);
+        QTRY_COMPARE_WITH_TIMEOUT(mismatchesA(rig->device.lastColors(), points, small), 0, 3000);
         // A worker bound now asks for the new aspect.
         auto second = bindStrip(topId, QStringLiteral("OV5512"), {18, 36, 18});
         QCOMPARE(registry()->capturer(0)->outputSize(), QSize(120, 96));
