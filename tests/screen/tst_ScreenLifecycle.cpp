@@ -119,6 +119,16 @@ private slots:
         registry->shutdown();
     }
 
+    void nonsenseDisplay()
+    {
+        LogCapture log;
+        DeskCaptureOption option(0);
+        DeskDuplManager registry({new DeskCaptureBackendX11(QStringLiteral("no such display:x"))}, &option);
+        QVERIFY(registry.allCapturer().isEmpty());
+        QVERIFY(registry.capturer(0).isNull());
+        QCOMPARE(log.count("screen sync needs an X11 desktop"), 1);
+    }
+
     void fallbacks_data()
     {
         QTest::addColumn<QStringList>("args");
