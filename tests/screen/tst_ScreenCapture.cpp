@@ -63,6 +63,13 @@ private slots:
         QVERIFY(painter.open(QString::fromLocal8Bit(qgetenv("DISPLAY"))));
         QVERIFY(painter.paint(QRect(QPoint(), screen), ScreenPainter::pictureA(screen)));
         effects = std::make_unique<EffectsManager>();
+        // --winrt_capture_first: this run starts in mode 1, whatever was stored.
+        ConfigurationManager::instance()->setGlobalValue(QStringLiteral("deskCaptureMode"), 5);
+        qApp->setProperty("isWinRTCaptureFirst", true);
+        QCOMPARE(registry()->option()->curMode(), 1);
+        registry()->option()->setCurMode(0);
+        QCOMPARE(ConfigurationManager::instance()->globalValue(QStringLiteral("deskCaptureMode")).toInt(-1),
+                 0);
     }
 
     void cleanupTestCase()
