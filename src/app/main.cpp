@@ -1,8 +1,7 @@
 #include "ConfigurationManager.h"
 #include "DeskDuplManager.h"
-#include "DeviceManager.h"
-#include "EffectsManager.h"
 #include "MessageHandler.h"
+#include "OrvantaApp.h"
 #include "ShutdownSignals.h"
 #include "SingleInstance.h"
 #include "StartupSteps.h"
@@ -26,6 +25,9 @@ int main(int argc, char* argv[])
     }
 
     QApplication app(argc, argv);
+    // Read when pixmaps are made, so it may come after the application: icons and pictures are
+    // drawn at the screen's ratio under a scale factor instead of being blown up.
+    QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
     QCoreApplication::setApplicationVersion(QString::fromLatin1(StartupSteps::appVersion));
 
     // Declared in this order so that they go in reverse: lock, parser, options, application.
@@ -67,11 +69,10 @@ int main(int argc, char* argv[])
 
     int exitCode = 0;
     {
-        // The registries, in the order the application controller will hold them, so that they
-        // go in reverse: workers unload while their controllers still exist, then each controller
-        // sends its black frame.
-        DeviceManager devices;
-        EffectsManager effects;
+        // Its members go in reverse: workers unload while their controllers still exist, then
+        // each controller sends its black frame, and the window goes last.
+        OrvantaApp orvanta;
+        QObject::connect(&instance, &SingleInstance::showRequested, &orvanta, &OrvantaApp::onShowRequested);
         exitCode = app.exec();
     }
     // Controllers are released with deleteLater; with the loop gone, run those deletions now so

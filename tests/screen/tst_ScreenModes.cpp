@@ -17,6 +17,16 @@ using namespace ScreenRig;
 
 namespace {
 
+// Workers die on the work thread and log as they go: a row must not end before they are gone,
+// or QtTest frees the row's name while that thread prints it.
+QAtomicInt liveWorkers;
+
+void watch(QObject* worker)
+{
+    liveWorkers.ref();
+    QObject::connect(worker, &QObject::destroyed, [] { liveWorkers.deref(); });
+}
+
 // Red 2x, green 2y + 1: each LED tells which pixel it read.
 QImage coordinateFrame(const QSize& size)
 {
@@ -58,6 +68,7 @@ struct Worker
     {
         InternalEffectFactory factory;
         worker.reset(qobject_cast<AbsScreenSync*>(factory.create(id)), &QObject::deleteLater);
+        watch(worker.data());
         QObject::connect(worker.data(), qOverload<QVector<QVector<OV_RGB>>>(&IEffectWorker::updateColors),
                          worker.data(), [this](QVector<QVector<OV_RGB>> c) {
                              colors = c;
@@ -103,7 +114,11 @@ private slots:
         qRegisterMetaType<QVector<QVector<OV_RGB>>>();
     }
 
-    void cleanup() { TestFiles::flushDeletes(); }
+    void cleanup()
+    {
+        TestFiles::flushDeletes();
+        QTRY_COMPARE(liveWorkers.loadAcquire(), 0);
+    }
 
     void ledsReadTheirPixel_data()
     {
@@ -385,6 +400,7 @@ private slots:
             {
                 const IEffectWorkerPtr worker = manager.bind(controllers[i % 2], modes[i % modes.size()]);
                 QVERIFY(worker);
+                watch(worker.data());
                 QVERIFY(AbsScreenSync::currentWorkThread());
                 if (i == 0) {
                     firstThread = AbsScreenSync::currentWorkThread();

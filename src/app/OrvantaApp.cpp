@@ -1,0 +1,405 @@
+#include "OrvantaApp.h"
+
+#include "AbsWorkerWidget.h"
+#include "ControlPage.h"
+#include "ControllerConfigDialog.h"
+#include "DeviceModel.h"
+#include "HomePage.h"
+#include "WorkGroupModel.h"
+#include "WorkerModel.h"
+
+#include <QApplication>
+#include <QDebug>
+#include <QFile>
+#include <QFileSystemWatcher>
+#include <QHash>
+#include <QIcon>
+#include <QMap>
+#include <QPixmap>
+#include <QStackedWidget>
+#include <QTextStream>
+#include <algorithm>
+
+namespace {
+const QString singleColorEffect = QStringLiteral("com.orvanta.singleColor.singleColor1");
+const QString screenSyncGroup = QStringLiteral("com.orvanta.screenSync");
+const QString styleSheetPath = QStringLiteral("styles/default.qss");
+
+// One colour per line while the strip dialog is open, so the user sees which line is which.
+const OV_RGB previewColors[15] = {
+    {255, 0, 0},   {0, 128, 0},   {255, 165, 0},   {0, 255, 255},   {255, 69, 0},
+    {0, 255, 127}, {255, 255, 0}, {0, 0, 255},     {255, 255, 224}, {0, 255, 0},
+    {255, 215, 0}, {128, 0, 128}, {192, 192, 192}, {255, 192, 203}, {165, 42, 42},
+};
+
+bool stripsConfigured(const ControlOptions& options)
+{
+    if (options.nbLeds == 0 || options.lines.isEmpty()) {
+        return false;
+    }
+    uint64_t sum = 0;
+    for (uint32_t n : options.lines) {
+        sum += n;
+    }
+    return sum == options.nbLeds;
+}
+} // namespace
+
+OrvantaApp::OrvantaApp(QObject* parent)
+    : QObject(parent)
+{
+    if (!qApp->property("isAutoStartup").toBool()) {
+        mainWindow.show();
+    } else if (!mainWindow.trayAvailable()) {
+        // Hidden with no tray would leave the user no way back but a second start.
+        qInfo().noquote()
+            << "[OrvantaApp]: No system tray on this desktop, starting minimised instead of hidden";
+        mainWindow.showMinimized();
+    }
+
+    watchStyleSheet();
+
+    connect(&deviceManager, &DeviceManager::newController, this, &OrvantaApp::onNewController);
+    connect(&deviceManager, &DeviceManager::controllerFailed, this, &OrvantaApp::onControllerFailed);
+    // Devices found while the registries were built were announced before these connections.
+    const QStringList present = deviceManager.controllerNames();
+    for (const QString& id : present) {
+        onNewController(id);
+    }
+
+    wireUserInterface();
+
+    connect(qApp, &QCoreApplication::aboutToQuit, this, &OrvantaApp::onAppAboutToQuit);
+    qApp->installNativeEventFilter(this);
+}
+
+OrvantaApp::~OrvantaApp()
+{
+    qApp->removeNativeEventFilter(this);
+}
+
+bool OrvantaApp::nativeEventFilter(const QByteArray& eventType, void* message, long* result)
+{
+    // The second start's request arrives on the local socket (onShowRequested); native messages
+    // always go on.
+    Q_UNUSED(eventType)
+    Q_UNUSED(message)
+    Q_UNUSED(result)
+    return false;
+}
+
+void OrvantaApp::onShowRequested()
+{
+    if (mainWindow.isHidden()) {
+        mainWindow.showNormal();
+    }
+}
+
+void OrvantaApp::onNewController(QString ctlName)
+{
+    if (ctlName.isEmpty()) {
+        qCritical().noquote() << "[OrvantaApp]: Invalid parameter,"
+                              << "OrvantaApp::onNewController";
+        return;
+    }
+    const ControlOptions options = deviceManager.controlOptions(ctlName);
+    if (options.id.isEmpty()) {
+        qCritical().noquote() << "[OrvantaApp]: DeviceManager returned an invalid ControlOptions, ctlName: "
+                              << ctlName;
+        return;
+    }
+    AbsRGBControllerPtr controller = deviceManager.controller(ctlName);
+    if (!controller) {
+        qCritical().noquote() << "[OrvantaApp]: DeviceManager returned an empty controller, ctlName: "
+                              << ctlName;
+        return;
+    }
+    if (!stripsConfigured(options) && !configureStrips(ctlName, controller)) {
+        deviceManager.removeController(ctlName);
+        qInfo().noquote() << "没有正确地配置LED灯珠，控制器已被释放" << ctlName;
+    } else if (!options.workMode.isEmpty() && !options.subMode.isEmpty() &&
+               effectsManager.hasWorker(options.subMode)) {
+        changeWorker(ctlName, options.subMode);
+    } else {
+        changeWorker(ctlName, singleColorEffect);
+    }
+    refreshHomePage();
+}
+
+void OrvantaApp::changeWorker(const QString& ctlId, const QString& effectId)
+{
+    AbsRGBControllerPtr controller = deviceManager.controller(ctlId);
+    if (!controller) {
+        qCritical().noquote() << "[OrvantaApp]: Not found device controller, id: " << ctlId;
+        return;
+    }
+    controller->setWorkMode(EffectsManager::groupIdOf(effectId));
+    controller->setSubMode(effectId);
+    if (!effectsManager.bind(controller, effectId)) {
+        qWarning().noquote() << "[OrvantaApp]: Cannot bind controller: " << ctlId
+                             << " to effect: " << effectId;
+    }
+    activatePanels(ctlId, effectId);
+}
+
+void OrvantaApp::onControllerFailed(QString ctlName)
+{
+    effectsManager.unbind(ctlName);
+    if (controlPageShows(ctlName)) {
+        showHomePage();
+    }
+    refreshHomePage();
+}
+
+void OrvantaApp::onAllStrapOnOff(bool on)
+{
+    const QStringList ids = deviceManager.controllerNames();
+    for (const QString& id : ids) {
+        if (AbsRGBControllerPtr controller = deviceManager.controller(id)) {
+            controller->setEnable(on);
+        }
+    }
+    allOn = on;
+    qInfo().noquote() << "[OrvantaApp]: Close all/Open all switched:" << on;
+}
+
+void OrvantaApp::onAppAboutToQuit()
+{
+    qInfo().noquote() << "[OrvantaApp]: The application is exiting...";
+}
+
+void OrvantaApp::wireUserInterface()
+{
+    HomePage* home = mainWindow.homePage();
+    ControlPage* page = mainWindow.controlPage();
+    connect(&mainWindow, &MainWindow::allStrapOnOff, this, &OrvantaApp::onAllStrapOnOff);
+    connect(home, &HomePage::controllerNameChanged, this, [this](QString id, QString name) {
+        if (AbsRGBControllerPtr controller = deviceManager.controller(id)) {
+            controller->setKindName(name);
+        }
+    });
+    connect(home, &HomePage::controllerOptOrdered, this, [](QString) {});
+    connect(home, &HomePage::controllerEntryOrdered, this, &OrvantaApp::setControlPageData);
+    const auto setDirection = [this](int dir) {
+        if (AbsRGBControllerPtr controller = pageController()) {
+            controller->setInstallDirection(uint32_t(dir));
+        }
+    };
+    // Connected twice on purpose: the second call finds nothing to change.
+    connect(page, &ControlPage::dirChanged, this, setDirection);
+    connect(page, &ControlPage::dirChanged, this, setDirection);
+    connect(page, &ControlPage::brightnessChanged, this, [this](float brightness) {
+        if (AbsRGBControllerPtr controller = pageController()) {
+            controller->setBrightness(brightness);
+        }
+    });
+    connect(page, &ControlPage::enableChanged, this, [this](bool enable) {
+        if (AbsRGBControllerPtr controller = pageController()) {
+            controller->setEnable(enable);
+        }
+    });
+    connect(page, &ControlPage::workGoupChanged, this, &OrvantaApp::onCtlPageWorkGroupChanged);
+    connect(page, &ControlPage::workerChanged, this, &OrvantaApp::onCtlPageWorkerChanged);
+}
+
+AbsRGBControllerPtr OrvantaApp::pageController()
+{
+    return deviceManager.controller(mainWindow.controlPage()->currentControllerId());
+}
+
+bool OrvantaApp::configureStrips(const QString& ctlId, AbsRGBControllerPtr controller)
+{
+    ControllerConfigDialog dialog(&mainWindow);
+    const uint32_t savedLeds = controller->controlOptions().nbLeds;
+    const QVector<uint32_t> savedLines = controller->controlOptions().lines;
+    uint32_t maxLeds = 0;
+    QVector<uint32_t> lastLines;
+
+    connect(&dialog, &ControllerConfigDialog::linesChanged, controller.data(),
+            [&maxLeds, &lastLines, controller](int nbLeds, QVector<uint32_t> lines) {
+                // The highest count seen keeps LEDs lit earlier inside the frame, so they go dark.
+                maxLeds = std::max(maxLeds, uint32_t(std::max(nbLeds, 0)));
+                lastLines = lines;
+                controller->setLayout(maxLeds, lines);
+                QVector<QVector<OV_RGB>> colors;
+                for (int i = 0; i < lines.size(); ++i) {
+                    colors.append(QVector<OV_RGB>(int(lines[i]), previewColors[i % 15]));
+                }
+                controller->update(colors);
+            });
+    connect(&dialog, &QDialog::accepted, controller.data(), [&lastLines, controller, ctlId] {
+        uint32_t sum = 0;
+        for (uint32_t n : qAsConst(lastLines)) {
+            sum += n;
+        }
+        controller->setLayout(sum, lastLines);
+        qDebug().noquote() << "用户为灯带配置了" << sum << "个灯珠" << ctlId;
+    });
+    connect(&dialog, &QDialog::rejected, controller.data(), [savedLeds, savedLines, controller, ctlId] {
+        controller->setLayout(savedLeds, savedLines);
+        qDebug().noquote() << "用户取消了灯带配置" << ctlId;
+    });
+    return dialog.exec() != 0;
+}
+
+void OrvantaApp::activatePanels(const QString& ctlId, const QString& effectId)
+{
+    effectsManager.activeOperate(ctlId, effectId);
+    const EffectWorkerOptions options = effectsManager.workerOptions(effectId);
+    mainWindow.controlPage()->setOperateWidget(options.optionWidget, options.extraOptionWidget);
+}
+
+void OrvantaApp::setControlPageData(QString ctlId)
+{
+    ControlPage* page = mainWindow.controlPage();
+    AbsRGBControllerPtr controller = deviceManager.controller(ctlId);
+    if (!controller) {
+        qCritical().noquote() << "[OrvantaApp]: Not found device controller, id: " << ctlId;
+        return;
+    }
+    const ControlOptions& options = controller->controlOptions();
+    page->setControllerId(ctlId);
+    page->setDir(int(options.installDirection));
+    page->setEnable(options.enable);
+    page->setBrightness(options.brightness);
+    page->setControllerName(options.kindName);
+    page->setProductImage(options.image);
+
+    QMap<QString, WorkGroupModel> groups;
+    const QStringList groupIds = effectsManager.groupIds();
+    for (const QString& groupId : groupIds) {
+        const EffectGroup group = effectsManager.group(groupId);
+        if (group.effects.isEmpty()) {
+            continue;
+        }
+        groups.insert(groupId, WorkGroupModel{group.name, group.desc, group.order});
+    }
+    page->setWorkGroups(groups, options.workMode);
+    showWorkers(options.workMode, options.subMode);
+    activatePanels(ctlId, options.subMode);
+}
+
+void OrvantaApp::showWorkers(const QString& groupId, const QString& effectId)
+{
+    QMap<QString, WorkerModel> workers;
+    const QSet<QString> effectIds = effectsManager.group(groupId).effects;
+    for (const QString& id : effectIds) {
+        const EffectWorkerOptions options = effectsManager.workerOptions(id);
+        workers.insert(id, WorkerModel{options.name, options.desc, QIcon(QPixmap::fromImage(options.icon)),
+                                       options.order});
+    }
+    ControlPage* page = mainWindow.controlPage();
+    page->setWorkers(workers, effectId);
+    effectsManager.activeOperate(page->currentControllerId(), effectId);
+}
+
+void OrvantaApp::onCtlPageWorkGroupChanged(QString groupId)
+{
+    const QString ctlId = mainWindow.controlPage()->currentControllerId();
+    const QString effect = effectsManager.lastBinding(ctlId, groupId);
+    changeWorker(ctlId, effect);
+    showWorkers(groupId, effect);
+}
+
+void OrvantaApp::onCtlPageWorkerChanged(QString workerId)
+{
+    changeWorker(mainWindow.controlPage()->currentControllerId(), workerId);
+}
+
+void OrvantaApp::refreshHomePage()
+{
+    QHash<QString, DeviceModel> models;
+    const QStringList ids = deviceManager.controllerNames();
+    for (const QString& id : ids) {
+        const ControlOptions& options = deviceManager.controlOptions(id);
+        DeviceModel model;
+        model.name = options.kindName;
+        model.id = options.id;
+        model.icon = QIcon(QPixmap::fromImage(options.icon));
+        models.insert(id, model);
+    }
+    mainWindow.homePage()->setControllerList(models);
+}
+
+void OrvantaApp::switchGroup(const std::function<QString(const QString&)>& step)
+{
+    const QStringList ids = deviceManager.controllerNames();
+    if (ids.isEmpty()) {
+        qCritical().noquote() << "[OrvantaApp]: The controller list is empty";
+        return;
+    }
+    QString current = deviceManager.controlOptions(ids.first()).workMode;
+    for (const QString& id : ids) {
+        if (deviceManager.controlOptions(id).workMode != current) {
+            current = screenSyncGroup;
+            break;
+        }
+    }
+    const QString target = step(current);
+    for (const QString& id : ids) {
+        if (deviceManager.controlOptions(id).workMode == target) {
+            continue;
+        }
+        changeWorker(id, effectsManager.defaultEffect(target));
+        if (controlPageShows(id)) {
+            setControlPageData(id);
+        }
+    }
+}
+
+void OrvantaApp::stepBrightness(float delta)
+{
+    const QStringList ids = deviceManager.controllerNames();
+    ControlPage* page = mainWindow.controlPage();
+    for (const QString& id : ids) {
+        AbsRGBControllerPtr controller = deviceManager.controller(id);
+        if (!controller) {
+            continue;
+        }
+        const float value = qBound(0.0f, delta + controller->controlOptions().brightness, 1.0f);
+        controller->setBrightness(value);
+        if (page->currentControllerId() == id) {
+            page->setBrightness(value);
+        }
+    }
+}
+
+void OrvantaApp::watchStyleSheet()
+{
+    // Only a loose copy beside the program is watched; the start-up style is compiled in.
+    styleWatcher = new QFileSystemWatcher(this);
+    if (QFile::exists(styleSheetPath)) {
+        styleWatcher->addPath(styleSheetPath);
+    }
+    connect(styleWatcher, &QFileSystemWatcher::fileChanged, this, &OrvantaApp::reloadStyleSheet,
+            Qt::DirectConnection);
+}
+
+void OrvantaApp::reloadStyleSheet(const QString& path)
+{
+    QFile file(path);
+    if (file.open(QIODevice::ReadOnly | QIODevice::Text)) {
+        const QString text = QString::fromUtf8(file.readAll());
+        qApp->setStyleSheet(text);
+        qDebug().noquote() << "The new styles file has been loaded" << text;
+        file.close();
+    }
+    // Editors that save by renaming replace the watched file; follow the new one.
+    if (!styleWatcher->files().contains(path) && QFile::exists(path)) {
+        styleWatcher->addPath(path);
+    }
+}
+
+bool OrvantaApp::controlPageShows(const QString& ctlId) const
+{
+    auto* stack = mainWindow.findChild<QStackedWidget*>(QStringLiteral("mainStackedWidget"));
+    const ControlPage* page = const_cast<MainWindow&>(mainWindow).controlPage();
+    return stack && stack->currentWidget() == page && page->currentControllerId() == ctlId;
+}
+
+void OrvantaApp::showHomePage()
+{
+    if (auto* stack = mainWindow.findChild<QStackedWidget*>(QStringLiteral("mainStackedWidget"))) {
+        stack->setCurrentWidget(mainWindow.homePage());
+    }
+}

@@ -1,0 +1,66 @@
+#pragma once
+
+#include "DeviceManager.h"
+#include "EffectsManager.h"
+#include "MainWindow.h"
+
+#include <QAbstractNativeEventFilter>
+#include <QObject>
+#include <QString>
+#include <functional>
+
+class ControlPage;
+class HomePage;
+class QFileSystemWatcher;
+
+// The one object that owns the window and the registries, gives every device its effect and
+// turns the user's actions into calls on controllers and workers. Main thread only.
+class OrvantaApp : public QObject, public QAbstractNativeEventFilter
+{
+    Q_OBJECT
+public:
+    explicit OrvantaApp(QObject* parent = nullptr);
+    ~OrvantaApp() override;
+
+    bool nativeEventFilter(const QByteArray& eventType, void* message, long* result) override;
+
+    // Hotkey action bodies: move every device to the next or previous group, step brightness.
+    void switchGroup(const std::function<QString(const QString&)>& step);
+    void stepBrightness(float delta);
+
+    MainWindow& window() { return mainWindow; }
+    DeviceManager& devices() { return deviceManager; }
+    EffectsManager& effects() { return effectsManager; }
+
+public slots:
+    // A second start asked to be shown: a hidden window comes back; a minimised one is left alone.
+    void onShowRequested();
+
+private slots:
+    void onNewController(QString ctlName);
+    void onControllerFailed(QString ctlName);
+    void onAllStrapOnOff(bool on);
+    void setControlPageData(QString ctlId);
+    void onCtlPageWorkGroupChanged(QString groupId);
+    void onCtlPageWorkerChanged(QString workerId);
+    void onAppAboutToQuit();
+
+private:
+    void changeWorker(const QString& ctlId, const QString& effectId);
+    void wireUserInterface();
+    void showWorkers(const QString& groupId, const QString& effectId);
+    void activatePanels(const QString& ctlId, const QString& effectId);
+    void refreshHomePage();
+    bool configureStrips(const QString& ctlId, AbsRGBControllerPtr controller);
+    void watchStyleSheet();
+    void reloadStyleSheet(const QString& path);
+    void showHomePage();
+    bool controlPageShows(const QString& ctlId) const;
+    AbsRGBControllerPtr pageController();
+
+    MainWindow mainWindow;
+    DeviceManager deviceManager;
+    EffectsManager effectsManager;
+    bool allOn = true;
+    QFileSystemWatcher* styleWatcher = nullptr;
+};

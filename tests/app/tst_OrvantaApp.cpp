@@ -1,0 +1,433 @@
+#include "ConfigurationManager.h"
+#include "ControlPage.h"
+#include "ControllerConfigDialog.h"
+#include "HomePage.h"
+#include "LanguageManager.h"
+#include "LogCapture.h"
+#include "OrvantaApp.h"
+#include "TestFiles.h"
+#include "VirtualLedDevice.h"
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QDir>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMenu>
+#include <QPushButton>
+#include <QRadioButton>
+#include <QSlider>
+#include <QSpinBox>
+#include <QStackedWidget>
+#include <QSystemTrayIcon>
+#include <QTimer>
+#include <QToolButton>
+#include <QtTest>
+
+#include <memory>
+
+using Rgb = VirtualLedDevice::Rgb;
+
+namespace {
+constexpr int kFoundMs = 15000;
+const QString kSingle = QStringLiteral("com.orvanta.singleColor.singleColor1");
+
+// "OV5512,AAAA" answers with the id "OV5512:41414141": the serial travels as hexadecimal.
+QString idOf(const QString& model, const QByteArray& serial)
+{
+    return model + ':' + QString::fromLatin1(serial.toHex().toUpper());
+}
+
+// A virtual strip behind a stable link that the program is told to probe.
+struct Strip
+{
+    VirtualLedDevice device;
+    QString id;
+
+    Strip(const QString& model, const QByteArray& serial, const QString& link)
+    {
+        device.setReply(model.toLatin1() + ',' + serial + "\r\n");
+        device.open(link);
+        id = idOf(model, serial);
+    }
+};
+
+// Settings stored for a device before the program starts, as a previous run would leave them.
+// A stored record is read whole, so it carries the model's lines unless `values` says otherwise.
+void storeDevice(const QString& id, const QJsonObject& values)
+{
+    QJsonObject& obj = ConfigurationManager::instance()->controllerJsonObj(id);
+    const bool wide = id.startsWith(QLatin1String("OV5512"));
+    obj.insert("nbLeds", wide ? 72 : 24);
+    obj.insert("lines", wide ? QJsonArray{18, 36, 18} : QJsonArray{24});
+    for (auto it = values.begin(); it != values.end(); ++it) {
+        obj.insert(it.key(), it.value());
+    }
+    ConfigurationManager::instance()->saveControllerJsonObj(id);
+}
+
+template <typename T> T* child(QWidget* root, const char* name)
+{
+    return root->findChild<T*>(QLatin1String(name));
+}
+} // namespace
+
+// The application end to end in one process: real discovery on virtual strips, the real window.
+class TestOrvantaApp : public QObject
+{
+    Q_OBJECT
+private:
+    QString linkDir;
+    std::unique_ptr<OrvantaApp> app;
+
+    QString link(const QString& name) const { return linkDir + '/' + name; }
+
+    // Starts the program and waits until `count` devices are bound.
+    bool start(int count)
+    {
+        qputenv("ORVANTA_EXTRA_PORTS", (linkDir + "/strip*").toUtf8());
+        app.reset(new OrvantaApp);
+        return QTest::qWaitFor([&] { return app->devices().controllerNames().size() == count; }, kFoundMs);
+    }
+
+    void stop()
+    {
+        app.reset();
+        TestFiles::flushDeletes();
+    }
+
+    // For a person to look at: the window on both pages, in the build folder.
+    void saveScreenshots(const QString& tag)
+    {
+        QDir().mkpath("screenshots");
+        MainWindow& window = app->window();
+        window.showNormal();
+        stack()->setCurrentWidget(window.homePage());
+        QVERIFY(window.grab().save("screenshots/home_" + tag + ".png"));
+        stack()->setCurrentWidget(window.controlPage());
+        QVERIFY(window.grab().save("screenshots/control_" + tag + ".png"));
+    }
+
+    QStackedWidget* stack() { return child<QStackedWidget>(&app->window(), "mainStackedWidget"); }
+
+    QToolButton* deviceButton(const QString& id)
+    {
+        for (QToolButton* b : app->window().homePage()->findChildren<QToolButton*>()) {
+            if (b->property("controllerId").toString() == id) {
+                return b;
+            }
+        }
+        return nullptr;
+    }
+
+    void openDevice(const QString& id)
+    {
+        QToolButton* button = deviceButton(id);
+        QVERIFY(button);
+        QTest::mouseClick(button, Qt::LeftButton, {}, QPoint(button->width() / 2, 20));
+        QCOMPARE(stack()->currentWidget(), app->window().controlPage());
+    }
+
+    QJsonObject stored(const QString& id)
+    {
+        ConfigurationManager::instance()->save();
+        return TestFiles::readJson(ConfigurationManager::instance()->configPath() + "/controllers/" +
+                                   QUrl::toPercentEncoding(id) + ".json");
+    }
+
+private slots:
+    void initTestCase()
+    {
+        // The program's data as installed beside it: groups, pictures, model defaults, languages.
+        const QString bin = QStringLiteral(ORVANTA_BIN_DIR);
+        for (const char* folder : {"effects", "images", "controler_config", "languages"}) {
+            QVERIFY(TestFiles::copyTree(bin + '/' + folder, QDir::currentPath() + '/' + folder));
+        }
+        linkDir = QDir::currentPath() + "/links";
+        QDir(linkDir).removeRecursively();
+        QVERIFY(QDir().mkpath(linkDir));
+    }
+
+    void init() { ConfigurationManager::instance()->reset(); }
+    void cleanup() { stop(); }
+
+    // What a device runs when it arrives: its stored effect, or single colour for anything unknown.
+    void arrivalPicksEffect_data()
+    {
+        QTest::addColumn<QString>("storedEffect");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("nothing stored") << QString() << kSingle;
+        QTest::newRow("stored colour map") << "com.orvanta.colorful.ColorMap_4"
+                                           << "com.orvanta.colorful.ColorMap_4";
+        QTest::newRow("effect gone") << "com.orvanta.colorful.removed" << kSingle;
+    }
+    void arrivalPicksEffect()
+    {
+        QFETCH(QString, storedEffect);
+        QFETCH(QString, expected);
+        Strip strip("OV5512", "AAAA", link("strip1"));
+        if (!storedEffect.isEmpty()) {
+            storeDevice(strip.id, {{"workMode", "com.orvanta.colorful"}, {"subMode", storedEffect}});
+        }
+        QVERIFY(start(1));
+        QCOMPARE(app->devices().controlOptions(strip.id).subMode, expected);
+        QCOMPARE(stored(strip.id).value("subMode").toString(), expected);
+        QTRY_VERIFY_WITH_TIMEOUT(strip.device.frameCount() > 2 && strip.device.lastCount() == 72, kFoundMs);
+        if (storedEffect.isEmpty()) {
+            openDevice(strip.id);
+            saveScreenshots("zh");
+        }
+
+        // Announced again: the device is bound anew and keeps running.
+        emit app->devices().newController(strip.id);
+        const int frames = strip.device.frameCount();
+        QTRY_VERIFY(strip.device.frameCount() > frames + 2);
+        QCOMPARE(app->devices().controlOptions(strip.id).subMode, expected);
+    }
+
+    // The strip dialog at arrival: every line lit in its colour while the user types.
+    void stripDialog_data()
+    {
+        QTest::addColumn<bool>("accept");
+        QTest::newRow("accepted") << true;
+        QTest::newRow("cancelled") << false;
+    }
+    void stripDialog()
+    {
+        QFETCH(bool, accept);
+        Strip strip("OV5512", "BBBB", link("strip1"));
+        storeDevice(strip.id, {{"nbLeds", 60}, {"lines", QJsonArray{30, 20}}, {"brightness", 1.0}});
+        LogCapture log;
+        bool sawDialog = false;
+
+        // The dialog runs its own loop inside the arrival, so the user's part runs from a timer.
+        auto* poll = new QTimer(this);
+        connect(poll, &QTimer::timeout, this, [&, poll] {
+            auto* dialog = qobject_cast<ControllerConfigDialog*>(QApplication::activeModalWidget());
+            if (!dialog) {
+                return;
+            }
+            poll->deleteLater();
+            sawDialog = true;
+            auto finish = qScopeGuard([&] { accept ? dialog->accept() : dialog->reject(); });
+            auto* add = child<QPushButton>(dialog, "addBtn");
+            for (int i = 0; i < 3; ++i) {
+                add->click();
+            }
+            const QList<QSpinBox*> boxes = dialog->findChildren<QSpinBox*>();
+            QCOMPARE(boxes.size(), 3);
+            for (int i = 0; i < 3; ++i) {
+                boxes[i]->setValue(10 * (i + 1));
+            }
+            QTRY_COMPARE(strip.device.lastCount(), uint16_t(60));
+            QVector<Rgb> colors = strip.device.lastColors();
+            QCOMPARE(colors[0], (Rgb{255, 0, 0}));
+            QCOMPARE(colors[10], (Rgb{0, 128, 0}));
+            QCOMPARE(colors[59], (Rgb{255, 165, 0}));
+            // Lowered: the frame keeps its 60 LEDs, the dropped ones dark.
+            boxes[2]->setValue(5);
+            QTRY_COMPARE(strip.device.lastColors().value(35), (Rgb{0, 0, 0}));
+            QCOMPARE(strip.device.lastCount(), uint16_t(60));
+            QCOMPARE(strip.device.lastColors()[34], (Rgb{255, 165, 0}));
+            QDir().mkpath("screenshots");
+            dialog->grab().save("screenshots/strip_dialog.png");
+        });
+        poll->start(20);
+
+        qputenv("ORVANTA_EXTRA_PORTS", (linkDir + "/strip*").toUtf8());
+        app.reset(new OrvantaApp);
+        QTRY_VERIFY_WITH_TIMEOUT(sawDialog, kFoundMs);
+        QVERIFY(!QTest::currentTestFailed());
+        if (accept) {
+            QTRY_COMPARE(app->devices().controllerNames(), QStringList{strip.id});
+            QCOMPARE(stored(strip.id).value("nbLeds").toInt(), 35);
+            QCOMPARE(stored(strip.id).value("lines").toArray(), (QJsonArray{10, 20, 5}));
+        } else {
+            QTRY_VERIFY(log.contains("没有正确地配置LED灯珠，控制器已被释放"));
+            QVERIFY(app->devices().controllerNames().isEmpty());
+            QCOMPARE(stored(strip.id).value("lines").toArray(), (QJsonArray{30, 20}));
+        }
+    }
+
+    // The pages drive the device: rename, brightness, on/off, direction, group and effect.
+    void pagesDriveTheDevice()
+    {
+        Strip strip("OV2408", "CCCC", link("strip1"));
+        storeDevice(strip.id, {{"brightness", 1.0}});
+        ConfigurationManager::instance()->setEffectVariant(kSingle, strip.id, "color",
+                                                           QColor(200, 100, 40).rgb());
+        QVERIFY(start(1));
+        QTRY_COMPARE(strip.device.lastColors().value(0), (Rgb{200, 100, 40}));
+
+        // Rename in the lowest strip of the device button; the page does not open.
+        QToolButton* button = deviceButton(strip.id);
+        QVERIFY(button);
+        const QPoint strip18(button->width() / 2, button->height() - 5);
+        QTest::mousePress(button, Qt::LeftButton, {}, strip18);
+        QTest::mouseRelease(button, Qt::LeftButton, {}, strip18);
+        auto* edit = button->findChild<QLineEdit*>();
+        QVERIFY(edit && edit->isVisible());
+        edit->selectAll();
+        QTest::keyClicks(edit, "Desk");
+        QTest::keyClick(edit, Qt::Key_Return);
+        QCOMPARE(app->devices().controlOptions(strip.id).kindName, QString("Desk"));
+        QCOMPARE(stack()->currentWidget(), app->window().homePage());
+
+        openDevice(strip.id);
+        ControlPage* page = app->window().controlPage();
+        child<QSlider>(page, "brightnessSlider")->setValue(50);
+        QTRY_COMPARE(strip.device.lastColors().value(0), (Rgb{100, 50, 20}));
+        child<QRadioButton>(page, "installDirectionRTLButton")->click();
+        QCOMPARE(app->devices().controlOptions(strip.id).installDirection, 1u);
+        child<QRadioButton>(page, "LEDDisableButton")->click();
+        QTRY_COMPARE(strip.device.lastColors().value(0), (Rgb{0, 0, 0}));
+        child<QRadioButton>(page, "LEDEnableButton")->click();
+
+        // A group of one effect has no sub-mode row; the colourful group shows its effects.
+        QWidget* workersRegion = child<QWidget>(page, "workersRegion");
+        QVERIFY(workersRegion->isHidden());
+        QRadioButton* colorful = nullptr;
+        for (QRadioButton* b : child<QWidget>(page, "workGroupContainer")->findChildren<QRadioButton*>()) {
+            if (b->toolTip() == app->effects().group("com.orvanta.colorful").desc) {
+                colorful = b;
+            }
+        }
+        QVERIFY(colorful);
+        colorful->click();
+        QCOMPARE(app->devices().controlOptions(strip.id).subMode,
+                 QString("com.orvanta.colorful.flowingEffect"));
+        QVERIFY(!workersRegion->isHidden());
+        const QList<QRadioButton*> effects =
+            child<QWidget>(page, "workerContainer")->findChildren<QRadioButton*>();
+        QVERIFY(effects.size() > 1);
+        QAbstractButton* other = effects.first()->isChecked() ? effects.last() : effects.first();
+        other->click();
+        const QString chosen = app->devices().controlOptions(strip.id).subMode;
+        QVERIFY(chosen != "com.orvanta.colorful.flowingEffect");
+
+        // All of it survives a restart.
+        stop();
+        QVERIFY(start(1));
+        const ControlOptions options = app->devices().controlOptions(strip.id);
+        QCOMPARE(options.kindName, QString("Desk"));
+        QCOMPARE(options.brightness, 0.5f);
+        QCOMPARE(options.installDirection, 1u);
+        QCOMPARE(options.subMode, chosen);
+    }
+
+    // A failed device is unbound, and a control page that showed it goes back home.
+    void failureReturnsHome()
+    {
+        Strip strip("OV5512", "DDDD", link("strip1"));
+        QVERIFY(start(1));
+        openDevice(strip.id);
+        strip.device.close();
+        QTRY_VERIFY_WITH_TIMEOUT(app->devices().controllerNames().isEmpty(), kFoundMs);
+        QCOMPARE(stack()->currentWidget(), app->window().homePage());
+        QVERIFY(!deviceButton(strip.id));
+    }
+
+    // The hotkey bodies over several devices.
+    void hotkeyBodies()
+    {
+        Strip a("OV5512", "AAAA", link("strip1"));
+        Strip b("OV5512", "BBBB", link("strip2"));
+        Strip c("OV2408", "CCCC", link("strip3"));
+        storeDevice(a.id, {{"brightness", 0.95}});
+        storeDevice(b.id, {{"brightness", 0.05},
+                           {"workMode", "com.orvanta.colorful"},
+                           {"subMode", "com.orvanta.colorful.moodShadow"}});
+        QVERIFY(start(3));
+        EffectsManager& effects = app->effects();
+        auto next = [&](const QString& g) { return effects.nextGroup(g); };
+        auto previous = [&](const QString& g) { return effects.previousGroup(g); };
+
+        // The devices differ, so the step starts from the screen group.
+        const QString afterScreen = effects.nextGroup("com.orvanta.screenSync");
+        app->switchGroup(next);
+        for (const QString& id : {a.id, b.id, c.id}) {
+            QCOMPARE(app->devices().controlOptions(id).workMode, afterScreen);
+        }
+        // All alike now: one step back from there, every device on that group's default.
+        const QString back = effects.previousGroup(afterScreen);
+        app->switchGroup(previous);
+        for (const QString& id : {a.id, b.id, c.id}) {
+            QCOMPARE(app->devices().controlOptions(id).subMode, effects.defaultEffect(back));
+        }
+
+        openDevice(a.id);
+        app->stepBrightness(0.1f);
+        QCOMPARE(app->devices().controlOptions(a.id).brightness, 1.0f);
+        QCOMPARE(child<QSlider>(app->window().controlPage(), "brightnessSlider")->value(), 100);
+        app->stepBrightness(-0.1f);
+        app->stepBrightness(-0.1f);
+        QCOMPARE(app->devices().controlOptions(b.id).brightness, 0.0f);
+        QVERIFY(qAbs(app->devices().controlOptions(c.id).brightness - 0.5f) < 1e-6f);
+
+        // An empty device list changes nothing and says so.
+        stop();
+        a.device.close();
+        b.device.close();
+        c.device.close();
+        LogCapture log;
+        QVERIFY(start(0));
+        app->switchGroup(next);
+        QVERIFY(log.contains("[OrvantaApp]: The controller list is empty", QtCriticalMsg));
+    }
+
+    // Showing, hiding and quitting the window; the program's state is saved on the way out.
+    void windowLife()
+    {
+        Strip strip("OV5512", "EEEE", link("strip1"));
+        qApp->setProperty("isAutoStartup", true);
+        QVERIFY(start(1));
+        qApp->setProperty("isAutoStartup", false);
+        MainWindow& window = app->window();
+        QVERIFY(!window.isVisible() || window.isMinimized());
+
+        // Without a tray, closing only minimises: a hidden window would have no way back.
+        window.showNormal();
+        child<QToolButton>(&window, "toolButton_close")->click();
+        QVERIFY(window.trayAvailable() ? window.isHidden() : window.isMinimized());
+        window.hide();
+        app->onShowRequested();
+        QVERIFY(window.isVisible() && !window.isMinimized());
+        window.showMinimized();
+        app->onShowRequested();
+        QVERIFY(window.isMinimized());
+
+        // The tray's quit entry ends the loop; the black frame follows when the program goes.
+        QMenu* menu = window.findChild<QMenu*>();
+        QVERIFY(menu);
+        QAction* quit = menu->actions().last();
+        LogCapture log;
+        QTimer::singleShot(0, quit, &QAction::trigger);
+        QCOMPARE(QCoreApplication::exec(), 0);
+        QVERIFY(log.contains("[OrvantaApp]: The application is exiting..."));
+        stop();
+        QTRY_COMPARE(strip.device.lastColors().value(0), (Rgb{0, 0, 0}));
+        QCOMPARE(stored(strip.id).value("subMode").toString(), kSingle);
+    }
+
+    // English relabels the open window at once; the title stays the program's name.
+    void languageChange()
+    {
+        Strip strip("OV5512", "FFFF", link("strip1"));
+        QVERIFY(start(1));
+        openDevice(strip.id);
+        MainWindow& window = app->window();
+        LanguageManager::instance()->setLanguage("en");
+        QTRY_COMPARE(child<QPushButton>(&window, "pushButton_home")->text(), QString("Home"));
+        QCOMPARE(window.findChild<QMenu*>()->actions().last()->text(), QString("Quit"));
+        QCOMPARE(child<QLabel>(window.controlPage(), "brightnessHeader")->text(), QString("  Brightness"));
+        QCOMPARE(child<QLabel>(window.homePage(), "label_3")->text(), QString("Lighting devices"));
+        QCOMPARE(window.windowTitle(), QString("Orvanta"));
+        saveScreenshots("en");
+        // No file for the source language: the translator goes and the Chinese texts come back.
+        LanguageManager::instance()->setLanguage("zh");
+        QTRY_COMPARE(child<QPushButton>(&window, "pushButton_home")->text(), QString("首页"));
+    }
+};
+
+QTEST_MAIN(TestOrvantaApp)
+#include "tst_OrvantaApp.moc"

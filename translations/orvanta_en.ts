@@ -1,0 +1,254 @@
+<?xml version="1.0" encoding="utf-8"?>
+<!DOCTYPE TS>
+<TS version="2.1" language="en_US" sourcelanguage="zh_CN">
+  <context>
+    <name>ControlPage</name>
+    <message>
+      <source>  工作状态</source>
+      <translation>  Status</translation>
+    </message>
+    <message>
+      <source>开灯</source>
+      <translation>On</translation>
+    </message>
+    <message>
+      <source>关灯</source>
+      <translation>Off</translation>
+    </message>
+    <message>
+      <source>  安装方式</source>
+      <translation>  Direction</translation>
+    </message>
+    <message>
+      <source>从左至右</source>
+      <translation>Left to right</translation>
+    </message>
+    <message>
+      <source>从右至左</source>
+      <translation>Right to left</translation>
+    </message>
+    <message>
+      <source>  亮度</source>
+      <translation>  Brightness</translation>
+    </message>
+    <message>
+      <source>  工作模式</source>
+      <translation>  Mode</translation>
+    </message>
+    <message>
+      <source>  子模式</source>
+      <translation>  Effect</translation>
+    </message>
+    <message>
+      <source>  其他选项</source>
+      <translation>  Options</translation>
+    </message>
+  </context>
+  <context>
+    <name>ControllerConfigDialog</name>
+    <message>
+      <source>灯带配置</source>
+      <translation>Strip setup</translation>
+    </message>
+    <message>
+      <source>总计 0 个LED灯珠</source>
+      <translation>0 LEDs in all</translation>
+    </message>
+    <message>
+      <source>添加</source>
+      <translation>Add</translation>
+    </message>
+    <message>
+      <source>删除</source>
+      <translation>Remove</translation>
+    </message>
+    <message>
+      <source>确定</source>
+      <translation>OK</translation>
+    </message>
+    <message>
+      <source>取消</source>
+      <translation>Cancel</translation>
+    </message>
+    <message>
+      <source>line %1</source>
+      <translation>line %1</translation>
+    </message>
+    <message>
+      <source>总计 %1 个LED灯珠</source>
+      <translation>%1 LEDs in all</translation>
+    </message>
+  </context>
+  <context>
+    <name>EffectNames</name>
+    <message>
+      <source>单色模式</source>
+      <translation>Single colour</translation>
+    </message>
+    <message>
+      <source>流光异彩</source>
+      <translation>Flowing rainbow</translation>
+    </message>
+    <message>
+      <source>影随心动</source>
+      <translation>Mood shadow</translation>
+    </message>
+    <message>
+      <source>幻彩模式 3</source>
+      <translation>Colour map 3</translation>
+    </message>
+    <message>
+      <source>幻彩模式 4</source>
+      <translation>Colour map 4</translation>
+    </message>
+    <message>
+      <source>幻彩模式 5</source>
+      <translation>Colour map 5</translation>
+    </message>
+    <message>
+      <source>幻彩模式 6</source>
+      <translation>Colour map 6</translation>
+    </message>
+    <message>
+      <source>幻彩模式 7</source>
+      <translation>Colour map 7</translation>
+    </message>
+    <message>
+      <source>幻彩模式 8</source>
+      <translation>Colour map 8</translation>
+    </message>
+    <message>
+      <source>全屏模式</source>
+      <translation>Full screen</translation>
+    </message>
+    <message>
+      <source>半屏-上</source>
+      <translation>Top edge</translation>
+    </message>
+    <message>
+      <source>半屏-下</source>
+      <translation>Bottom edge</translation>
+    </message>
+    <message>
+      <source>半屏-左</source>
+      <translation>Left edge</translation>
+    </message>
+    <message>
+      <source>半屏-右</source>
+      <translation>Right edge</translation>
+    </message>
+    <message>
+      <source>电影模式</source>
+      <translation>Cinema</translation>
+    </message>
+    <message>
+      <source>音乐模式1</source>
+      <translation>Level meter</translation>
+    </message>
+    <message>
+      <source>音乐模式2</source>
+      <translation>Mood pulse</translation>
+    </message>
+    <message>
+      <source>音乐模式3</source>
+      <translation>Peak colour</translation>
+    </message>
+    <message>
+      <source>音乐模式4</source>
+      <translation>Spectrum</translation>
+    </message>
+  </context>
+  <context>
+    <name>GroupInformation</name>
+    <message>
+      <source>单色模式</source>
+      <translation>Single colour</translation>
+    </message>
+    <message>
+      <source>炫彩模式</source>
+      <translation>Colourful</translation>
+    </message>
+    <message>
+      <source>屏幕同步</source>
+      <translation>Screen sync</translation>
+    </message>
+    <message>
+      <source>音乐律动</source>
+      <translation>Music</translation>
+    </message>
+  </context>
+  <context>
+    <name>HomePage</name>
+    <message>
+      <source>灯光设备</source>
+      <translation>Lighting devices</translation>
+    </message>
+  </context>
+  <context>
+    <name>MainWindow</name>
+    <message>
+      <source>Orvanta</source>
+      <translation>Orvanta</translation>
+    </message>
+    <message>
+      <source>首页</source>
+      <translation>Home</translation>
+    </message>
+    <message>
+      <source>Alt+H</source>
+      <translation>Alt+H</translation>
+    </message>
+    <message>
+      <source>设置</source>
+      <translation>Settings</translation>
+    </message>
+    <message>
+      <source>Alt+S</source>
+      <translation>Alt+S</translation>
+    </message>
+    <message>
+      <source>帮助</source>
+      <translation>Help</translation>
+    </message>
+    <message>
+      <source>Alt+E</source>
+      <translation>Alt+E</translation>
+    </message>
+    <message>
+      <source>全关</source>
+      <translation>All off</translation>
+    </message>
+    <message>
+      <source>Alt+N</source>
+      <translation>Alt+N</translation>
+    </message>
+    <message>
+      <source>全开</source>
+      <translation>All on</translation>
+    </message>
+    <message>
+      <source>Alt+O</source>
+      <translation>Alt+O</translation>
+    </message>
+    <message>
+      <source>new</source>
+      <translation>new</translation>
+    </message>
+    <message>
+      <source>退出</source>
+      <translation>Quit</translation>
+    </message>
+    <message>
+      <source>检测到新版本，是否下载最新安装包？</source>
+      <translation>A new version is available. Download the latest installer?</translation>
+    </message>
+    <message>
+      <source>是</source>
+      <translation>Yes</translation>
+    </message>
+    <message>
+      <source>否</source>
+      <translation>No</translation>
+    </message>
+  </context>
+</TS>
