@@ -6,8 +6,33 @@
 #include <QDebug>
 #include <QEvent>
 #include <QGridLayout>
+#include <QPainter>
+#include <QPainterPath>
 #include <QRadioButton>
 #include <QSpacerItem>
+
+namespace {
+
+// Effect pictures are square and the buttons round: the picture is cut to a circle a little
+// smaller than the button, so the button's own colour shows as a ring, orange when chosen.
+QIcon roundIcon(const QIcon& icon, qreal ratio)
+{
+    constexpr int side = 100;
+    constexpr int inset = 5;
+    QPixmap canvas(QSize(side, side) * ratio);
+    canvas.setDevicePixelRatio(ratio);
+    canvas.fill(Qt::transparent);
+    QPainter painter(&canvas);
+    painter.setRenderHints(QPainter::Antialiasing | QPainter::SmoothPixmapTransform);
+    const QRectF inner(inset, inset, side - 2 * inset, side - 2 * inset);
+    QPainterPath circle;
+    circle.addEllipse(inner);
+    painter.setClipPath(circle);
+    painter.drawPixmap(inner, icon.pixmap(QSize(side, side) * ratio), QRectF());
+    return QIcon(canvas);
+}
+
+} // namespace
 
 ControlPage::ControlPage(QWidget* parent)
     : QWidget(parent)
@@ -141,7 +166,7 @@ void ControlPage::setWorkers(QMap<QString, WorkerModel> newWorkers, QString curr
             fileName.replace(QLatin1Char('.'), QLatin1Char('_'));
             icon = QIcon(QStringLiteral("images/icons/%1.png").arg(fileName));
         }
-        button->setIcon(icon);
+        button->setIcon(icon.isNull() ? icon : roundIcon(icon, devicePixelRatioF()));
         button->setIconSize(QSize(100, 100));
         button->setFixedSize(100, 100);
         button->setToolTip(

@@ -100,12 +100,15 @@ private:
     void saveScreenshots(const QString& tag)
     {
         QDir().mkpath("screenshots");
+        const QString name = "screenshots/%1_" + tag + QString("_%1x.png").arg(qApp->devicePixelRatio());
         MainWindow& window = app->window();
         window.showNormal();
         stack()->setCurrentWidget(window.homePage());
-        QVERIFY(window.grab().save("screenshots/home_" + tag + ".png"));
+        QTest::qWait(100); // buttons added to a shown page appear through a queued call
+        QVERIFY(window.grab().save(name.arg("home")));
         stack()->setCurrentWidget(window.controlPage());
-        QVERIFY(window.grab().save("screenshots/control_" + tag + ".png"));
+        QTest::qWait(100);
+        QVERIFY(window.grab().save(name.arg("control")));
     }
 
     QStackedWidget* stack() { return child<QStackedWidget>(&app->window(), "mainStackedWidget"); }
@@ -422,10 +425,32 @@ private slots:
         QCOMPARE(child<QLabel>(window.controlPage(), "brightnessHeader")->text(), QString("  Brightness"));
         QCOMPARE(child<QLabel>(window.homePage(), "label_3")->text(), QString("Lighting devices"));
         QCOMPARE(window.windowTitle(), QString("Orvanta"));
+        // Group and effect names come from data; each of the catalogue has its English.
+        for (const QString& groupId : app->effects().groupIds()) {
+            const EffectGroup group = app->effects().group(groupId);
+            QVERIFY2(QCoreApplication::translate("GroupInformation", qPrintable(group.name)) != group.name,
+                     qPrintable(group.name));
+            for (const QString& effectId : group.effects) {
+                const QString name = app->effects().workerOptions(effectId).name;
+                QVERIFY2(QCoreApplication::translate("EffectNames", qPrintable(name)) != name,
+                         qPrintable(name));
+            }
+        }
         saveScreenshots("en");
+        // The colourful group shows its effect buttons: one picture per language of those too.
+        for (QRadioButton* b :
+             child<QWidget>(window.controlPage(), "workGroupContainer")->findChildren<QRadioButton*>()) {
+            if (b->toolTip() == app->effects().group("com.orvanta.colorful").desc) {
+                b->click();
+            }
+        }
+        const QString name = QString("screenshots/effects_%2_%1x.png").arg(qApp->devicePixelRatio());
+        QTest::qWait(100);
+        QVERIFY(window.grab().save(name.arg("en")));
         // No file for the source language: the translator goes and the Chinese texts come back.
         LanguageManager::instance()->setLanguage("zh");
         QTRY_COMPARE(child<QPushButton>(&window, "pushButton_home")->text(), QString("首页"));
+        QVERIFY(window.grab().save(name.arg("zh")));
     }
 };
 
