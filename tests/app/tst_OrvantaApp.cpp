@@ -105,7 +105,10 @@ private:
         window.showNormal();
         stack()->setCurrentWidget(window.homePage());
         QTest::qWait(100); // buttons added to a shown page appear through a queued call
-        QVERIFY(window.grab().save(name.arg("home")));
+        const QImage home = window.grab().toImage();
+        QVERIFY(home.save(name.arg("home")));
+        // The dark theme reached the window: the device panel's ground.
+        QCOMPARE(home.pixelColor(QPoint(1200, 300) * window.devicePixelRatioF()), QColor(34, 34, 34));
         stack()->setCurrentWidget(window.controlPage());
         QTest::qWait(100);
         QVERIFY(window.grab().save(name.arg("control")));
@@ -421,6 +424,9 @@ private slots:
         MainWindow& window = app->window();
         LanguageManager::instance()->setLanguage("en");
         QTRY_COMPARE(child<QPushButton>(&window, "pushButton_home")->text(), QString("Home"));
+        // Setting a button's text drops its shortcut: relabelling must set it again.
+        QCOMPARE(child<QPushButton>(&window, "pushButton_home")->shortcut(), QKeySequence("Alt+H"));
+        QCOMPARE(window.findChild<QMenu*>()->actions().first()->text(), QString("Settings"));
         QCOMPARE(window.findChild<QMenu*>()->actions().last()->text(), QString("Quit"));
         QCOMPARE(child<QLabel>(window.controlPage(), "brightnessHeader")->text(), QString("  Brightness"));
         QCOMPARE(child<QLabel>(window.homePage(), "label_3")->text(), QString("Lighting devices"));

@@ -20,28 +20,11 @@
 #include <QTest>
 #include <QTimer>
 #include <QToolButton>
-#include <QTranslator>
 #include <memory>
 #include <xcb/xcb.h>
 
 namespace {
 const QString firstId = QStringLiteral("OV5512:00000001");
-
-// English for a handful of source texts, without a .qm file.
-class EnglishTranslator : public QTranslator
-{
-public:
-    QString translate(const char* context, const char* source, const char*, int) const override
-    {
-        static const QHash<QString, QString> english{{"MainWindow/首页", "Home"},
-                                                     {"MainWindow/全开", "All on"},
-                                                     {"MainWindow/设置", "Settings"},
-                                                     {"MainWindow/退出", "Quit"},
-                                                     {"HomePage/灯光设备", "Devices"}};
-        return english.value(QString::fromUtf8(context) + '/' + QString::fromUtf8(source));
-    }
-    bool isEmpty() const override { return false; }
-};
 
 // Takes the X selection that a desktop's tray holds, so that the program sees a tray; the
 // selection goes with the returned connection. Null without an X server.
@@ -114,7 +97,6 @@ private slots:
     void trayThatAppearsLater();
     void newVersionButton_data();
     void newVersionButton();
-    void languageChangeRelabels();
     void deviceRows_data();
     void deviceRows();
     void renameStrip_data();
@@ -122,8 +104,6 @@ private slots:
     void renameCommit_data();
     void renameCommit();
     void failedAdImageKeepsPicture();
-    void screenshot();
-    void quitEntryQuits();
 };
 
 void TestMainWindow::dragRule_data()
@@ -256,26 +236,6 @@ void TestMainWindow::newVersionButton()
     QCOMPARE(update.count(), stays ? 0 : 1);
 }
 
-void TestMainWindow::languageChangeRelabels()
-{
-    MainWindow w;
-    w.show();
-    auto* home = child<QPushButton>(&w, "pushButton_home");
-    const QList<QAction*> entries = w.findChild<QSystemTrayIcon*>()->contextMenu()->actions();
-    EnglishTranslator english;
-    QCoreApplication::installTranslator(&english);
-    QTRY_COMPARE(home->text(), QStringLiteral("Home"));
-    QCOMPARE(child<QPushButton>(&w, "pushButton_on")->text(), QStringLiteral("All on"));
-    QCOMPARE(entries.first()->text(), QStringLiteral("Settings"));
-    QCOMPARE(entries.last()->text(), QStringLiteral("Quit"));
-    QCOMPARE(child<QLabel>(w.homePage(), "label_3")->text(), QStringLiteral("Devices"));
-    QCOMPARE(w.windowTitle(), QStringLiteral("Orvanta"));
-    // Setting a button's text drops its shortcut: relabelling must set it again.
-    QCOMPARE(home->shortcut(), QKeySequence(QStringLiteral("Alt+H")));
-    QCoreApplication::removeTranslator(&english);
-    QTRY_COMPARE(home->text(), QStringLiteral("首页"));
-}
-
 void TestMainWindow::deviceRows_data()
 {
     QTest::addColumn<int>("count");
@@ -397,41 +357,6 @@ void TestMainWindow::failedAdImageKeepsPicture()
     page.setADBox1(dir.filePath(QStringLiteral("missing.png")), QStringLiteral("http://127.0.0.1/other"));
     QCOMPARE(box->img().size(), QSize(40, 80));
     QVERIFY(log.contains(QStringLiteral("[HomePage]: Feilad to load AD iamge. path:")));
-}
-
-// Saves the window for a person to look at, and checks that the theme and pictures reached it.
-void TestMainWindow::screenshot()
-{
-    MainWindow w;
-    w.homePage()->setControllerList(devices(3));
-    w.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&w));
-    const QImage shot = w.grab().toImage();
-    QVERIFY(QDir().mkpath(QStringLiteral("screenshots")));
-    QVERIFY(shot.save(QStringLiteral("screenshots/main_window@%1x.png").arg(w.devicePixelRatioF())));
-    const QColor ground(34, 34, 34);
-    QCOMPARE(shot.pixelColor(QPoint(1200, 300) * w.devicePixelRatioF()), ground);
-    const QImage logo = child<QLabel>(&w, "label_logo")->grab().toImage();
-    int drawn = 0;
-    for (int x = 0; x < logo.width(); ++x) {
-        drawn += logo.pixelColor(x, logo.height() / 2) != ground;
-    }
-    QVERIFY(drawn > logo.width() / 4);
-}
-
-// Runs last: it ends the event loop of the application.
-void TestMainWindow::quitEntryQuits()
-{
-    MainWindow w;
-    QSignalSpy quitting(qApp, &QCoreApplication::aboutToQuit);
-    QTimer::singleShot(0, w.findChild<QSystemTrayIcon*>()->contextMenu()->actions().last(),
-                       &QAction::trigger);
-    // Should the entry not quit, the loop ends with another code.
-    QTimer fallback;
-    connect(&fallback, &QTimer::timeout, qApp, []() { QCoreApplication::exit(3); });
-    fallback.start(5000);
-    QCOMPARE(QCoreApplication::exec(), 0);
-    QCOMPARE(quitting.count(), 1);
 }
 
 QTEST_MAIN(TestMainWindow)
