@@ -19,6 +19,10 @@ QIcon roundIcon(const QIcon& icon, qreal ratio)
 {
     constexpr int side = 100;
     constexpr int inset = 5;
+    const QPixmap picture = icon.pixmap(QSize(side, side) * ratio);
+    if (picture.isNull()) {
+        return icon;
+    }
     QPixmap canvas(QSize(side, side) * ratio);
     canvas.setDevicePixelRatio(ratio);
     canvas.fill(Qt::transparent);
@@ -28,7 +32,7 @@ QIcon roundIcon(const QIcon& icon, qreal ratio)
     QPainterPath circle;
     circle.addEllipse(inner);
     painter.setClipPath(circle);
-    painter.drawPixmap(inner, icon.pixmap(QSize(side, side) * ratio), QRectF());
+    painter.drawPixmap(inner, picture, QRectF());
     return QIcon(canvas);
 }
 
@@ -166,7 +170,7 @@ void ControlPage::setWorkers(QMap<QString, WorkerModel> newWorkers, QString curr
             fileName.replace(QLatin1Char('.'), QLatin1Char('_'));
             icon = QIcon(QStringLiteral("images/icons/%1.png").arg(fileName));
         }
-        button->setIcon(icon.isNull() ? icon : roundIcon(icon, devicePixelRatioF()));
+        button->setIcon(roundIcon(icon, devicePixelRatioF()));
         button->setIconSize(QSize(100, 100));
         button->setFixedSize(100, 100);
         button->setToolTip(

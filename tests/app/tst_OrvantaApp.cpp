@@ -443,13 +443,16 @@ private slots:
             }
         }
         saveScreenshots("en");
-        // The colourful group shows its effect buttons: one picture per language of those too.
+        // The group buttons were relabelled too; the colourful one shows its effect buttons, which
+        // get a picture per language as well.
+        QRadioButton* colourful = nullptr;
         for (QRadioButton* b :
              child<QWidget>(window.controlPage(), "workGroupContainer")->findChildren<QRadioButton*>()) {
-            if (b->toolTip() == app->effects().group("com.orvanta.colorful").desc) {
-                b->click();
-            }
+            colourful = b->text() == "Colourful" ? b : colourful;
         }
+        QVERIFY(colourful);
+        colourful->click();
+        QVERIFY(child<QLabel>(window.controlPage(), "modelImageHeader")->text().contains(strip.id));
         const QString name = QString("screenshots/effects_%2_%1x.png").arg(qApp->devicePixelRatio());
         QTest::qWait(100);
         QVERIFY(window.grab().save(name.arg("en")));

@@ -11,16 +11,6 @@
 namespace {
 
 // Marks every text, so a relabel is visible without a .qm file.
-class MarkingTranslator : public QTranslator
-{
-public:
-    QString translate(const char*, const char* source, const char*, int) const override
-    {
-        return QStringLiteral("EN:") + QString::fromUtf8(source);
-    }
-    bool isEmpty() const override { return false; }
-};
-
 template <typename T> T* child(QWidget* parent, const char* name)
 {
     T* widget = parent->findChild<T*>(QString::fromLatin1(name));
@@ -116,7 +106,6 @@ private slots:
     void gridRows();
     void iconFallsBackToDataFolder();
     void panelsComeAndGo();
-    void languageChangeRelabels();
     void sliderBarActions_data();
     void sliderBarActions();
     void sliderBarGlides();
@@ -295,28 +284,6 @@ void TestControlPage::panelsComeAndGo()
     QCOMPARE(stack->currentWidget(), &large);
     QCOMPARE(stack->count(), 2);
     large.setParent(nullptr);
-}
-
-void TestControlPage::languageChangeRelabels()
-{
-    ControlPage page;
-    page.setWorkGroups(makeGroups(2), QStringLiteral("g.1"));
-    page.setWorkers(makeWorkers(2), QStringLiteral("g.1.w1"));
-    page.setControllerId(QStringLiteral("OV5512-1"));
-    page.setControllerName(QStringLiteral("灯"));
-    MarkingTranslator translator;
-    QApplication::installTranslator(&translator);
-
-    QTRY_COMPARE(child<QRadioButton>(&page, "LEDEnableButton")->text(), QStringLiteral("EN:开灯"));
-    QRadioButton* group =
-        buttonWithText(child<QWidget>(&page, "workGroupContainer"), QStringLiteral("EN:组1"));
-    QRadioButton* effect =
-        buttonWithText(child<QWidget>(&page, "workerContainer"), QStringLiteral("EN:效果1"));
-    QVERIFY(group && group->isChecked());
-    QVERIFY(effect && effect->isChecked());
-    QCOMPARE(child<QLabel>(&page, "modelImageHeader")->text(), QStringLiteral("  灯 (OV5512-1)"));
-    QApplication::removeTranslator(&translator);
-    QTRY_COMPARE(child<QRadioButton>(&page, "LEDEnableButton")->text(), QStringLiteral("开灯"));
 }
 
 void TestControlPage::sliderBarActions_data()
