@@ -449,37 +449,6 @@ private slots:
 
     // ---- end to end through the device manager ----
 
-    void managerFindsStartupDeviceWithModelDefaults()
-    {
-        Device dev = device(QStringLiteral("ttyE2E"), "OV5512,E2E1\r\n");
-        QVERIFY(dev);
-        qputenv("ORVANTA_EXTRA_PORTS", QFile::encodeName(dev->linkPath()));
-        DeviceManager manager;
-        QVERIFY(log->contains("Not found Dir: deviceEnumerators, Unable to load external enumerators",
-                              QtCriticalMsg));
-        QSignalSpy added(&manager, &DeviceManager::newController);
-        QTRY_COMPARE_WITH_TIMEOUT(added.count(), 1, HandshakeMs);
-        const QString id = added.at(0).at(0).toString();
-        QCOMPARE(id, QStringLiteral("OV5512:45324531"));
-        QCOMPARE(manager.controllerNames(), QStringList{id});
-        QVERIFY(log->contains("A new controller has been added to manager： OV5512:45324531", QtInfoMsg));
-
-        const ControlOptions& options = manager.controlOptions(id);
-        QCOMPARE(options.nbLeds, 72u);
-        QCOMPARE(options.lines, (QVector<uint32_t>{18, 36, 18}));
-        QCOMPARE(options.brightness, 0.8f);
-        QCOMPARE(options.icon.size(), QSize(128, 128));
-        QCOMPARE(options.image.size(), QSize(480, 320));
-        QCOMPARE(options.kindName, dev->linkPath());
-        QVERIFY(manager.controlOptions("unknown").id.isEmpty());
-        QVERIFY(manager.controller("unknown").isNull());
-
-        // The refresh repeats the (empty) colours as black frames of the full count.
-        QTRY_VERIFY_WITH_TIMEOUT(dev->frameCount() > 0, 3000);
-        QCOMPARE(dev->lastCount(), uint16_t(72));
-        QCOMPARE(dev->decodeErrors(), 0);
-    }
-
     void twoDevicesAtOnceGetTheirOwnFrames()
     {
         qputenv("ORVANTA_EXTRA_PORTS", QFile::encodeName(linkPath("ttyPair*")));

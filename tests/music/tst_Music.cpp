@@ -107,28 +107,6 @@ private slots:
         QDir(QCoreApplication::applicationDirPath() + "/effects").removeRecursively();
     }
 
-    void catalogue()
-    {
-        // Four rows, music mode 2 first; each makes its class through the invokable constructor.
-        const int orders[] = {1, 0, 2, 3};
-        InternalEffectFactory factory;
-        int rows = 0;
-        for (const EffectWorkerOptions& row : factory.effects()) {
-            if (!row.id.startsWith("com.orvanta.dynamicMusic.mode_")) {
-                continue;
-            }
-            const int n = row.id.right(1).toInt();
-            QCOMPARE(row.name, QStringLiteral("音乐模式%1").arg(n));
-            QCOMPARE(row.desc, row.name);
-            QCOMPARE(row.order, orders[n - 1]);
-            std::unique_ptr<IEffectWorker> worker(factory.create(row.id));
-            QCOMPARE(QString(worker->metaObject()->className()), QStringLiteral("MusicMode%1").arg(n));
-            QCOMPARE(worker->workerOptions().id, row.id);
-            ++rows;
-        }
-        QCOMPARE(rows, 4);
-    }
-
     void analysis_data()
     {
         QTest::addColumn<double>("hz");

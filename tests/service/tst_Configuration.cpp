@@ -250,13 +250,6 @@ private slots:
         QVERIFY(QFile::exists(root + "/dumps/keep.dmp"));
     }
 
-    void enableCleanStartupSavesTheFlag()
-    {
-        store->EnableCleanStartup();
-        store->flush();
-        QCOMPARE(readJson(store->configPath() + "/global.json").value("cleanStartup"), QJsonValue(true));
-    }
-
     void concurrentEffectAccess()
     {
         const QString shared = "com.orvanta.screenSync.fullScreen";
