@@ -338,40 +338,6 @@ private slots:
         QCOMPARE(TestFiles::readJson(config + "/app.json"), (QJsonObject{{"language", "en"}}));
     }
 
-    // The whole path from start to the wire: the program finds a virtual strip among its extra ports,
-    // gives it the model's defaults, keeps it refreshed, and on SIGTERM releases it dark and saves it.
-    void programDrivesAVirtualStrip()
-    {
-        Sandbox box;
-        QVERIFY(box.isValid());
-        VirtualLedDevice device;
-        const QString link = box.path() + QStringLiteral("/ttyOV0");
-        QVERIFY2(device.open(link), qPrintable(device.errorString()));
-        box.extraPorts = link;
-
-        QProcess process;
-        startFirst(box, process);
-        QTRY_VERIFY_WITH_TIMEOUT(device.salutations() >= 1, kStartTimeoutMs);
-        // Nothing is bound yet, so the controller's own refresh sends black frames of the model's size.
-        QTRY_VERIFY_WITH_TIMEOUT(device.frameCount() >= 2, kStartTimeoutMs);
-        QCOMPARE(device.lastCount(), uint16_t(72));
-        QCOMPARE(device.lastColors().size(), 72);
-        QVERIFY(box.mainLogText().contains(
-            QStringLiteral("OVControllerEnumerator found a device: OV5512:41424344")));
-
-        const int framesBeforeStop = device.frameCount();
-        stop(process);
-        QVERIFY(box.mainLogText().contains(
-            QStringLiteral("The port is released, the black buffer is writeen: true")));
-        // The release frame sits in the pty until this loop reads it.
-        QTRY_VERIFY_WITH_TIMEOUT(device.frameCount() > framesBeforeStop, kStartTimeoutMs);
-        QCOMPARE(device.lastColors(), QVector<VirtualLedDevice::Rgb>(72));
-        const QJsonObject saved =
-            TestFiles::readJson(box.configDir() + "/controllers/OV5512%3A41424344.json");
-        QCOMPARE(saved.value("nbLeds").toInt(), 72);
-        QCOMPARE(saved.value("kindName").toString(), link);
-    }
-
 private:
     void startFirst(const Sandbox& box, QProcess& process, const QStringList& args = {})
     {

@@ -12,7 +12,8 @@
 using namespace ScreenRig;
 
 // The installed program with a strip stored on full screen: it captures the private X server,
-// lights the strip with what the screen shows, and keeps the effect's settings when it ends.
+// lights the strip with what the screen shows, and on SIGTERM releases the strip dark and keeps
+// the effect's settings.
 class TestScreenProgram : public QObject
 {
     Q_OBJECT
@@ -72,10 +73,15 @@ private slots:
         };
         QVERIFY(mainLog().contains("in mode 1 by the full area read by"));
 
+        const int framesBeforeStop = device.frameCount();
         QCOMPARE(::kill(pid_t(program.processId()), SIGTERM), 0);
         QVERIFY(program.waitForFinished(30000));
         QVERIFY2(program.exitStatus() == QProcess::NormalExit && program.exitCode() == 0,
                  program.readAllStandardError().right(3000).constData());
+        // The strip was released dark, and the program said so.
+        QVERIFY(mainLog().contains("The port is released, the black buffer is writeen: true"));
+        QTRY_VERIFY(device.frameCount() > framesBeforeStop);
+        QCOMPARE(device.lastColors(), QVector<VirtualLedDevice::Rgb>(72));
         const QJsonObject stored =
             TestFiles::readJson(config + "/effects/" + fullId + ".json").value("OV5512:41424344").toObject();
         for (const char* key : {"map", "sourceIndex", "blurStrength", "saturationStrength"}) {

@@ -10,7 +10,6 @@
 
 namespace {
 
-// Marks every text, so a relabel is visible without a .qm file.
 template <typename T> T* child(QWidget* parent, const char* name)
 {
     T* widget = parent->findChild<T*>(QString::fromLatin1(name));
