@@ -1,0 +1,52 @@
+#include "ComboBoxDelegate.h"
+
+#include <QLinearGradient>
+#include <QPainter>
+
+ComboBoxDelegate::ComboBoxDelegate(QObject* parent)
+    : QStyledItemDelegate(parent)
+{
+}
+
+void ComboBoxDelegate::removeGradient(int row)
+{
+    if (row >= 0 && row < gradients.size()) {
+        gradients.removeAt(row);
+    }
+}
+
+void ComboBoxDelegate::replaceGradient(int row, const QList<QGradientStop>& stops)
+{
+    if (row >= 0 && row < gradients.size()) {
+        gradients[row] = stops;
+    }
+}
+
+void ComboBoxDelegate::paintGradient(QPainter* painter, const QRect& rect, const QList<QGradientStop>& stops,
+                                     const QString& text)
+{
+    painter->save();
+    QLinearGradient linear(rect.topLeft(), rect.topRight());
+    linear.setStops(stops.toVector());
+    painter->fillRect(rect, linear);
+    painter->setPen(Qt::white);
+    painter->drawText(rect.adjusted(8, 0, -8, 0), Qt::AlignVCenter | Qt::AlignLeft, text);
+    painter->restore();
+}
+
+void ComboBoxDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option,
+                             const QModelIndex& index) const
+{
+    if (index.row() >= gradients.size() || gradients.at(index.row()).isEmpty()) {
+        QStyledItemDelegate::paint(painter, option, index);
+        return;
+    }
+    const QRect rect = option.rect.adjusted(1, 1, -1, -1);
+    paintGradient(painter, rect, gradients.at(index.row()), index.data().toString());
+    if (option.state & QStyle::State_Selected) {
+        painter->save();
+        painter->setPen(QPen(QColor(247, 175, 55), 2));
+        painter->drawRect(rect.adjusted(1, 1, -1, -1));
+        painter->restore();
+    }
+}
