@@ -14,6 +14,8 @@
 #include <QTimer>
 #include <QtTest>
 
+#include <cmath>
+
 namespace {
 
 using Stops = QList<QGradientStop>;
@@ -66,7 +68,7 @@ QStringList handleMenu(QGraphicsView* view, int x, int entry)
 
 } // namespace
 
-class TestColourWidgets : public QObject
+class TestColorWidgets : public QObject
 {
     Q_OBJECT
 
@@ -74,29 +76,66 @@ private slots:
     void initTestCase() { qRegisterMetaType<Stops>("QList<QGradientStop>"); }
 
     // A 200 x 200 wheel: ring between radii 80 and 100 about (100, 100); square 113 wide at 43.
+    // At 300 x 200 the same, 50 to the right.
     void ringGivesHue_data()
     {
+        QTest::addColumn<QSize>("size");
         QTest::addColumn<QPoint>("at");
         QTest::addColumn<int>("hue");
         // With 3.14 for pi, the right end comes out past 360 and is bounded to 359.
-        QTest::newRow("right") << QPoint(190, 100) << 359;
-        QTest::newRow("top") << QPoint(100, 10) << 90;
-        QTest::newRow("left: 179.95, not 180") << QPoint(10, 100) << 179;
-        QTest::newRow("bottom") << QPoint(100, 190) << 270;
-        QTest::newRow("upper right") << QPoint(164, 36) << 44;
+        QTest::newRow("right") << QSize(200, 200) << QPoint(190, 100) << 359;
+        QTest::newRow("top") << QSize(200, 200) << QPoint(100, 10) << 90;
+        QTest::newRow("left: 179.95, not 180") << QSize(200, 200) << QPoint(10, 100) << 179;
+        QTest::newRow("bottom") << QSize(200, 200) << QPoint(100, 190) << 270;
+        QTest::newRow("upper right") << QSize(200, 200) << QPoint(164, 36) << 44;
+        QTest::newRow("wide: top") << QSize(300, 200) << QPoint(150, 5) << 90;
+        QTest::newRow("the hole") << QSize(200, 200) << QPoint(100, 28) << 0;
     }
     void ringGivesHue()
     {
+        QFETCH(QSize, size);
         QFETCH(QPoint, at);
         QFETCH(int, hue);
         ColorWheel wheel;
-        wheel.resize(200, 200);
+        wheel.resize(size);
         wheel.show();
         QSignalSpy changed(&wheel, &ColorWheel::colorChanged);
         mouse(&wheel, QEvent::MouseButtonPress, at);
         QCOMPARE(wheel.color().hue(), hue);
         QCOMPARE(wheel.color().saturation(), 255); // the square's values are kept
-        QCOMPARE(changed.count(), 1);
+        QCOMPARE(changed.count(), hue ? 1 : 0);
+        if (size.width() == 300) {
+            // The centre of the square: saturation and value 57/113.
+            mouse(&wheel, QEvent::MouseButtonPress, QPoint(150, 100));
+            QVERIFY(qAbs(wheel.color().saturationF() - 57.0 / 113) < 0.005);
+            QVERIFY(qAbs(wheel.color().valueF() - 57.0 / 113) < 0.005);
+        }
+    }
+
+    // The ring marker is drawn black on light hues, 21 to 199, and white on the rest.
+    void markerPen_data()
+    {
+        QTest::addColumn<int>("hue");
+        QTest::addColumn<bool>("black");
+        QTest::newRow("20") << 20 << false;
+        QTest::newRow("21") << 21 << true;
+        QTest::newRow("199") << 199 << true;
+        QTest::newRow("200") << 200 << false;
+    }
+    void markerPen()
+    {
+        QFETCH(int, hue);
+        QFETCH(bool, black);
+        ColorWheel wheel;
+        wheel.resize(200, 200);
+        wheel.show();
+        wheel.setColor(QColor::fromHsv(hue, 255, 255));
+        const QImage shot = wheel.grab().toImage();
+        // On the marker's circle, right of its centre on the ring's middle line.
+        const double a = qDegreesToRadians(double(hue));
+        const QPoint onPen(qRound(100 + 90 * std::cos(a) + 5), qRound(100 - 90 * std::sin(a)));
+        const QColor pen = shot.pixelColor(onPen * wheel.devicePixelRatioF());
+        QVERIFY2(black ? pen.lightness() < 60 : pen.lightness() > 200, qPrintable(pen.name()));
     }
 
     void squareAndDrags()
@@ -153,7 +192,7 @@ private slots:
     void gradientKeys()
     {
         GradientWidget bar;
-        bar.resize(330, 40);
+        bar.resize(320, 40);
         bar.show();
         QVERIFY(QTest::qWaitForWindowExposed(&bar));
         auto* view = bar.findChild<QGraphicsView*>();
@@ -166,7 +205,7 @@ private slots:
                  (Stops{{0.0, white}, {0.2, QColor(Qt::blue)}, {0.7, QColor(Qt::red)}, {1.0, white}}));
 
         // Dragged far right, the blue key stops at the end and moves behind the red one.
-        mouse(view->viewport(), QEvent::MouseButtonPress, QPoint(66, 10));
+        mouse(view->viewport(), QEvent::MouseButtonPress, QPoint(64, 10));
         mouse(view->viewport(), QEvent::MouseMove, QPoint(2000, 40));
         mouse(view->viewport(), QEvent::MouseButtonRelease, QPoint(2000, 40), Qt::NoButton);
         QCOMPARE(bar.colors().at(2), (QGradientStop{1.0, QColor(Qt::blue)}));
@@ -174,8 +213,8 @@ private slots:
 
         // A click on an empty stretch asks for a colour and puts a key there; a cancel adds none.
         answerColourDialog(Qt::green);
-        mouse(&bar, QEvent::MouseButtonPress, QPoint(33, 30));
-        QCOMPARE(bar.colors().at(1), (QGradientStop{0.1, QColor(Qt::green)}));
+        mouse(&bar, QEvent::MouseButtonPress, QPoint(80, 30));
+        QCOMPARE(bar.colors().at(1), (QGradientStop{0.25, QColor(Qt::green)}));
         answerColourDialog(QColor());
         mouse(&bar, QEvent::MouseButtonPress, QPoint(100, 30));
         QCOMPARE(bar.colors().size(), 5);
@@ -183,9 +222,14 @@ private slots:
         // The ends offer only a change of colour; a key may be deleted.
         QCOMPARE(handleMenu(view, 2, 0).size(), 1);
         QTest::qWait(100);
-        QCOMPARE(handleMenu(view, 231, 1).size(), 2);
+        QCOMPARE(handleMenu(view, 224, 1).size(), 2);
         QTRY_COMPARE(bar.colors().size(), 4);
         QCOMPARE(changed.last().at(0).value<Stops>(), bar.colors());
+
+        // Two keys at one place stay two.
+        bar.addKeyColor(Qt::cyan, 0.5);
+        bar.addKeyColor(Qt::magenta, 0.5);
+        QCOMPARE(bar.colors().size(), 6);
 
         // Replacing the keys says nothing.
         const int before = changed.count();
@@ -226,5 +270,5 @@ private slots:
     }
 };
 
-QTEST_MAIN(TestColourWidgets)
-#include "tst_ColourWidgets.moc"
+QTEST_MAIN(TestColorWidgets)
+#include "tst_ColorWidgets.moc"
