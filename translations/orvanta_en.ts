@@ -159,6 +159,50 @@
     </message>
   </context>
   <context>
+    <name>FrmFlowingEffect</name>
+    <message>
+      <source>速度：</source>
+      <translation>Speed:</translation>
+    </message>
+  </context>
+  <context>
+    <name>FrmSingleColor</name>
+    <message>
+      <source>R: </source>
+      <translation>R: </translation>
+    </message>
+    <message>
+      <source>G: </source>
+      <translation>G: </translation>
+    </message>
+    <message>
+      <source>B: </source>
+      <translation>B: </translation>
+    </message>
+    <message>
+      <source>选择颜色</source>
+      <translation>Choose colour</translation>
+    </message>
+  </context>
+  <context>
+    <name>GradientHandler</name>
+    <message>
+      <source>修改</source>
+      <translation>Edit</translation>
+    </message>
+    <message>
+      <source>删除</source>
+      <translation>Delete</translation>
+    </message>
+  </context>
+  <context>
+    <name>GradientWidget</name>
+    <message>
+      <source>选择颜色</source>
+      <translation>Choose colour</translation>
+    </message>
+  </context>
+  <context>
     <name>GroupInformation</name>
     <message>
       <source>单色模式</source>
@@ -249,6 +293,13 @@
     <message>
       <source>否</source>
       <translation>No</translation>
+    </message>
+  </context>
+  <context>
+    <name>SFrmColorMap</name>
+    <message>
+      <source>速度：</source>
+      <translation>Speed:</translation>
     </message>
   </context>
 </TS>

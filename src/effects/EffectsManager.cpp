@@ -140,6 +140,7 @@ void EffectsManager::registerFactory(IEffectFactory* factory, QPluginLoader* loa
         entry.order = record.order;
         entry.optionWidget = record.optionWidget;
         entry.extraOptionWidget = record.extraOptionWidget;
+        panels[record.id] = Panels{record.optionWidget, record.extraOptionWidget};
         entry.tags = record.tags;
 
         const QString groupId = groupIdOf(record.id);
@@ -216,7 +217,7 @@ void EffectsManager::unbind(const QString& ctlId)
         const QString effectId = binding.worker->workerOptions().id;
         qInfo().noquote() << ctlId << "与" << effectId << "解绑";
         binding.worker->unload();
-        const EffectWorkerOptions record = workers.value(effectId);
+        const EffectWorkerOptions record = workerOptions(effectId);
         if (record.extraOptionWidget) {
             record.extraOptionWidget->setEffectWorker(IEffectWorkerPtr());
         }
@@ -249,7 +250,7 @@ void EffectsManager::activeOperate(const QString& ctlId, const QString& effectId
                                      QStringLiteral("In manager: ") + boundId + "\t Input: " + effectId;
         return;
     }
-    const EffectWorkerOptions record = workers.value(effectId);
+    const EffectWorkerOptions record = workerOptions(effectId);
     if (record.optionWidget) {
         record.optionWidget->setEffectWorker(worker);
     }
@@ -315,7 +316,11 @@ QString EffectsManager::defaultEffect(const QString& groupId) const
 
 EffectWorkerOptions EffectsManager::workerOptions(const QString& effectId) const
 {
-    return workers.value(effectId);
+    EffectWorkerOptions record = workers.value(effectId);
+    const Panels live = panels.value(effectId);
+    record.optionWidget = live.option.data();
+    record.extraOptionWidget = live.extra.data();
+    return record;
 }
 
 bool EffectsManager::hasWorker(const QString& effectId) const

@@ -9,6 +9,7 @@
 #include <QMap>
 #include <QObject>
 #include <QPair>
+#include <QPointer>
 #include <QStringList>
 
 class IEffectFactory;
@@ -57,6 +58,13 @@ private:
 
     QMap<QString, QPair<IEffectFactory*, QPluginLoader*>> factories;
     QMap<QString, EffectWorkerOptions> workers;
+    // The panels of each effect, followed: a factory may delete them before this registry goes.
+    struct Panels
+    {
+        QPointer<AbsWorkerWidget> option;
+        QPointer<AbsWorkerWidget> extra;
+    };
+    QHash<QString, Panels> panels;
     QHash<QString, Binding> bindings;
     QMap<QString, EffectGroup> groups;
     QMap<int32_t, QString> groupOrder;

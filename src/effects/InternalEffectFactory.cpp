@@ -1,5 +1,6 @@
 #include "InternalEffectFactory.h"
 
+#include "AbsWorkerWidget.h"
 #include "BottomHalfScreen.h"
 #include "CinemaScreen.h"
 #include "ColorMap.h"
@@ -14,9 +15,11 @@
 #include "MusicMode3.h"
 #include "MusicMode4.h"
 #include "RightHalfScreen.h"
+#include "SFrmColorMap.h"
 #include "SingleColor.h"
 #include "TopHalfScreen.h"
 
+#include <QCoreApplication>
 #include <QMetaMethod>
 #include <QMetaObject>
 #include <QMetaType>
@@ -32,14 +35,20 @@ InternalEffectFactory::InternalEffectFactory(QObject* parent)
     addRow<MoodShadow>(EffectWorkerOptions::make(QStringLiteral("com.orvanta.colorful.moodShadow"),
                                                  QStringLiteral("影随心动"), 1),
                        "MoodShadow");
-    // One class, six pictures: the id's last component names the picture.
+    // One class, six pictures: the id's last component names the picture. One panel for the six.
+    const bool widgets =
+        QCoreApplication::instance() && QCoreApplication::instance()->inherits("QApplication");
+    AbsWorkerWidget* colorMapPanel = widgets ? new SFrmColorMap : nullptr;
     for (int i = 3; i <= 8; ++i) {
-        addRow<ColorMap>(EffectWorkerOptions::make(QStringLiteral("com.orvanta.colorful.ColorMap_%1").arg(i),
-                                                   QStringLiteral("幻彩模式 %1").arg(i), i - 1),
-                         "ColorMap");
+        EffectWorkerOptions record =
+            EffectWorkerOptions::make(QStringLiteral("com.orvanta.colorful.ColorMap_%1").arg(i),
+                                      QStringLiteral("幻彩模式 %1").arg(i), i - 1);
+        record.optionWidget = colorMapPanel;
+        addRow<ColorMap>(record, "ColorMap");
     }
     const QString screen = QStringLiteral("com.orvanta.screenSync.");
-    const auto screenRow = [&screen](const char* local, const QString& name, int32_t order, const char* icon) {
+    const auto screenRow = [&screen](const char* local, const QString& name, int32_t order,
+                                     const char* icon) {
         EffectWorkerOptions record = EffectWorkerOptions::make(screen + QLatin1String(local), name, order);
         record.icon = QImage(locateDefaultsFile(QLatin1String(icon)));
         return record;
@@ -48,8 +57,9 @@ InternalEffectFactory::InternalEffectFactory(QObject* parent)
                            "FullScreenMode");
     addRow<TopHalfScreen>(screenRow("topHalfScreen", QStringLiteral("半屏-上"), 0, "images/05-fpng.png"),
                           "TopHalfScreen");
-    addRow<BottomHalfScreen>(screenRow("bottomHalfScreen", QStringLiteral("半屏-下"), 1, "images/06-fpng.png"),
-                             "BottomHalfScreen");
+    addRow<BottomHalfScreen>(
+        screenRow("bottomHalfScreen", QStringLiteral("半屏-下"), 1, "images/06-fpng.png"),
+        "BottomHalfScreen");
     addRow<LeftHalfScreen>(screenRow("leftHalfScreen", QStringLiteral("半屏-左"), 2, "images/07-fpng.png"),
                            "LeftHalfScreen");
     addRow<RightHalfScreen>(screenRow("rightHalfScreen", QStringLiteral("半屏-右"), 3, "images/08-fpng.png"),
@@ -63,7 +73,16 @@ InternalEffectFactory::InternalEffectFactory(QObject* parent)
     addRow<MusicMode4>(EffectWorkerOptions::make(music.arg(4), QStringLiteral("音乐模式4"), 3), "MusicMode4");
 }
 
-InternalEffectFactory::~InternalEffectFactory() = default;
+InternalEffectFactory::~InternalEffectFactory()
+{
+    // No panel keeps a worker alive past the factory, nor outlives it.
+    for (const QPointer<AbsWorkerWidget>& panel : qAsConst(panels)) {
+        if (panel) {
+            panel->setEffectWorker(IEffectWorkerPtr());
+            delete panel.data();
+        }
+    }
+}
 
 template <typename Worker>
 void InternalEffectFactory::addRow(const EffectWorkerOptions& record, const char* className)
@@ -71,6 +90,11 @@ void InternalEffectFactory::addRow(const EffectWorkerOptions& record, const char
     const QByteArray typeName = QByteArray(className) + '*';
     typeNames[record.id] = QString::fromLatin1(typeName);
     options[record.id] = record;
+    for (AbsWorkerWidget* panel : {record.optionWidget, record.extraOptionWidget}) {
+        if (panel && !panels.contains(panel)) {
+            panels.append(panel);
+        }
+    }
     qRegisterMetaType<Worker*>(typeName.constData());
 }
 

@@ -3,6 +3,10 @@
 #include "IEffectFactory.h"
 
 #include <QHash>
+#include <QList>
+#include <QPointer>
+
+class AbsWorkerWidget;
 
 // The factory of the effects the program brings itself: the catalogue rows, and instances
 // made by the worker class's meta-object.
@@ -21,4 +25,6 @@ private:
 
     QHash<QString, QString> typeNames; // effect id -> class name + "*"
     QHash<QString, EffectWorkerOptions> options;
+    // Every panel made or fetched here; the ones still alive go with the factory.
+    QList<QPointer<AbsWorkerWidget>> panels;
 };

@@ -321,6 +321,54 @@ private slots:
         QCOMPARE(options.subMode, chosen);
     }
 
+    // The option panels on the control page drive the strip they show, and only that one.
+    void panelsDriveTheStrip()
+    {
+        Strip a("OV2408", "AAAA", link("strip1"));
+        Strip b("OV2408", "BBBB", link("strip2"));
+        storeDevice(a.id, {{"brightness", 1.0}});
+        storeDevice(b.id, {{"brightness", 1.0}});
+        QVERIFY(start(2));
+        ControlPage* page = app->window().controlPage();
+        auto box = [&](const char* name) { return child<QSpinBox>(page, name); };
+
+        openDevice(a.id);
+        box("Rbox")->setValue(10);
+        box("Gbox")->setValue(20);
+        box("Bbox")->setValue(30);
+        QTRY_COMPARE(a.device.lastColors().value(0), (Rgb{10, 20, 30}));
+        // The wheel's ring at the top: hue 90, the saturation and value the boxes gave.
+        auto* wheel = child<QWidget>(page, "colorWheel");
+        QTest::mouseClick(wheel, Qt::LeftButton, {}, QPoint(wheel->width() / 2, 5));
+        const QColor turned =
+            QColor::fromHsv(90, QColor(10, 20, 30).saturation(), QColor(10, 20, 30).value());
+        QTRY_COMPARE(a.device.lastColors().value(0),
+                     (Rgb{uint8_t(turned.red()), uint8_t(turned.green()), uint8_t(turned.blue())}));
+        QCOMPARE(box("Gbox")->value(), turned.green());
+
+        // The shared panel now points at b: a's strip keeps its colour.
+        openDevice(b.id);
+        box("Rbox")->setValue(200);
+        QTRY_COMPARE(b.device.lastColors().value(0).r, uint8_t(200));
+        QTest::qWait(200);
+        QCOMPARE(a.device.lastColors().value(0).r, uint8_t(turned.red()));
+
+        // The rainbow stands still at speed 0; the six colour maps share one panel.
+        QCOMPARE(app->effects().workerOptions("com.orvanta.colorful.ColorMap_3").optionWidget,
+                 app->effects().workerOptions("com.orvanta.colorful.ColorMap_8").optionWidget);
+        for (QRadioButton* g : child<QWidget>(page, "workGroupContainer")->findChildren<QRadioButton*>()) {
+            if (g->toolTip() == app->effects().group("com.orvanta.colorful").desc) {
+                g->click();
+            }
+        }
+        child<QSlider>(page, "speedSlider")->setValue(0);
+        const int frames = b.device.frameCount();
+        QTRY_VERIFY(b.device.frameCount() > frames + 1);
+        const auto still = b.device.lastColors();
+        QTRY_VERIFY(b.device.frameCount() > frames + 4);
+        QCOMPARE(b.device.lastColors(), still);
+    }
+
     // A failed device is unbound, and a control page that showed it goes back home.
     void failureReturnsHome()
     {

@@ -4,6 +4,7 @@
 #include "FlowingEffect.h"
 #include "InternalEffectFactory.h"
 #include "MoodShadow.h"
+#include "SFrmColorMap.h"
 #include "SingleColor.h"
 
 #include <QCoreApplication>
@@ -353,6 +354,24 @@ private slots:
         for (int i = 0; i < columns.size(); ++i) {
             QCOMPARE(leds.at(i), rgb(columns.at(i), 1, 99));
         }
+    }
+
+    // The panel's slider: two straight pieces that meet at 100.
+    void colorMapSlider_data()
+    {
+        QTest::addColumn<int>("value");
+        QTest::addColumn<double>("speed");
+        QTest::newRow("0") << 0 << 0.5;
+        QTest::newRow("99") << 99 << 0.995;
+        QTest::newRow("100") << 100 << 1.0;
+        QTest::newRow("200") << 200 << 4.0;
+    }
+    void colorMapSlider()
+    {
+        QFETCH(int, value);
+        QFETCH(double, speed);
+        QVERIFY(qAbs(SFrmColorMap::speedOf(value) - speed) < 1e-9);
+        QCOMPARE(SFrmColorMap::valueOf(SFrmColorMap::speedOf(value)), value);
     }
 
     void colorMapMissingPicture()

@@ -1,5 +1,10 @@
 #include "FlowingEffect.h"
 
+#include "FrmFlowingEffect.h"
+
+#include <QCoreApplication>
+#include <QPointer>
+
 #include <QColor>
 #include <QTimer>
 
@@ -12,8 +17,14 @@ FlowingEffect::~FlowingEffect() = default;
 
 EffectWorkerOptions FlowingEffect::staticWorkerOptions()
 {
-    static const EffectWorkerOptions record = EffectWorkerOptions::make(
+    static EffectWorkerOptions record = EffectWorkerOptions::make(
         QStringLiteral("com.orvanta.colorful.flowingEffect"), QStringLiteral("流光异彩"), 0);
+    // Made when first asked for where widgets can exist, and made anew once it was deleted.
+    static QPointer<FrmFlowingEffect> panel;
+    if (!panel && QCoreApplication::instance() && QCoreApplication::instance()->inherits("QApplication")) {
+        panel = new FrmFlowingEffect;
+    }
+    record.optionWidget = panel.data();
     return record;
 }
 

@@ -1,5 +1,10 @@
 #include "SingleColor.h"
 
+#include "FrmSingleColor.h"
+
+#include <QCoreApplication>
+#include <QPointer>
+
 #include "ConfigurationManager.h"
 
 SingleColor::SingleColor(QObject* parent)
@@ -11,8 +16,14 @@ SingleColor::~SingleColor() = default;
 
 EffectWorkerOptions SingleColor::staticWorkerOptions()
 {
-    static const EffectWorkerOptions record = EffectWorkerOptions::make(
+    static EffectWorkerOptions record = EffectWorkerOptions::make(
         QStringLiteral("com.orvanta.singleColor.singleColor1"), QStringLiteral("单色模式"), 0);
+    // Made when first asked for where widgets can exist, and made anew once it was deleted.
+    static QPointer<FrmSingleColor> panel;
+    if (!panel && QCoreApplication::instance() && QCoreApplication::instance()->inherits("QApplication")) {
+        panel = new FrmSingleColor;
+    }
+    record.optionWidget = panel.data();
     return record;
 }
 
