@@ -302,4 +302,23 @@
       <translation>Speed:</translation>
     </message>
   </context>
+  <context>
+    <name>SFrmMoodShadow</name>
+    <message>
+      <source>添加</source>
+      <translation>Add</translation>
+    </message>
+    <message>
+      <source>删除</source>
+      <translation>Delete</translation>
+    </message>
+    <message>
+      <source>速度</source>
+      <translation>Speed</translation>
+    </message>
+    <message>
+      <source>范围</source>
+      <translation>Range</translation>
+    </message>
+  </context>
 </TS>

@@ -16,6 +16,7 @@
 #include "MusicMode4.h"
 #include "RightHalfScreen.h"
 #include "SFrmColorMap.h"
+#include "SFrmMoodShadow.h"
 #include "SingleColor.h"
 #include "TopHalfScreen.h"
 
@@ -32,12 +33,14 @@ InternalEffectFactory::InternalEffectFactory(QObject* parent)
 
     addRow<SingleColor>(SingleColor::staticWorkerOptions(), "SingleColor");
     addRow<FlowingEffect>(FlowingEffect::staticWorkerOptions(), "FlowingEffect");
-    addRow<MoodShadow>(EffectWorkerOptions::make(QStringLiteral("com.orvanta.colorful.moodShadow"),
-                                                 QStringLiteral("影随心动"), 1),
-                       "MoodShadow");
-    // One class, six pictures: the id's last component names the picture. One panel for the six.
+    // Panels only where widgets can exist; none shows before the control page adopts it.
     const bool widgets =
         QCoreApplication::instance() && QCoreApplication::instance()->inherits("QApplication");
+    EffectWorkerOptions mood = EffectWorkerOptions::make(QStringLiteral("com.orvanta.colorful.moodShadow"),
+                                                         QStringLiteral("影随心动"), 1);
+    mood.optionWidget = widgets ? new SFrmMoodShadow : nullptr;
+    addRow<MoodShadow>(mood, "MoodShadow");
+    // One class, six pictures: the id's last component names the picture. One panel for the six.
     AbsWorkerWidget* colorMapPanel = widgets ? new SFrmColorMap : nullptr;
     for (int i = 3; i <= 8; ++i) {
         EffectWorkerOptions record =

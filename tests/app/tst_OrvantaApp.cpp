@@ -1,6 +1,7 @@
 #include "ConfigurationManager.h"
 #include "ControlPage.h"
 #include "ControllerConfigDialog.h"
+#include "GradientWidget.h"
 #include "HomePage.h"
 #include "LanguageManager.h"
 #include "LogCapture.h"
@@ -10,6 +11,7 @@
 
 #include <QAbstractButton>
 #include <QApplication>
+#include <QComboBox>
 #include <QDir>
 #include <QLabel>
 #include <QLineEdit>
@@ -367,6 +369,38 @@ private slots:
         const auto still = b.device.lastColors();
         QTRY_VERIFY(b.device.frameCount() > frames + 4);
         QCOMPARE(b.device.lastColors(), still);
+
+        // The mood shadow's straps: one added and removed again, never below one.
+        for (QRadioButton* e : child<QWidget>(page, "workerContainer")->findChildren<QRadioButton*>()) {
+            if (e->text() == "影随心动") {
+                e->click();
+            }
+        }
+        auto* straps = child<QComboBox>(page, "colorStrapBox");
+        const int rows = straps->count();
+        QVERIFY(rows >= 1);
+        child<QPushButton>(page, "addBtn")->click();
+        QCOMPARE(straps->count(), rows + 1);
+        QCOMPARE(straps->currentIndex(), rows);
+        QVERIFY(child<QPushButton>(page, "rmBtn")->isEnabled());
+        for (int i = 0; i < rows; ++i) {
+            child<QPushButton>(page, "rmBtn")->click();
+        }
+        QCOMPARE(straps->count(), 1);
+        QVERIFY(!child<QPushButton>(page, "rmBtn")->isEnabled());
+        // A key put on the bar reaches the strip: speed 0, range 1, one green key in white.
+        child<QSlider>(page, "speedSlider")->setValue(0);
+        child<QSlider>(page, "rangeSlider")->setValue(1000);
+        auto* bar = page->findChild<GradientWidget*>("gradientEditor");
+        bar->setKeyColors({});
+        bar->setEndsColor(Qt::white);
+        bar->addKeyColor(Qt::green, 0.5);
+        auto greenShown = [&] {
+            const QVector<Rgb> leds = b.device.lastColors();
+            return std::any_of(leds.begin(), leds.end(),
+                               [](const Rgb& c) { return c.g > 200 && c.r < 60 && c.b < 60; });
+        };
+        QTRY_VERIFY(greenShown());
     }
 
     // A failed device is unbound, and a control page that showed it goes back home.
