@@ -321,4 +321,19 @@
       <translation>Range</translation>
     </message>
   </context>
+  <context>
+    <name>ScreenSyncSOptWidget</name>
+    <message>
+      <source>视频源</source>
+      <translation>Video source</translation>
+    </message>
+    <message>
+      <source>饱和度</source>
+      <translation>Saturation</translation>
+    </message>
+    <message>
+      <source>模糊</source>
+      <translation>Blur</translation>
+    </message>
+  </context>
 </TS>

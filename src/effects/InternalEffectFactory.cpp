@@ -17,6 +17,7 @@
 #include "RightHalfScreen.h"
 #include "SFrmColorMap.h"
 #include "SFrmMoodShadow.h"
+#include "ScreenSyncSOptWidget.h"
 #include "SingleColor.h"
 #include "TopHalfScreen.h"
 
@@ -54,6 +55,7 @@ InternalEffectFactory::InternalEffectFactory(QObject* parent)
                                      const char* icon) {
         EffectWorkerOptions record = EffectWorkerOptions::make(screen + QLatin1String(local), name, order);
         record.icon = QImage(locateDefaultsFile(QLatin1String(icon)));
+        record.optionWidget = ScreenSyncSOptWidget::instance();
         return record;
     };
     addRow<FullScreenMode>(screenRow("fullScreen", QStringLiteral("全屏模式"), 4, "images/fullScreen.png"),

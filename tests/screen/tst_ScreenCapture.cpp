@@ -9,6 +9,9 @@
 #include "ScreenRig.h"
 #include "TestFiles.h"
 
+#include "AbsWorkerWidget.h"
+
+#include <QSlider>
 #include <QtTest>
 
 #include <memory>
@@ -62,10 +65,12 @@ private slots:
         ConfigurationManager::instance()->reset();
         QVERIFY(painter.open(QString::fromLocal8Bit(qgetenv("DISPLAY"))));
         QVERIFY(painter.paint(QRect(QPoint(), screen), ScreenPainter::pictureA(screen)));
-        effects = std::make_unique<EffectsManager>();
-        // --winrt_capture_first: this run starts in mode 1, whatever was stored.
+        // --winrt_capture_first: this run starts in mode 1, whatever was stored. The sources are
+        // made at first use, here by the screen panel of the catalogue, as the program makes them
+        // after setting its properties.
         ConfigurationManager::instance()->setGlobalValue(QStringLiteral("deskCaptureMode"), 5);
         qApp->setProperty("isWinRTCaptureFirst", true);
+        effects = std::make_unique<EffectsManager>();
         QCOMPARE(registry()->option()->curMode(), 1);
         registry()->option()->setCurMode(0);
         QCOMPARE(ConfigurationManager::instance()->globalValue(QStringLiteral("deskCaptureMode")).toInt(-1),
@@ -246,6 +251,34 @@ private slots:
                  1);
         QCOMPARE(log.count(QStringLiteral("DeskDuplManager is empty")), 0);
         effects->unbind(rig->controller->controlOptions().id);
+    }
+
+    // The screen modes' one panel: saturation from grey to full on a pinkish screen, both ways.
+    void panelSaturation_data()
+    {
+        QTest::addColumn<int>("slider");
+        QTest::addColumn<QColor>("shown");
+        QTest::newRow("grey") << 0 << QColor(200, 200, 200);
+        QTest::newRow("full") << 200 << QColor(200, 0, 0);
+        QTest::newRow("as captured") << 100 << QColor(200, 150, 150);
+    }
+    void panelSaturation()
+    {
+        QFETCH(int, slider);
+        QFETCH(QColor, shown);
+        QVERIFY(painter.paint(QRect(QPoint(), screen), {{QRect(QPoint(), screen), QColor(200, 150, 150)}}));
+        auto rig = bindStrip(topId, QStringLiteral("OV2408"), {24});
+        QVERIFY(rig);
+        const QString id = rig->controller->controlOptions().id;
+        effects->activeOperate(id, topId);
+        AbsWorkerWidget* panel = effects->workerOptions(topId).optionWidget;
+        QVERIFY(panel && panel == effects->workerOptions(cinemaId).optionWidget);
+        panel->findChild<QSlider*>("saturationStrengthSlider")->setValue(slider);
+        const auto led = [&rig] { return rig->device.lastColors().value(12); };
+        QTRY_VERIFY(near(shown, led().r, led().g, led().b));
+        effects->unbind(id);
+        QVERIFY(!panel->effectWorker());
+        QVERIFY(painter.paint(QRect(QPoint(), screen), ScreenPainter::pictureA(screen)));
     }
 
     void paceAndLatency()

@@ -1,0 +1,45 @@
+#pragma once
+
+#include "AbsWorkerWidget.h"
+
+#include <QImage>
+#include <QVector>
+
+namespace Ui {
+class ScreenSyncSOptWidget;
+}
+
+// The one small panel of the six screen modes: the video source, saturation and blur.
+class ScreenSyncSOptWidget : public AbsWorkerWidget
+{
+    Q_OBJECT
+public:
+    // The process-wide panel, made on first use where widgets can exist (null elsewhere), and
+    // made anew after it was deleted.
+    static ScreenSyncSOptWidget* instance();
+    ~ScreenSyncSOptWidget() override;
+
+signals:
+    void frameSourcesChanged(qintptr idx);
+    void blurChanged(float strength);
+    void saturationChanged(float strength);
+
+protected:
+    void onEffectWorkerChanged(IEffectWorkerPtr worker) override;
+    void changeEvent(QEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+
+private slots:
+    void onComboBoxChanged(int idx);
+    void onCapturerReady(qintptr capIdx);
+    void onSaturationChanged(int value);
+    void onBlurChanged(int value);
+    void onFrameUpdated(QImage frame);
+
+private:
+    explicit ScreenSyncSOptWidget(QWidget* parent = nullptr);
+
+    Ui::ScreenSyncSOptWidget* ui;
+    // Only ever appended to: after a refresh the earlier ids stay in front.
+    QVector<qintptr> capturerIds;
+};
