@@ -229,6 +229,13 @@
     </message>
   </context>
   <context>
+    <name>MMSOptWidget</name>
+    <message>
+      <source>强度：</source>
+      <translation>Strength:</translation>
+    </message>
+  </context>
+  <context>
     <name>MainWindow</name>
     <message>
       <source>Orvanta</source>
@@ -293,6 +300,13 @@
     <message>
       <source>否</source>
       <translation>No</translation>
+    </message>
+  </context>
+  <context>
+    <name>MediaSourceOptWidget</name>
+    <message>
+      <source>设备源：</source>
+      <translation>Audio device:</translation>
     </message>
   </context>
   <context>

@@ -31,5 +31,7 @@ void AbsWorkerWidget::setEffectWorker(IEffectWorkerPtr newWorker)
     if (worker) {
         onEffectWorkerChanged(worker);
         emit effectWorkerChanged();
+    } else {
+        onEffectWorkerCleared();
     }
 }

@@ -23,6 +23,8 @@ signals:
 
 protected:
     virtual void onEffectWorkerChanged(IEffectWorkerPtr worker) = 0;
+    // Pointed at no worker: composite panels hand that on to their inner panels.
+    virtual void onEffectWorkerCleared() {}
 
 private:
     IEffectWorkerPtr worker;

@@ -9,6 +9,8 @@
 #include "FullScreenMode.h"
 #include "IEffectWorker.h"
 #include "LeftHalfScreen.h"
+#include "MM2SOptWid.h"
+#include "MMSOptWidget.h"
 #include "MoodShadow.h"
 #include "MusicMode1.h"
 #include "MusicMode2.h"
@@ -72,10 +74,16 @@ InternalEffectFactory::InternalEffectFactory(QObject* parent)
     addRow<CinemaScreen>(screenRow("cinemaScreen", QStringLiteral("电影模式"), 5, "images/04-fpng.png"),
                          "CinemaScreen");
     const QString music = QStringLiteral("com.orvanta.dynamicMusic.mode_%1");
-    addRow<MusicMode1>(EffectWorkerOptions::make(music.arg(1), QStringLiteral("音乐模式1"), 1), "MusicMode1");
-    addRow<MusicMode2>(EffectWorkerOptions::make(music.arg(2), QStringLiteral("音乐模式2"), 0), "MusicMode2");
-    addRow<MusicMode3>(EffectWorkerOptions::make(music.arg(3), QStringLiteral("音乐模式3"), 2), "MusicMode3");
-    addRow<MusicMode4>(EffectWorkerOptions::make(music.arg(4), QStringLiteral("音乐模式4"), 3), "MusicMode4");
+    const auto musicRow = [&music](int mode, const QString& name, int32_t order, AbsWorkerWidget* panel) {
+        EffectWorkerOptions record = EffectWorkerOptions::make(music.arg(mode), name, order);
+        record.optionWidget = panel;
+        return record;
+    };
+    addRow<MusicMode1>(musicRow(1, QStringLiteral("音乐模式1"), 1, MMSOptWidget::instance()), "MusicMode1");
+    addRow<MusicMode2>(musicRow(2, QStringLiteral("音乐模式2"), 0, widgets ? new MM2SOptWid : nullptr),
+                       "MusicMode2");
+    addRow<MusicMode3>(musicRow(3, QStringLiteral("音乐模式3"), 2, MMSOptWidget::instance()), "MusicMode3");
+    addRow<MusicMode4>(musicRow(4, QStringLiteral("音乐模式4"), 3, MMSOptWidget::instance()), "MusicMode4");
 }
 
 InternalEffectFactory::~InternalEffectFactory()

@@ -2,6 +2,7 @@
 #include "ConfigurationManager.h"
 #include "InternalEffectFactory.h"
 #include "LogCapture.h"
+#include "MMSOptWidget.h"
 #include "MusicMode1.h"
 #include "MusicMode2.h"
 #include "MusicMode3.h"
@@ -105,6 +106,26 @@ private slots:
         qputenv("PULSE_SERVER", "unix:/nonexistent/orvanta-test");
         ConfigurationManager::instance()->reset();
         QDir(QCoreApplication::applicationDirPath() + "/effects").removeRecursively();
+    }
+
+    // The strength slider of modes 1, 3 and 4: a bend at 100; a value may drift by one step.
+    void strengthSlider_data()
+    {
+        QTest::addColumn<double>("strength");
+        QTest::addColumn<int>("value");
+        QTest::addColumn<double>("back");
+        QTest::newRow("default 2.0") << 2.0 << 133 << 1.99;
+        QTest::newRow("mode 4's 3.0") << 3.0 << 166 << 2.98;
+        QTest::newRow("the bend") << 1.0 << 100 << 1.0;
+        QTest::newRow("below the bend") << 0.505 << 1 << 0.505;
+    }
+    void strengthSlider()
+    {
+        QFETCH(double, strength);
+        QFETCH(int, value);
+        QFETCH(double, back);
+        QCOMPARE(MMSOptWidget::valueOf(strength), value);
+        QVERIFY(qAbs(MMSOptWidget::strengthOf(value) - back) < 1e-9);
     }
 
     void analysis_data()

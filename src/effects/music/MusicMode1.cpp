@@ -275,3 +275,10 @@ void MusicMode1::onCtlBrightnessChanged(float) {}
 void MusicMode1::onCtlKindNameChanged(QString) {}
 
 void MusicMode1::onCtlEnableChanged(bool) {}
+
+void MusicMode1::setMulEnhance(double value)
+{
+    for (auto it = fragments.begin(); it != fragments.end(); ++it) {
+        it->mulEnhance = value;
+    }
+}

@@ -23,6 +23,8 @@ public:
     // For the option panel.
     double getStrength() const { return strength; }
     void setStrength(double value) { strength = value; }
+    // Every fragment's multiplier at once, as the option panel's strength sets it.
+    void setMulEnhance(double value);
     const QHash<QString, Fragment>& getFragments() const { return fragments; }
     void setFragment(const QString& name, const Fragment& fragment);
 
