@@ -401,6 +401,20 @@ private slots:
                                [](const Rgb& c) { return c.g > 200 && c.r < 60 && c.b < 60; });
         };
         QTRY_VERIFY(greenShown());
+
+        // For a person to look at: the panels of the other groups.
+        for (const QString groupId : {"com.orvanta.screenSync", "com.orvanta.dynamicMusic"}) {
+            for (QRadioButton* g :
+                 child<QWidget>(page, "workGroupContainer")->findChildren<QRadioButton*>()) {
+                if (g->toolTip() == app->effects().group(groupId).desc) {
+                    g->click();
+                }
+            }
+            QTest::qWait(100);
+            QVERIFY(app->window().grab().save(QString("screenshots/panel_%1_%2x.png")
+                                                  .arg(groupId.section('.', -1))
+                                                  .arg(qApp->devicePixelRatio())));
+        }
     }
 
     // A failed device is unbound, and a control page that showed it goes back home.

@@ -29,8 +29,14 @@ void ComboBoxDelegate::paintGradient(QPainter* painter, const QRect& rect, const
     QLinearGradient linear(rect.topLeft(), rect.topRight());
     linear.setStops(stops.toVector());
     painter->fillRect(rect, linear);
+    // A dark halo keeps the name readable on light gradients.
+    const QRect textRect = rect.adjusted(8, 0, -8, 0);
+    painter->setPen(QColor(0, 0, 0, 150));
+    for (const QPoint& shift : {QPoint(1, 1), QPoint(-1, 1), QPoint(1, -1), QPoint(-1, -1)}) {
+        painter->drawText(textRect.translated(shift), Qt::AlignVCenter | Qt::AlignLeft, text);
+    }
     painter->setPen(Qt::white);
-    painter->drawText(rect.adjusted(8, 0, -8, 0), Qt::AlignVCenter | Qt::AlignLeft, text);
+    painter->drawText(textRect, Qt::AlignVCenter | Qt::AlignLeft, text);
     painter->restore();
 }
 
