@@ -336,6 +336,13 @@
     </message>
   </context>
   <context>
+    <name>SSLOptWidget</name>
+    <message>
+      <source>重置</source>
+      <translation>Reset</translation>
+    </message>
+  </context>
+  <context>
     <name>ScreenSyncSOptWidget</name>
     <message>
       <source>视频源</source>

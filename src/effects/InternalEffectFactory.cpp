@@ -19,6 +19,7 @@
 #include "RightHalfScreen.h"
 #include "SFrmColorMap.h"
 #include "SFrmMoodShadow.h"
+#include "SSLOptWidget.h"
 #include "ScreenSyncSOptWidget.h"
 #include "SingleColor.h"
 #include "TopHalfScreen.h"
@@ -60,8 +61,10 @@ InternalEffectFactory::InternalEffectFactory(QObject* parent)
         record.optionWidget = ScreenSyncSOptWidget::instance();
         return record;
     };
-    addRow<FullScreenMode>(screenRow("fullScreen", QStringLiteral("全屏模式"), 4, "images/fullScreen.png"),
-                           "FullScreenMode");
+    EffectWorkerOptions fullScreen =
+        screenRow("fullScreen", QStringLiteral("全屏模式"), 4, "images/fullScreen.png");
+    fullScreen.extraOptionWidget = widgets ? new SSLOptWidget : nullptr;
+    addRow<FullScreenMode>(fullScreen, "FullScreenMode");
     addRow<TopHalfScreen>(screenRow("topHalfScreen", QStringLiteral("半屏-上"), 0, "images/05-fpng.png"),
                           "TopHalfScreen");
     addRow<BottomHalfScreen>(

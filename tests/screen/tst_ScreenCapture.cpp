@@ -10,6 +10,11 @@
 #include "TestFiles.h"
 
 #include "AbsWorkerWidget.h"
+#include "LEDItem.h"
+#include "ScreenSyncEditScene.h"
+#include "ScreenSyncEditView.h"
+
+#include <QPushButton>
 
 #include <QSlider>
 #include <QtTest>
@@ -279,6 +284,38 @@ private slots:
         effects->unbind(id);
         QVERIFY(!panel->effectWorker());
         QVERIFY(painter.paint(QRect(QPoint(), screen), ScreenPainter::pictureA(screen)));
+    }
+
+    // The layout editor: a square dropped on the black centre turns its LED, and only it, black;
+    // reset brings the model's map back.
+    void editorMovesOneLed()
+    {
+        auto rig = bindStrip(fullId, QStringLiteral("OV5512"), {18, 36, 18});
+        QVERIFY(rig);
+        const QString id = rig->controller->controlOptions().id;
+        effects->activeOperate(id, fullId);
+        AbsWorkerWidget* panel = effects->workerOptions(fullId).extraOptionWidget;
+        QVERIFY(panel);
+        auto* scene = panel->findChild<ScreenSyncEditView*>("strapEditor")->editScene();
+        QCOMPARE(scene->leds().size(), 72);
+        const auto leds = [&rig] { return rig->device.lastColors(); };
+        QTRY_VERIFY(mismatchesA(leds(), readPoints(fullId, 72, QSize(120, 67), 0, map5512), screen) == 0);
+        const VirtualLedDevice::Rgb before = leds().value(0);
+        QVERIFY(before.r || before.g || before.b);
+
+        LEDItem* first = scene->leds().first();
+        const double cellWidth = scene->sceneRect().width() / 120;
+        const double cellHeight = scene->sceneRect().height() / 67;
+        first->setPos(60 * cellWidth + cellWidth / 2 - 15, 33 * cellHeight + cellHeight / 2 - 15);
+        scene->dropItem(first);
+        QCOMPARE(first->gridPos, QPoint(60, 33));
+        QTRY_COMPARE(leds().value(0), (VirtualLedDevice::Rgb{0, 0, 0}));
+        QVERIFY(mismatchesA(leds().mid(1), readPoints(fullId, 72, QSize(120, 67), 0, map5512).mid(1),
+                            screen) == 0);
+
+        panel->findChild<QPushButton*>("resetBtn")->click();
+        QTRY_COMPARE(leds().value(0), before);
+        effects->unbind(id);
     }
 
     void paceAndLatency()

@@ -36,6 +36,7 @@ public:
     qintptr currentSourceIndex() const { return sourceIndex; }
     double currentBlurStrength() const { return blurStrength; }
     double currentSaturationStrength() const { return saturationStrength; }
+    uint32_t currentInstallDirection() const { return installDirection; }
     bool hasCapturer() const { return !capturer.isNull(); }
 
     // The shared work thread, null while no screen worker exists.
