@@ -1,3 +1,4 @@
+#include "AbsWorkerWidget.h"
 #include "ConfigurationManager.h"
 #include "ControlPage.h"
 #include "ControllerConfigDialog.h"
@@ -536,6 +537,28 @@ private slots:
                 const QString name = app->effects().workerOptions(effectId).name;
                 QVERIFY2(QCoreApplication::translate("EffectNames", qPrintable(name)) != name,
                          qPrintable(name));
+            }
+        }
+        // No panel keeps a Chinese label, button or entry (strap names and devices are data).
+        QRegularExpression chinese("[\\x{4e00}-\\x{9fff}]");
+        for (const QString& groupId : app->effects().groupIds()) {
+            for (const QString& effectId : app->effects().group(groupId).effects) {
+                const EffectWorkerOptions record = app->effects().workerOptions(effectId);
+                for (QWidget* panel : {static_cast<QWidget*>(record.optionWidget),
+                                       static_cast<QWidget*>(record.extraOptionWidget)}) {
+                    if (!panel) {
+                        continue;
+                    }
+                    QStringList texts;
+                    for (QLabel* label : panel->findChildren<QLabel*>()) {
+                        texts << label->text();
+                    }
+                    for (QAbstractButton* button : panel->findChildren<QAbstractButton*>()) {
+                        texts << button->text();
+                    }
+                    QVERIFY2(!texts.join(' ').contains(chinese),
+                             qPrintable(effectId + ": " + texts.join(' ')));
+                }
             }
         }
         saveScreenshots("en");
