@@ -113,19 +113,15 @@ void ColorWheel::paintEvent(QPaintEvent*)
         drawWheelImage(size());
         drawSquareImage(current.hue());
     }
-    wheel = backgroundPixmap;
-    if (wheel.isNull()) {
+    if (backgroundPixmap.isNull()) {
         return;
     }
-    QPainter composer(&wheel);
-    composer.drawImage(0, 0, wheelImage);
-    composer.drawImage(squareRegion.boundingRect().topLeft(), squareImage);
-    drawIndicator(composer, current.hue());
-    drawPicker(composer, current);
-    composer.end();
-
+    // Straight onto the widget: the ring is the kept background, so nothing is composed twice.
     QPainter painter(this);
-    painter.drawPixmap(0, 0, wheel);
+    painter.drawPixmap(0, 0, backgroundPixmap);
+    painter.drawImage(squareRegion.boundingRect().topLeft(), squareImage);
+    drawIndicator(painter, current.hue());
+    drawPicker(painter, current);
 }
 
 void ColorWheel::drawIndicator(QPainter& painter, int hue) const

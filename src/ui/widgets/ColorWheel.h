@@ -49,7 +49,6 @@ private:
     QSize initSize{128, 128};
     QImage wheelImage;
     QImage squareImage;
-    QPixmap wheel;
     bool mouseDown = false;
     QPoint lastPos;
     int margin = 0;
