@@ -1,15 +1,19 @@
+#include "AbsWorkerWidget.h"
 #include "AudioCapManager.h"
 #include "ConfigurationManager.h"
 #include "DeviceRig.h"
 #include "EffectsManager.h"
 #include "LogCapture.h"
+#include "MMSOptWidget.h"
 #include "MusicMode1.h"
 #include "MusicMode3.h"
 #include "PrivateSoundServer.h"
 #include "TonePlayer.h"
 
+#include <QComboBox>
 #include <QJsonArray>
 #include <QJsonObject>
+#include <QSlider>
 #include <QtTest>
 
 #include <memory>
@@ -169,6 +173,35 @@ private slots:
         release(bound, "OV5512:M1");
     }
 
+    // The music panel: an output that appears adds its row; choosing it moves the running mode
+    // there; the strength shows as the slider's bend puts it.
+    void panelPicksTheOutput()
+    {
+        auto bound = bind(options("M1", 20), mode1);
+        QVERIFY(bound && bound->worker);
+        manager->activeOperate("OV5512:M1", mode1);
+        AbsWorkerWidget* panel = manager->workerOptions(mode1).optionWidget;
+        QVERIFY(panel && panel == manager->workerOptions(mode4).optionWidget);
+        auto* rows = panel->findChild<QComboBox*>("devicesComboBox");
+        const int before = rows->count();
+        QVERIFY(server.loadSink("orvanta_second", "Second output") >= 0);
+        QTRY_COMPARE(rows->count(), before + 1);
+        QCOMPARE(rows->itemText(before), QString("Second output"));
+        QCOMPARE(panel->findChild<QSlider*>("strengthSlider")->value(),
+                 MMSOptWidget::valueOf(qobject_cast<MusicMode1*>(bound->worker.data())->getStrength()));
+
+        TonePlayer second;
+        QVERIFY(second.start("orvanta_second"));
+        second.playTone(93.75, -18, TonePlayer::Left);
+        QTest::qWait(300);
+        QCOMPARE(litCount(bound->rig.device.lastColors()), 0); // still on the default output
+        rows->setCurrentIndex(before);
+        QTRY_VERIFY_WITH_TIMEOUT(litCount(bound->rig.device.lastColors()) > 0, 5000);
+        second.playSilence();
+        release(bound, "OV5512:M1");
+        QVERIFY(!panel->effectWorker());
+    }
+
     void moodPulse_data()
     {
         QTest::addColumn<double>("dbfs");
@@ -250,5 +283,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(TestMusicOnDevice)
+QTEST_MAIN(TestMusicOnDevice)
 #include "tst_MusicOnDevice.moc"
