@@ -14,6 +14,7 @@
 #include "ScreenSyncEditScene.h"
 #include "ScreenSyncEditView.h"
 
+#include <QMouseEvent>
 #include <QPushButton>
 
 #include <QSlider>
@@ -303,11 +304,22 @@ private slots:
         const VirtualLedDevice::Rgb before = leds().value(0);
         QVERIFY(before.r || before.g || before.b);
 
+        // Dragged with the left button on the view's viewport, as a user does.
+        auto* view = panel->findChild<ScreenSyncEditView*>("strapEditor");
+        panel->resize(700, 500);
+        panel->show();
+        QVERIFY(QTest::qWaitForWindowExposed(panel));
         LEDItem* first = scene->leds().first();
         const double cellWidth = scene->sceneRect().width() / 120;
         const double cellHeight = scene->sceneRect().height() / 67;
-        first->setPos(60 * cellWidth + cellWidth / 2 - 15, 33 * cellHeight + cellHeight / 2 - 15);
-        scene->dropItem(first);
+        const QPoint from = view->mapFromScene(first->sceneBoundingRect().center());
+        const QPoint to = view->mapFromScene(QPointF(60.5 * cellWidth, 33.5 * cellHeight));
+        QTest::mousePress(view->viewport(), Qt::LeftButton, {}, from);
+        QMouseEvent move(QEvent::MouseMove, to, view->viewport()->mapToGlobal(to), Qt::NoButton,
+                         Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(view->viewport(), &move);
+        QTest::mouseRelease(view->viewport(), Qt::LeftButton, {}, to);
+        panel->hide();
         QCOMPARE(first->gridPos, QPoint(60, 33));
         QTRY_COMPARE(leds().value(0), (VirtualLedDevice::Rgb{0, 0, 0}));
         QVERIFY(mismatchesA(leds().mid(1), readPoints(fullId, 72, QSize(120, 67), 0, map5512).mid(1),
