@@ -3,11 +3,14 @@
 //  - ColorWheel at 200 x 200 and 400 x 400: after a marker move, after a hue change that redoes
 //    the square, after a resize;
 //  - GradientWidget with 2 and 30 handles while one is dragged;
-//  - GradientImgComboBox showing a gradient.
+//  - GradientImgComboBox showing a gradient;
+//  - the layout editor's repaint for each live frame with 72 and 300 LEDs.
 #include "ColorWheel.h"
 #include "ComboBoxDelegate.h"
 #include "GradientImgComboBox.h"
 #include "GradientWidget.h"
+#include "ScreenSyncEditScene.h"
+#include "ScreenSyncEditView.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
@@ -90,5 +93,29 @@ int main(int argc, char* argv[])
     box.resize(350, 30);
     box.show();
     measure("GradientImgComboBox (target 2 ms)", box, [](int) {});
+
+    for (int leds : {72, 300}) {
+        ScreenSyncEditView view;
+        view.resize(712, 420);
+        view.show();
+        view.setSceneSize(QSize(120, 67));
+        QVector<QPoint> points;
+        for (int i = 0; i < leds; ++i) {
+            // Around the edges, as the model maps place them.
+            const int k = i * 370 / leds;
+            points.append(k < 120   ? QPoint(k, 2)
+                          : k < 185 ? QPoint(117, k - 120)
+                          : k < 305 ? QPoint(304 - k, 64)
+                                    : QPoint(2, 369 - k));
+        }
+        view.editScene()->setLEDs(points);
+        QImage frame(120, 67, QImage::Format_RGBA8888);
+        const QByteArray name =
+            "Layout editor, " + QByteArray::number(leds) + " LEDs, per live frame (target 4 ms)";
+        measure(name.constData(), view, [&](int i) {
+            frame.fill(QColor::fromHsv(i % 360, 200, 200));
+            view.setFrame(frame);
+        });
+    }
     return 0;
 }

@@ -9,6 +9,8 @@ LEDItem::LEDItem(int id, QGraphicsItem* parent)
     , id(id)
 {
     setFlags(ItemIsMovable | ItemSendsGeometryChanges);
+    // Drawn once, then blitted: the frame behind repaints the whole scene for every live frame.
+    setCacheMode(DeviceCoordinateCache);
 }
 
 void LEDItem::paint(QPainter* painter, const QStyleOptionGraphicsItem*, QWidget*)
