@@ -287,6 +287,23 @@ private slots:
         QVERIFY(painter.paint(QRect(QPoint(), screen), ScreenPainter::pictureA(screen)));
     }
 
+    // The blur slider: the top band's first LED reads pure red at 0, and at 100 red mixed with the
+    // green that lies below it.
+    void panelBlur()
+    {
+        auto rig = bindStrip(topId, QStringLiteral("OV2408"), {24});
+        QVERIFY(rig);
+        const QString id = rig->controller->controlOptions().id;
+        effects->activeOperate(id, topId);
+        auto* blur = effects->workerOptions(topId).optionWidget->findChild<QSlider*>("blurStrengthSlider");
+        const auto led = [&rig] { return rig->device.lastColors().value(0); };
+        blur->setValue(0);
+        QTRY_VERIFY(near(Qt::red, led().r, led().g, led().b));
+        blur->setValue(100);
+        QTRY_VERIFY(led().g > 8 && led().r > 200);
+        effects->unbind(id);
+    }
+
     // The layout editor: a square dropped on the black centre turns its LED, and only it, black;
     // reset brings the model's map back.
     void editorMovesOneLed()
