@@ -198,8 +198,27 @@ private slots:
         rows->setCurrentIndex(before);
         QTRY_VERIFY_WITH_TIMEOUT(litCount(bound->rig.device.lastColors()) > 0, 5000);
         second.playSilence();
+
+        // The strength at the top of the slider is kept, in every fragment too, once it unloads.
+        panel->findChild<QSlider*>("strengthSlider")->setValue(200);
         release(bound, "OV5512:M1");
         QVERIFY(!panel->effectWorker());
+        ConfigurationManager* store = ConfigurationManager::instance();
+        QCOMPARE(store->effectJsonValue(mode1, "OV5512:M1", "strength").toDouble(), 4.0);
+        const QJsonObject fragments = store->effectJsonValue(mode1, "OV5512:M1", "fragments").toObject();
+        QVERIFY(!fragments.isEmpty());
+        for (const QJsonValue& fragment : fragments) {
+            QCOMPARE(fragment.toObject().value("mulEnhance").toDouble(), 4.0);
+        }
+        // Back to the strength the other cases expect.
+        store->setEffectJsonValue(mode1, "OV5512:M1", "strength", 2.0);
+        QJsonObject reset = fragments;
+        for (auto it = reset.begin(); it != reset.end(); ++it) {
+            QJsonObject f = it.value().toObject();
+            f.insert("mulEnhance", 1);
+            it.value() = f;
+        }
+        store->setEffectJsonValue(mode1, "OV5512:M1", "fragments", reset);
     }
 
     void moodPulse_data()
