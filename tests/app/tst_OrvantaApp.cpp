@@ -528,37 +528,29 @@ private slots:
         QCOMPARE(child<QLabel>(window.controlPage(), "brightnessHeader")->text(), QString("  Brightness"));
         QCOMPARE(child<QLabel>(window.homePage(), "label_3")->text(), QString("Lighting devices"));
         QCOMPARE(window.windowTitle(), QString("Orvanta"));
-        // Group and effect names come from data; each of the catalogue has its English.
+        // Group and effect names come from data: each of the catalogue has its English. No panel
+        // keeps a Chinese label, button or entry (strap names and devices are data).
+        const QRegularExpression chinese("[\\x{4e00}-\\x{9fff}]");
         for (const QString& groupId : app->effects().groupIds()) {
             const EffectGroup group = app->effects().group(groupId);
             QVERIFY2(QCoreApplication::translate("GroupInformation", qPrintable(group.name)) != group.name,
                      qPrintable(group.name));
             for (const QString& effectId : group.effects) {
-                const QString name = app->effects().workerOptions(effectId).name;
-                QVERIFY2(QCoreApplication::translate("EffectNames", qPrintable(name)) != name,
-                         qPrintable(name));
-            }
-        }
-        // No panel keeps a Chinese label, button or entry (strap names and devices are data).
-        QRegularExpression chinese("[\\x{4e00}-\\x{9fff}]");
-        for (const QString& groupId : app->effects().groupIds()) {
-            for (const QString& effectId : app->effects().group(groupId).effects) {
                 const EffectWorkerOptions record = app->effects().workerOptions(effectId);
+                QVERIFY2(QCoreApplication::translate("EffectNames", qPrintable(record.name)) != record.name,
+                         qPrintable(record.name));
+                QStringList texts;
                 for (QWidget* panel : {static_cast<QWidget*>(record.optionWidget),
                                        static_cast<QWidget*>(record.extraOptionWidget)}) {
-                    if (!panel) {
-                        continue;
-                    }
-                    QStringList texts;
-                    for (QLabel* label : panel->findChildren<QLabel*>()) {
+                    for (QLabel* label : panel ? panel->findChildren<QLabel*>() : QList<QLabel*>()) {
                         texts << label->text();
                     }
-                    for (QAbstractButton* button : panel->findChildren<QAbstractButton*>()) {
-                        texts << button->text();
+                    for (auto* b :
+                         panel ? panel->findChildren<QAbstractButton*>() : QList<QAbstractButton*>()) {
+                        texts << b->text();
                     }
-                    QVERIFY2(!texts.join(' ').contains(chinese),
-                             qPrintable(effectId + ": " + texts.join(' ')));
                 }
+                QVERIFY2(!texts.join(' ').contains(chinese), qPrintable(effectId + ": " + texts.join(' ')));
             }
         }
         saveScreenshots("en");

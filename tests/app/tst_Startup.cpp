@@ -1,7 +1,6 @@
 #include "SingleInstance.h"
 #include "StartupSteps.h"
 #include "TestFiles.h"
-#include "VirtualLedDevice.h"
 
 #include <QCoreApplication>
 #include <QDir>
