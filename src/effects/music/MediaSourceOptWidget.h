@@ -13,7 +13,6 @@ namespace Ui {
 class MediaSourceOptWidget;
 }
 
-
 // The sound output a music effect listens to, one row per output of the sound server; an output
 // that appears while the panel exists adds its row.
 class MediaSourceOptWidget : public AbsWorkerWidget
