@@ -1,5 +1,7 @@
 #include "AbsWorkerWidget.h"
 
+#include <QCoreApplication>
+
 AbsWorkerWidget::AbsWorkerWidget(QWidget* parent)
     : QWidget(parent)
 {
@@ -7,6 +9,11 @@ AbsWorkerWidget::AbsWorkerWidget(QWidget* parent)
 }
 
 AbsWorkerWidget::~AbsWorkerWidget() = default;
+
+bool AbsWorkerWidget::panelsPossible()
+{
+    return QCoreApplication::instance() && QCoreApplication::instance()->inherits("QApplication");
+}
 
 IEffectWorkerPtr AbsWorkerWidget::effectWorker() const
 {

@@ -15,6 +15,9 @@ public:
     explicit AbsWorkerWidget(QWidget* parent = nullptr);
     ~AbsWorkerWidget() override;
 
+    // Panels are made only where widgets can exist: a process with a QApplication.
+    static bool panelsPossible();
+
     IEffectWorkerPtr effectWorker() const;
     void setEffectWorker(IEffectWorkerPtr worker);
 

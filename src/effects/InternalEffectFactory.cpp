@@ -38,8 +38,7 @@ InternalEffectFactory::InternalEffectFactory(QObject* parent)
     addRow<SingleColor>(SingleColor::staticWorkerOptions(), "SingleColor");
     addRow<FlowingEffect>(FlowingEffect::staticWorkerOptions(), "FlowingEffect");
     // Panels only where widgets can exist; none shows before the control page adopts it.
-    const bool widgets =
-        QCoreApplication::instance() && QCoreApplication::instance()->inherits("QApplication");
+    const bool widgets = AbsWorkerWidget::panelsPossible();
     EffectWorkerOptions mood = EffectWorkerOptions::make(QStringLiteral("com.orvanta.colorful.moodShadow"),
                                                          QStringLiteral("影随心动"), 1);
     mood.optionWidget = widgets ? new SFrmMoodShadow : nullptr;

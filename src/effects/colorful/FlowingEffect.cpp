@@ -21,7 +21,7 @@ EffectWorkerOptions FlowingEffect::staticWorkerOptions()
         QStringLiteral("com.orvanta.colorful.flowingEffect"), QStringLiteral("流光异彩"), 0);
     // Made when first asked for where widgets can exist, and made anew once it was deleted.
     static QPointer<FrmFlowingEffect> panel;
-    if (!panel && QCoreApplication::instance() && QCoreApplication::instance()->inherits("QApplication")) {
+    if (!panel && AbsWorkerWidget::panelsPossible()) {
         panel = new FrmFlowingEffect;
     }
     record.optionWidget = panel.data();

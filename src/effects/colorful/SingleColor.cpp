@@ -20,7 +20,7 @@ EffectWorkerOptions SingleColor::staticWorkerOptions()
         QStringLiteral("com.orvanta.singleColor.singleColor1"), QStringLiteral("单色模式"), 0);
     // Made when first asked for where widgets can exist, and made anew once it was deleted.
     static QPointer<FrmSingleColor> panel;
-    if (!panel && QCoreApplication::instance() && QCoreApplication::instance()->inherits("QApplication")) {
+    if (!panel && AbsWorkerWidget::panelsPossible()) {
         panel = new FrmSingleColor;
     }
     record.optionWidget = panel.data();

@@ -13,7 +13,7 @@
 MMSOptWidget* MMSOptWidget::instance()
 {
     static QPointer<MMSOptWidget> panel;
-    if (!panel && QCoreApplication::instance() && QCoreApplication::instance()->inherits("QApplication")) {
+    if (!panel && AbsWorkerWidget::panelsPossible()) {
         panel = new MMSOptWidget;
     }
     return panel.data();

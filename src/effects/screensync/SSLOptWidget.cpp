@@ -51,11 +51,19 @@ SSLOptWidget::SSLOptWidget(QWidget* parent)
     connect(resetBtn, &QPushButton::clicked, this, &SSLOptWidget::onResetBtnClicked);
 }
 
-void SSLOptWidget::reload()
+FullScreenMode* SSLOptWidget::fullScreen() const
 {
     auto* mode = qobject_cast<FullScreenMode*>(effectWorker().data());
     if (!mode) {
         qCritical() << "[SSLOptWidget]: The worker is nullptr";
+    }
+    return mode;
+}
+
+void SSLOptWidget::reload()
+{
+    FullScreenMode* mode = fullScreen();
+    if (!mode) {
         return;
     }
     const QSize size = mode->screenSize();
@@ -89,9 +97,8 @@ void SSLOptWidget::onFrameTick(QImage frame)
 
 void SSLOptWidget::onLedItemPosChanged(int id, QPoint newPos)
 {
-    auto* mode = qobject_cast<FullScreenMode*>(effectWorker().data());
+    FullScreenMode* mode = fullScreen();
     if (!mode) {
-        qCritical() << "[SSLOptWidget]: The worker is nullptr";
         return;
     }
     mode->setLEDPos(id, newPos);
@@ -99,9 +106,8 @@ void SSLOptWidget::onLedItemPosChanged(int id, QPoint newPos)
 
 void SSLOptWidget::onScreenSizeChanged(int)
 {
-    auto* mode = qobject_cast<FullScreenMode*>(effectWorker().data());
+    FullScreenMode* mode = fullScreen();
     if (!mode) {
-        qCritical() << "[SSLOptWidget]: The worker is nullptr";
         return;
     }
     mode->setScreenSize(QSize(widthBox->value(), heightBox->value()));
@@ -110,9 +116,8 @@ void SSLOptWidget::onScreenSizeChanged(int)
 
 void SSLOptWidget::onResetBtnClicked()
 {
-    auto* mode = qobject_cast<FullScreenMode*>(effectWorker().data());
+    FullScreenMode* mode = fullScreen();
     if (!mode) {
-        qCritical() << "[SSLOptWidget]: The worker is nullptr";
         return;
     }
     mode->resetLEDMap();

@@ -5,6 +5,7 @@
 #include <QImage>
 #include <QPoint>
 
+class FullScreenMode;
 class QPushButton;
 class QSpinBox;
 class ScreenSyncEditView;
@@ -31,6 +32,8 @@ private slots:
 
 private:
     void reload();
+    // The worker as the full-screen mode; logs and gives null when it is none.
+    FullScreenMode* fullScreen() const;
 
     ScreenSyncEditView* view;
     QSpinBox* widthBox;

@@ -19,7 +19,7 @@ const char* const kSliderSheet =
 ScreenSyncSOptWidget* ScreenSyncSOptWidget::instance()
 {
     static QPointer<ScreenSyncSOptWidget> panel;
-    if (!panel && QCoreApplication::instance() && QCoreApplication::instance()->inherits("QApplication")) {
+    if (!panel && AbsWorkerWidget::panelsPossible()) {
         panel = new ScreenSyncSOptWidget;
         DeskDuplManager* sources = DeskDuplManager::instance();
         connect(sources, &DeskDuplManager::capturerFailed, panel.data(),
