@@ -1,6 +1,7 @@
 // Screen sync figures on a private Xvfb at 1920x1080x24: the cost of a grab in both capture
 // modes, the X server's CPU while capturing, the latency from a repaint to the strip, and the
-// pipeline's cost per frame.
+// pipeline's cost per frame, and the time from a drop in the layout editor to the strip.
+#include "AbsWorkerWidget.h"
 #include "DeskCaptureBackendX11.h"
 #include "DeskCaptureOption.h"
 #include "DeskDuplManager.h"
@@ -9,12 +10,17 @@
 #include "EffectsManager.h"
 #include "FullScreenMode.h"
 #include "InternalEffectFactory.h"
+#include "LEDItem.h"
 #include "PrivateXServer.h"
 #include "ScreenPainter.h"
+#include "ScreenSyncEditScene.h"
+#include "ScreenSyncEditView.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
+#include <QMouseEvent>
 #include <QRandomGenerator>
+#include <QTemporaryDir>
 #include <QTimer>
 
 #include <algorithm>
@@ -58,6 +64,13 @@ template <typename Done> bool waitFor(Done done, int ms)
         QCoreApplication::processEvents(QEventLoop::AllEvents, 1);
     }
     return done();
+}
+
+qint64 steadyNs()
+{
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
 }
 
 void grabCost(const QString& display)
@@ -134,9 +147,7 @@ void latency(ScreenPainter& painter)
         const QColor c = colours[i % 2];
         wait(100 + QRandomGenerator::global()->bounded(34)); // a random phase against the capture
         painter.paint(QRect(QPoint(), screen), {{QRect(QPoint(), screen), c}});
-        const qint64 confirmed = std::chrono::duration_cast<std::chrono::nanoseconds>(
-                                     std::chrono::steady_clock::now().time_since_epoch())
-                                     .count();
+        const qint64 confirmed = steadyNs();
         auto shows = [&] {
             const auto leds = rig.device.lastColors();
             return !leds.isEmpty() && leds[30].r == c.red() && leds[30].b == c.blue() &&
@@ -189,11 +200,91 @@ void pipelineCost()
     }
 }
 
+void sendMouse(QWidget* target, QEvent::Type type, QPoint at, Qt::MouseButton button, Qt::MouseButtons held)
+{
+    QMouseEvent event(type, at, target->mapToGlobal(at), button, held, Qt::NoModifier);
+    QApplication::sendEvent(target, &event);
+}
+
+void editorDrop(ScreenPainter& painter)
+{
+    std::printf("(e) layout editor: a drag's release to the first device frame with the LED's new colour, 50 "
+                "drags between a red and a blue half\n");
+    painter.paint(QRect(QPoint(), screen),
+                  {{QRect(0, 0, screen.width() / 2, screen.height()), Qt::red},
+                   {QRect(screen.width() / 2, 0, screen.width() / 2, screen.height()), Qt::blue}});
+    EffectsManager effects;
+    DeviceRig rig;
+    ControlOptions options = DeviceRig::defaultOptions(72);
+    options.lines = {18, 36, 18};
+    if (!rig.start(options)) {
+        std::printf("    no virtual device\n");
+        return;
+    }
+    rig.device.setKeepFrames(false);
+    const QString effect = QStringLiteral("com.orvanta.screenSync.fullScreen");
+    effects.bind(rig.controller, effect);
+    effects.activeOperate(options.id, effect);
+    AbsWorkerWidget* panel = effects.workerOptions(effect).extraOptionWidget;
+    auto* view = panel ? panel->findChild<ScreenSyncEditView*>() : nullptr;
+    if (!view) {
+        std::printf("    no layout editor\n");
+        return;
+    }
+    panel->resize(700, 500);
+    panel->show();
+    wait(500);
+    ScreenSyncEditScene* scene = view->editScene();
+    const double cellWidth = scene->sceneRect().width() / 120;
+    const double cellHeight = scene->sceneRect().height() / 67;
+    const QPointF spots[2] = {QPointF(30.5 * cellWidth, 33.5 * cellHeight),
+                              QPointF(90.5 * cellWidth, 33.5 * cellHeight)};
+    const QColor colours[2] = {Qt::red, Qt::blue};
+    // The squares overlap their neighbours on the edge: the one dragged is the one on top, as for
+    // a user; from then on it sits alone in the middle.
+    QPoint from = view->mapFromScene(scene->leds().first()->sceneBoundingRect().center());
+    std::vector<double> ms;
+    for (int i = 0; i < 52; ++i) {
+        wait(100 + QRandomGenerator::global()->bounded(34)); // a random phase against the capture
+        auto* item = dynamic_cast<LEDItem*>(view->itemAt(from));
+        if (!item) {
+            std::printf("    no square under the pointer\n");
+            return;
+        }
+        const int index = item->id;
+        const QPoint to = view->mapFromScene(spots[i % 2]);
+        QWidget* port = view->viewport();
+        sendMouse(port, QEvent::MouseButtonPress, from, Qt::LeftButton, Qt::LeftButton);
+        sendMouse(port, QEvent::MouseMove, to, Qt::NoButton, Qt::LeftButton);
+        const qint64 released = steadyNs();
+        sendMouse(port, QEvent::MouseButtonRelease, to, Qt::LeftButton, Qt::NoButton);
+        from = to;
+        const QColor c = colours[i % 2];
+        auto shows = [&] {
+            const auto leds = rig.device.lastColors();
+            return leds.size() > index && leds[index].r == c.red() && leds[index].b == c.blue() &&
+                   rig.device.lastFrameTimeNs() >= released;
+        };
+        if (waitFor(shows, 2000) && i >= 2) {
+            ms.push_back(double(rig.device.lastFrameTimeNs() - released) / 1e6);
+        }
+    }
+    const double period = rig.device.frameRate() > 0 ? 1000.0 / rig.device.frameRate() : 0.0;
+    std::printf("    capture period %.1f ms; median %.1f ms (%.2f periods), p95 %.1f ms (%.2f periods); %zu "
+                "drops seen\n",
+                period, quantile(ms, 0.5), period > 0 ? quantile(ms, 0.5) / period : 0.0, quantile(ms, 0.95),
+                period > 0 ? quantile(ms, 0.95) / period : 0.0, ms.size());
+    panel->hide();
+    effects.unbind(options.id);
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
     qputenv("QT_QPA_PLATFORM", "offscreen");
+    QTemporaryDir home; // the editor's drags are stored: never in the user's own settings
+    qputenv("XDG_CONFIG_HOME", QFile::encodeName(home.filePath(QStringLiteral("config"))));
     QApplication app(argc, argv);
     qSetMessagePattern(QStringLiteral("%{if-warning}%{message}%{endif}%{if-critical}%{message}%{endif}"));
     PrivateXServer server;
@@ -212,6 +303,7 @@ int main(int argc, char** argv)
     registry->option()->setCurMode(0);
     latency(painter);
     pipelineCost();
+    editorDrop(painter);
     registry->shutdown();
     return 0;
 }
