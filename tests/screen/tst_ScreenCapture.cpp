@@ -14,6 +14,7 @@
 #include "ScreenSyncEditScene.h"
 #include "ScreenSyncEditView.h"
 
+#include <QComboBox>
 #include <QMouseEvent>
 #include <QPushButton>
 
@@ -71,6 +72,8 @@ private slots:
         ConfigurationManager::instance()->reset();
         QVERIFY(painter.open(QString::fromLocal8Bit(qgetenv("DISPLAY"))));
         QVERIFY(painter.paint(QRect(QPoint(), screen), ScreenPainter::pictureA(screen)));
+        // Two monitors when the sources are first listed, so the panel's rows match their ids.
+        QVERIFY(painter.addMonitor(QStringLiteral("RIGHT-HALF"), QRect(960, 0, 960, 1080)));
         // --winrt_capture_first: this run starts in mode 1, whatever was stored. The sources are
         // made at first use, here by the screen panel of the catalogue, as the program makes them
         // after setting its properties.
@@ -87,6 +90,32 @@ private slots:
     {
         effects.reset();
         TestFiles::flushDeletes();
+    }
+
+    // The panel's source row moves a running strip to the other monitor; the choice is stored.
+    void sourceRow()
+    {
+        QCOMPARE(registry()->allCapturer(), (QList<int>{0, 1}));
+        QVERIFY(painter.paint(QRect(QPoint(), screen),
+                              {{QRect(0, 0, 960, 1080), Qt::red}, {QRect(960, 0, 960, 1080), Qt::blue}}));
+        auto rig = bindStrip(topId, QStringLiteral("OV2408"), {24});
+        QVERIFY(rig);
+        const QString id = rig->controller->controlOptions().id;
+        effects->activeOperate(id, topId);
+        auto* rows = effects->workerOptions(topId).optionWidget->findChild<QComboBox*>("comboBox");
+        QCOMPARE(rows->count(), 2);
+        QCOMPARE(rows->itemText(1), QStringLiteral("RIGHT-HALF 960x1080+960+0"));
+        const auto led = [&rig] { return rig->device.lastColors().value(0); };
+        QTRY_VERIFY(near(Qt::red, led().r, led().g, led().b));
+        rows->setCurrentIndex(1);
+        QTRY_VERIFY(near(Qt::blue, led().r, led().g, led().b));
+        effects->unbind(id);
+        QCOMPARE(ConfigurationManager::instance()->effectVariant(topId, id, "sourceIndex").toInt(), 1);
+
+        QSignalSpy failed(registry(), &DeskDuplManager::capturerFailed);
+        QVERIFY(painter.deleteMonitor(QStringLiteral("RIGHT-HALF")));
+        QTRY_COMPARE(failed.size(), 1);
+        QVERIFY(painter.paint(QRect(QPoint(), screen), ScreenPainter::pictureA(screen)));
     }
 
     void registryLists()
