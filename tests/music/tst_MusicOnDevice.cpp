@@ -3,6 +3,7 @@
 #include "ConfigurationManager.h"
 #include "DeviceRig.h"
 #include "EffectsManager.h"
+#include "GradientWidget.h"
 #include "LogCapture.h"
 #include "MusicMode1.h"
 #include "MusicMode3.h"
@@ -12,6 +13,7 @@
 #include <QComboBox>
 #include <QJsonArray>
 #include <QJsonObject>
+#include <QPushButton>
 #include <QSlider>
 #include <QtTest>
 
@@ -118,12 +120,6 @@ private slots:
             store->setEffectJsonValue(id, "OV5512:M1", "fragments", QJsonObject{{"bass", bar}});
         }
         store->setEffectJsonValue(mode1, "OV5512:P1", "fragments", QJsonObject{{"bass", bar}});
-        const QJsonArray red{255, 0, 0};
-        store->setEffectJsonValue(
-            "com.orvanta.colorful.colorStraps", "__all__", "colorStrapList",
-            QJsonArray{QJsonObject{{"name", "red"},
-                                   {"endsColor", red},
-                                   {"keyColors", QJsonArray{QJsonObject{{"key", 0.5}, {"color", red}}}}}});
     }
 
     void meter()
@@ -208,6 +204,13 @@ private slots:
         for (const QJsonValue& fragment : fragments) {
             QCOMPARE(fragment.toObject().value("mulEnhance").toDouble(), 4.0);
         }
+
+        // The output is not kept: loaded again, the mode listens to the default one.
+        bound = bind(options("P1", 20), mode1);
+        player.playTone(93.75, -18, TonePlayer::Left);
+        QTRY_VERIFY_WITH_TIMEOUT(litCount(bound->rig.device.lastColors()) > 0, 5000);
+        player.playSilence();
+        release(bound, "OV5512:P1");
     }
 
     void moodPulse_data()
@@ -225,6 +228,15 @@ private slots:
         QFETCH(int, red);
         auto bound = bind(options("M2", 6), mode2);
         QVERIFY(bound && bound->worker);
+        // A strap of pure red, made on mode 2's panel, which edits its background mood worker.
+        manager->activeOperate("OV5512:M2", mode2);
+        AbsWorkerWidget* panel = manager->workerOptions(mode2).optionWidget;
+        QVERIFY(panel);
+        panel->findChild<QPushButton*>("addBtn")->click();
+        auto* bar = panel->findChild<GradientWidget*>("gradientEditor");
+        bar->setKeyColors({});
+        bar->setEndsColor(Qt::red);
+        bar->addKeyColor(Qt::red, 0.5);
         if (dbfs > -100) {
             player.playTone(1500, dbfs, TonePlayer::Both);
         }
