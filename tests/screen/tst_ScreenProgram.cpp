@@ -3,6 +3,8 @@
 #include "TestFiles.h"
 #include "VirtualLedDevice.h"
 
+#include <QJsonArray>
+#include <QJsonDocument>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -13,7 +15,7 @@ using namespace ScreenRig;
 
 // The installed program with a strip stored on full screen: it captures the private X server,
 // lights the strip with what the screen shows, and on SIGTERM releases the strip dark and keeps
-// the effect's settings.
+// the effect's settings, which the next start shows.
 class TestScreenProgram : public QObject
 {
     Q_OBJECT
@@ -42,7 +44,6 @@ private slots:
         VirtualLedDevice device;
         QVERIFY(device.open(root.filePath("ttyOV0")));
 
-        QProcess program;
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.insert("HOME", root.path());
         env.insert("XDG_CONFIG_HOME", root.filePath("config"));
@@ -52,10 +53,18 @@ private slots:
         env.insert("DISPLAY", server.display());
         env.insert("ORVANTA_EXTRA_PORTS", root.filePath("ttyOV0"));
         env.insert("LSAN_OPTIONS", "suppressions=" ORVANTA_LSAN_SUPPRESSIONS ":fast_unwind_on_malloc=0");
-        program.setProcessEnvironment(env);
-        program.setWorkingDirectory(root.path());
-        program.start(ORVANTA_BINARY_PATH, {"--winrt_capture_first"});
-        QVERIFY(program.waitForStarted());
+        QProcess program;
+        auto start = [&](const QStringList& args) {
+            program.setProcessEnvironment(env);
+            program.setWorkingDirectory(root.path());
+            program.start(ORVANTA_BINARY_PATH, args);
+            return program.waitForStarted();
+        };
+        auto stop = [&] {
+            return ::kill(pid_t(program.processId()), SIGTERM) == 0 && program.waitForFinished(30000) &&
+                   program.exitStatus() == QProcess::NormalExit && program.exitCode() == 0;
+        };
+        QVERIFY(start({"--winrt_capture_first"}));
 
         const QVector<QPoint> points = readPoints(fullId, 72, QSize(120, 67), 0,
                                                   modelMap(ORVANTA_DATA_DIR "/controler_config/OV5512.json"));
@@ -74,10 +83,7 @@ private slots:
         QVERIFY(mainLog().contains("in mode 1 by the full area read by"));
 
         const int framesBeforeStop = device.frameCount();
-        QCOMPARE(::kill(pid_t(program.processId()), SIGTERM), 0);
-        QVERIFY(program.waitForFinished(30000));
-        QVERIFY2(program.exitStatus() == QProcess::NormalExit && program.exitCode() == 0,
-                 program.readAllStandardError().right(3000).constData());
+        QVERIFY2(stop(), program.readAllStandardError().right(3000).constData());
         // The strip was released dark, and the program said so.
         QVERIFY(mainLog().contains("The port is released, the black buffer is writeen: true"));
         QTRY_VERIFY(device.frameCount() > framesBeforeStop);
@@ -88,6 +94,40 @@ private slots:
             QVERIFY2(stored.contains(key), key);
         }
         QCOMPARE(stored.value("map").toObject().value("ledMap").toArray().size(), 72);
+
+        // Started again on values set since: no colour, and the first LED moved to the black middle.
+        QJsonObject values = stored;
+        values.insert("saturationStrength", -1.0);
+        QJsonObject map = values.value("map").toObject();
+        QJsonArray leds = map.value("ledMap").toArray();
+        for (int i = 0; i < leds.size(); ++i) {
+            QJsonObject led = leds[i].toObject();
+            if (led.value("id").toInt() == 1) {
+                led.insert("x", 60);
+                led.insert("y", 33);
+                leds[i] = led;
+            }
+        }
+        map.insert("ledMap", leds);
+        values.insert("map", map);
+        const QString file = config + "/effects/" + fullId + ".json";
+        QJsonObject all = TestFiles::readJson(file);
+        all.insert("OV5512:41424344", values);
+        QVERIFY(TestFiles::write(file, QJsonDocument(all).toJson()));
+        QVERIFY(start({}));
+        auto greyWithDarkFirst = [&] {
+            const auto shown = device.lastColors();
+            int white = 0;
+            for (const auto& c : shown) {
+                if (qAbs(c.r - c.g) > 8 || qAbs(c.g - c.b) > 8) {
+                    return false;
+                }
+                white += c.r > 240;
+            }
+            return shown.size() == 72 && shown[0] == VirtualLedDevice::Rgb{0, 0, 0} && white > 50;
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(greyWithDarkFirst(), 30000);
+        QVERIFY2(stop(), program.readAllStandardError().right(3000).constData());
     }
 };
 
