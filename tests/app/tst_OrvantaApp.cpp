@@ -17,6 +17,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
+#include <QProcess>
 #include <QPushButton>
 #include <QRadioButton>
 #include <QSlider>
@@ -28,6 +29,8 @@
 #include <QtTest>
 
 #include <memory>
+
+#include <signal.h>
 
 using Rgb = VirtualLedDevice::Rgb;
 
@@ -69,9 +72,16 @@ void storeDevice(const QString& id, const QJsonObject& values)
     ConfigurationManager::instance()->saveControllerJsonObj(id);
 }
 
+// The shown one where panels parked hidden on the page carry the same names.
 template <typename T> T* child(QWidget* root, const char* name)
 {
-    return root->findChild<T*>(QLatin1String(name));
+    const QList<T*> found = root->findChildren<T*>(QLatin1String(name));
+    for (T* w : found) {
+        if (w->isVisible()) {
+            return w;
+        }
+    }
+    return found.value(0);
 }
 } // namespace
 
@@ -356,6 +366,20 @@ private slots:
         QTest::qWait(200);
         QCOMPARE(a.device.lastColors().value(0).r, uint8_t(turned.red()));
 
+        // For a person to look at: the panels of the other groups.
+        for (const QString groupId : {"com.orvanta.screenSync", "com.orvanta.dynamicMusic"}) {
+            for (QRadioButton* g :
+                 child<QWidget>(page, "workGroupContainer")->findChildren<QRadioButton*>()) {
+                if (g->toolTip() == app->effects().group(groupId).desc) {
+                    g->click();
+                }
+            }
+            QTest::qWait(100);
+            QVERIFY(app->window().grab().save(QString("screenshots/panel_%1_%2x.png")
+                                                  .arg(groupId.section('.', -1))
+                                                  .arg(qApp->devicePixelRatio())));
+        }
+
         // The rainbow stands still at speed 0; the six colour maps share one panel.
         QCOMPARE(app->effects().workerOptions("com.orvanta.colorful.ColorMap_3").optionWidget,
                  app->effects().workerOptions("com.orvanta.colorful.ColorMap_8").optionWidget);
@@ -392,7 +416,7 @@ private slots:
         // A key put on the bar reaches the strip: speed 0, range 1, one green key in white.
         child<QSlider>(page, "speedSlider")->setValue(0);
         child<QSlider>(page, "rangeSlider")->setValue(1000);
-        auto* bar = page->findChild<GradientWidget*>("gradientEditor");
+        auto* bar = child<GradientWidget>(page, "gradientEditor");
         bar->setKeyColors({});
         bar->setEndsColor(Qt::white);
         bar->addKeyColor(Qt::green, 0.5);
@@ -403,19 +427,24 @@ private slots:
         };
         QTRY_VERIFY(greenShown());
 
-        // For a person to look at: the panels of the other groups.
-        for (const QString groupId : {"com.orvanta.screenSync", "com.orvanta.dynamicMusic"}) {
-            for (QRadioButton* g :
-                 child<QWidget>(page, "workGroupContainer")->findChildren<QRadioButton*>()) {
-                if (g->toolTip() == app->effects().group(groupId).desc) {
-                    g->click();
-                }
-            }
-            QTest::qWait(100);
-            QVERIFY(app->window().grab().save(QString("screenshots/panel_%1_%2x.png")
-                                                  .arg(groupId.section('.', -1))
-                                                  .arg(qApp->devicePixelRatio())));
-        }
+        // Once the program object is gone, the program itself starts on what was set.
+        const QString here = ConfigurationManager::instance()->configPath();
+        stop();
+        // The program keeps its settings under its own name.
+        const QString there = QString::fromLocal8Bit(qgetenv("XDG_CONFIG_HOME")) + "/orvanta";
+        QDir(there).removeRecursively();
+        QVERIFY(TestFiles::copyTree(here, there));
+        QProcess program;
+        program.start(QStringLiteral(ORVANTA_BINARY_PATH), QStringList());
+        QVERIFY(program.waitForStarted());
+        QTRY_VERIFY_WITH_TIMEOUT(
+            a.device.lastColors().value(0) ==
+                (Rgb{uint8_t(turned.red()), uint8_t(turned.green()), uint8_t(turned.blue())}),
+            kFoundMs);
+        QTRY_VERIFY_WITH_TIMEOUT(greenShown(), kFoundMs);
+        QCOMPARE(::kill(pid_t(program.processId()), SIGTERM), 0);
+        QVERIFY(program.waitForFinished(30000));
+        QCOMPARE(program.exitCode(), 0);
     }
 
     // A failed device is unbound, and a control page that showed it goes back home.
