@@ -3,17 +3,22 @@
 #include "ConfigurationManager.h"
 #include "EffectsManager.h"
 #include "FlowingEffect.h"
+#include "LogCapture.h"
 #include "MoodShadow.h"
 #include "RecordingController.h"
 #include "SingleColor.h"
 #include "TestFiles.h"
 
+#include <QComboBox>
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QPointer>
+#include <QPushButton>
 #include <QRegularExpression>
 #include <QSignalSpy>
+#include <QSlider>
+#include <QSpinBox>
 #include <QtTest>
 
 namespace {
@@ -312,6 +317,70 @@ private slots:
         QVERIFY(panel->effectWorker().isNull());
         QCOMPARE(changed.count(), 2);
         manager.unbind("a");
+    }
+
+    // A panel handed a worker of another class, or none, changes nothing through any control;
+    // the panels that check their cast say so.
+    void panelsOnAForeignWorker_data()
+    {
+        QTest::addColumn<QString>("effect");
+        QTest::addColumn<bool>("extra");
+        QTest::addColumn<QString>("line");
+        QTest::newRow("single colour") << "com.orvanta.singleColor.singleColor1" << false << QString();
+        QTest::newRow("rainbow") << "com.orvanta.colorful.flowingEffect" << false
+                                 << "[FrmFlowingEffect]: The worker is empty.";
+        QTest::newRow("colour map") << "com.orvanta.colorful.ColorMap_3" << false
+                                    << "[SFrmColorMap]: The worker is empty.";
+        QTest::newRow("mood shadow") << "com.orvanta.colorful.moodShadow" << false
+                                     << "[SFrmMoodShadow]: The worker is empty.";
+        QTest::newRow("screen") << "com.orvanta.screenSync.topHalfScreen" << false << QString();
+        QTest::newRow("layout editor")
+            << "com.orvanta.screenSync.fullScreen" << true << "[SSLOptWidget]: The worker is nullptr";
+        QTest::newRow("music") << "com.orvanta.dynamicMusic.mode_1" << false << QString();
+        QTest::newRow("music mood") << "com.orvanta.dynamicMusic.mode_2" << false << QString();
+    }
+    void panelsOnAForeignWorker()
+    {
+        QFETCH(QString, effect);
+        QFETCH(bool, extra);
+        QFETCH(QString, line);
+        populate({{"groups.json", fourGroups}});
+        EffectsManager manager;
+        const EffectWorkerOptions options = manager.workerOptions(effect);
+        AbsWorkerWidget* panel = extra ? options.extraOptionWidget : options.optionWidget;
+        QVERIFY(panel);
+        auto ctl = makeController("f1");
+        const bool single = effect.startsWith("com.orvanta.singleColor");
+        IEffectWorkerPtr foreign = manager.bind(ctl, single ? "com.orvanta.colorful.moodShadow"
+                                                            : "com.orvanta.singleColor.singleColor1");
+        const int frames = ctl->frames.size();
+        auto driveEveryControl = [panel] {
+            for (QSlider* slider : panel->findChildren<QSlider*>()) {
+                slider->setValue(slider->minimum());
+                slider->setValue(slider->maximum());
+            }
+            for (QSpinBox* box : panel->findChildren<QSpinBox*>()) {
+                box->setValue(box->minimum());
+            }
+            for (QComboBox* box : panel->findChildren<QComboBox*>()) {
+                box->setCurrentIndex(box->count() - 1);
+            }
+            for (QPushButton* button : panel->findChildren<QPushButton*>()) {
+                if (button->objectName() != "selectColorBtn") { // a modal dialog of its own
+                    button->click();
+                }
+            }
+        };
+        LogCapture log;
+        panel->setEffectWorker(foreign);
+        driveEveryControl();
+        panel->setEffectWorker(IEffectWorkerPtr());
+        driveEveryControl();
+        QCOMPARE(ctl->frames.size(), frames);
+        if (!line.isEmpty()) {
+            QVERIFY2(log.count(line, QtCriticalMsg) >= 1, qPrintable(log.lines().join(QLatin1Char('\n'))));
+        }
+        manager.unbind("f1");
     }
 
     void destructionUnloadsWorkers()
