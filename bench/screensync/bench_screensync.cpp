@@ -127,19 +127,28 @@ void serverCpu(PrivateXServer& server, DeskDuplManager& registry)
     std::printf("    mode 0 / mode 1: %.2f\n", busy[1] > 0 ? busy[0] / busy[1] : 0.0);
 }
 
+// A 72-LED strip on full screen's model lines, keeping no frames.
+bool startStrip(DeviceRig& rig)
+{
+    ControlOptions options = DeviceRig::defaultOptions(72);
+    options.lines = {18, 36, 18};
+    if (!rig.start(options)) {
+        std::printf("    no virtual device\n");
+        return false;
+    }
+    rig.device.setKeepFrames(false);
+    return true;
+}
+
 void latency(ScreenPainter& painter)
 {
     std::printf("(c) repaint confirmed by the server to the first device frame with its colour, mode 0, 50 "
                 "changes\n");
     EffectsManager effects;
     DeviceRig rig;
-    ControlOptions options = DeviceRig::defaultOptions(72);
-    options.lines = {18, 36, 18};
-    if (!rig.start(options)) {
-        std::printf("    no virtual device\n");
+    if (!startStrip(rig)) {
         return;
     }
-    rig.device.setKeepFrames(false);
     effects.bind(rig.controller, QStringLiteral("com.orvanta.screenSync.fullScreen"));
     std::vector<double> ms;
     const QColor colours[2] = {QColor(255, 0, 0), QColor(0, 0, 255)};
@@ -215,16 +224,13 @@ void editorDrop(ScreenPainter& painter)
                    {QRect(screen.width() / 2, 0, screen.width() / 2, screen.height()), Qt::blue}});
     EffectsManager effects;
     DeviceRig rig;
-    ControlOptions options = DeviceRig::defaultOptions(72);
-    options.lines = {18, 36, 18};
-    if (!rig.start(options)) {
-        std::printf("    no virtual device\n");
+    if (!startStrip(rig)) {
         return;
     }
-    rig.device.setKeepFrames(false);
     const QString effect = QStringLiteral("com.orvanta.screenSync.fullScreen");
     effects.bind(rig.controller, effect);
-    effects.activeOperate(options.id, effect);
+    const QString id = rig.controller->controlOptions().id;
+    effects.activeOperate(id, effect);
     AbsWorkerWidget* panel = effects.workerOptions(effect).extraOptionWidget;
     auto* view = panel ? panel->findChild<ScreenSyncEditView*>() : nullptr;
     if (!view) {
@@ -275,7 +281,7 @@ void editorDrop(ScreenPainter& painter)
                 period, quantile(ms, 0.5), period > 0 ? quantile(ms, 0.5) / period : 0.0, quantile(ms, 0.95),
                 period > 0 ? quantile(ms, 0.95) / period : 0.0, ms.size());
     panel->hide();
-    effects.unbind(options.id);
+    effects.unbind(id);
 }
 
 } // namespace

@@ -24,6 +24,7 @@
 #include <QSpinBox>
 #include <QStackedWidget>
 #include <QSystemTrayIcon>
+#include <QTemporaryDir>
 #include <QTimer>
 #include <QToolButton>
 #include <QtTest>
@@ -430,11 +431,18 @@ private slots:
         // Once the program object is gone, the program itself starts on what was set.
         const QString here = ConfigurationManager::instance()->configPath();
         stop();
+        ConfigurationManager::instance()->save(); // what is still queued for writing
         // The program keeps its settings under its own name.
         const QString there = QString::fromLocal8Bit(qgetenv("XDG_CONFIG_HOME")) + "/orvanta";
         QDir(there).removeRecursively();
         QVERIFY(TestFiles::copyTree(here, there));
+        QTemporaryDir runtime; // its own instance lock, whatever else runs beside this test
         QProcess program;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("XDG_RUNTIME_DIR", runtime.path());
+        env.insert("QT_QPA_PLATFORM", "offscreen");
+        program.setProcessEnvironment(env);
+        program.setProcessChannelMode(QProcess::ForwardedChannels);
         program.start(QStringLiteral(ORVANTA_BINARY_PATH), QStringList());
         QVERIFY(program.waitForStarted());
         QTRY_VERIFY_WITH_TIMEOUT(

@@ -334,7 +334,7 @@ private slots:
     }
 
     // The layout editor: a square dropped on the black centre turns its LED, and only it, black;
-    // reset brings the model's map back.
+    // one dropped beyond the edge snaps to the last cell; reset brings the model's map back.
     void editorMovesOneLed()
     {
         auto rig = bindStrip(fullId, QStringLiteral("OV5512"), {18, 36, 18});
@@ -353,23 +353,34 @@ private slots:
         // Dragged with the left button on the view's viewport, as a user does.
         auto* view = panel->findChild<ScreenSyncEditView*>("strapEditor");
         panel->resize(700, 500);
-        panel->show();
-        QVERIFY(QTest::qWaitForWindowExposed(panel));
         LEDItem* first = scene->leds().first();
-        const double cellWidth = scene->sceneRect().width() / 120;
-        const double cellHeight = scene->sceneRect().height() / 67;
-        const QPoint from = view->mapFromScene(first->sceneBoundingRect().center());
-        const QPoint to = view->mapFromScene(QPointF(60.5 * cellWidth, 33.5 * cellHeight));
-        QTest::mousePress(view->viewport(), Qt::LeftButton, {}, from);
-        QMouseEvent move(QEvent::MouseMove, to, view->viewport()->mapToGlobal(to), Qt::NoButton,
-                         Qt::LeftButton, Qt::NoModifier);
-        QApplication::sendEvent(view->viewport(), &move);
-        QTest::mouseRelease(view->viewport(), Qt::LeftButton, {}, to);
-        panel->hide();
+        // Shown only while dragging, since the window sits on the captured screen; the target in
+        // cells, as the scene takes its size from the shown view.
+        auto drag = [&](const QPointF& cell) {
+            panel->show();
+            QVERIFY(QTest::qWaitForWindowExposed(panel));
+            const QPoint from = view->mapFromScene(first->sceneBoundingRect().center());
+            const QPoint to = view->mapFromScene(cell.x() * scene->sceneRect().width() / 120,
+                                                 cell.y() * scene->sceneRect().height() / 67);
+            QTest::mousePress(view->viewport(), Qt::LeftButton, {}, from);
+            QMouseEvent move(QEvent::MouseMove, to, view->viewport()->mapToGlobal(to), Qt::NoButton,
+                             Qt::LeftButton, Qt::NoModifier);
+            QApplication::sendEvent(view->viewport(), &move);
+            QTest::mouseRelease(view->viewport(), Qt::LeftButton, {}, to);
+            panel->hide();
+        };
+        drag(QPointF(60.5, 33.5));
         QCOMPARE(first->gridPos, QPoint(60, 33));
         QTRY_COMPARE(leds().value(0), (VirtualLedDevice::Rgb{0, 0, 0}));
-        QVERIFY(mismatchesA(leds().mid(1), readPoints(fullId, 72, QSize(120, 67), 0, map5512).mid(1),
-                            screen) == 0);
+        QTRY_VERIFY(mismatchesA(leds().mid(1), readPoints(fullId, 72, QSize(120, 67), 0, map5512).mid(1),
+                                screen) == 0);
+        // Dropped beyond the scene's top right corner: the square stays whole inside the scene and
+        // snaps to the cell under its centre, in the red top band.
+        drag(QPointF(127, -7));
+        const QRectF rect = scene->sceneRect();
+        QCOMPARE(first->gridPos,
+                 QPoint(int((rect.width() - 15) / (rect.width() / 120)), int(15 / (rect.height() / 67))));
+        QTRY_COMPARE(leds().value(0), (VirtualLedDevice::Rgb{255, 0, 0}));
 
         panel->findChild<QPushButton*>("resetBtn")->click();
         QTRY_COMPARE(leds().value(0), before);
