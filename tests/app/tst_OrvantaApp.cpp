@@ -356,8 +356,8 @@ private slots:
         QTest::mouseClick(wheel, Qt::LeftButton, {}, QPoint(wheel->width() / 2, 5));
         const QColor turned =
             QColor::fromHsv(90, QColor(10, 20, 30).saturation(), QColor(10, 20, 30).value());
-        QTRY_COMPARE(a.device.lastColors().value(0),
-                     (Rgb{uint8_t(turned.red()), uint8_t(turned.green()), uint8_t(turned.blue())}));
+        const Rgb turnedRgb{uint8_t(turned.red()), uint8_t(turned.green()), uint8_t(turned.blue())};
+        QTRY_COMPARE(a.device.lastColors().value(0), turnedRgb);
         QCOMPARE(box("Gbox")->value(), turned.green());
 
         // The shared panel now points at b: a's strip keeps its colour.
@@ -445,10 +445,7 @@ private slots:
         program.setProcessChannelMode(QProcess::ForwardedChannels);
         program.start(QStringLiteral(ORVANTA_BINARY_PATH), QStringList());
         QVERIFY(program.waitForStarted());
-        QTRY_VERIFY_WITH_TIMEOUT(
-            a.device.lastColors().value(0) ==
-                (Rgb{uint8_t(turned.red()), uint8_t(turned.green()), uint8_t(turned.blue())}),
-            kFoundMs);
+        QTRY_VERIFY_WITH_TIMEOUT(a.device.lastColors().value(0) == turnedRgb, kFoundMs);
         QTRY_VERIFY_WITH_TIMEOUT(greenShown(), kFoundMs);
         QCOMPARE(::kill(pid_t(program.processId()), SIGTERM), 0);
         QVERIFY(program.waitForFinished(30000));
