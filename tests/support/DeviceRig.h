@@ -29,11 +29,8 @@ struct DeviceRig
     bool start(ControlOptions options, bool buildHeader = true)
     {
         device.setKeepFrames(true);
-        if (!device.open()) {
-            return false;
-        }
         auto* port = new OVSerialPort();
-        if (!port->open(device.slavePath())) {
+        if (!device.open() || !port->open(device.slavePath())) {
             delete port;
             return false;
         }
@@ -46,12 +43,8 @@ struct DeviceRig
     }
 };
 
+// A colour frame as it goes on the wire: magic, zero, count high and low, colours.
 inline QByteArray frameBytes(uint16_t count, const QByteArray& colorBytes)
 {
-    QByteArray f("Ada", 3);
-    f.append(char(0));
-    f.append(char(count >> 8));
-    f.append(char(count & 0xff));
-    f.append(colorBytes);
-    return f;
+    return QByteArray("Ada\0", 4) + char(count >> 8) + char(count & 0xff) + colorBytes;
 }

@@ -1,33 +1,70 @@
 #pragma once
 
 #include <QMutex>
-#include <QString>
+#include <QPair>
 #include <QStringList>
 #include <QtGlobal>
 
-// Records every log message of the process (any thread) while it is installed, and passes
-// each on to the handler that was there before.
+#include <algorithm>
+
+// Records every log message of the process (any thread) while it is installed, and passes each
+// on to the handler that was there before.
 class LogCapture
 {
 public:
-    LogCapture();
-    ~LogCapture();
+    LogCapture()
+    {
+        current = this;
+        previous = qInstallMessageHandler(&LogCapture::handler);
+    }
+    ~LogCapture()
+    {
+        qInstallMessageHandler(previous);
+        current = nullptr;
+    }
 
-    void clear();
-    QStringList lines() const;
+    void clear()
+    {
+        QMutexLocker locker(&mutex);
+        entries.clear();
+    }
+    QStringList lines() const
+    {
+        QMutexLocker locker(&mutex);
+        QStringList out;
+        for (const auto& entry : entries) {
+            out << entry.second;
+        }
+        return out;
+    }
     // Messages containing `text`, at the given level or any level when type is -1.
-    int count(const QString& text, int type = -1) const;
+    int count(const QString& text, int type = -1) const
+    {
+        QMutexLocker locker(&mutex);
+        return int(std::count_if(entries.begin(), entries.end(), [&](const QPair<int, QString>& entry) {
+            return (type < 0 || entry.first == type) && entry.second.contains(text);
+        }));
+    }
     bool contains(const QString& text, int type = -1) const { return count(text, type) > 0; }
 
 private:
-    static void handler(QtMsgType type, const QMessageLogContext& context, const QString& message);
-
-    struct Entry
+    static void handler(QtMsgType type, const QMessageLogContext& context, const QString& message)
     {
-        QtMsgType type;
-        QString message;
-    };
+        LogCapture* self = current;
+        if (!self) {
+            return;
+        }
+        {
+            QMutexLocker locker(&self->mutex);
+            self->entries.append({int(type), message});
+        }
+        if (self->previous) {
+            self->previous(type, context, message);
+        }
+    }
+
+    static inline LogCapture* current = nullptr;
     mutable QMutex mutex;
-    QList<Entry> entries;
+    QList<QPair<int, QString>> entries;
     QtMessageHandler previous = nullptr;
 };

@@ -1,6 +1,0 @@
-#include "OtherPlugin.h"
-
-OtherPlugin::OtherPlugin(QObject* parent)
-    : QObject(parent)
-{
-}

@@ -1,5 +1,0 @@
-// A shared library without plug-in metadata: the device manager must skip it.
-extern "C" int orvantaPlainLibraryAnswer()
-{
-    return 42;
-}
