@@ -1,6 +1,6 @@
 #include "AbsWorkerWidget.h"
-#include "ColorMap.h"
 #include "ConfigurationManager.h"
+#include "DeviceRig.h"
 #include "EffectsManager.h"
 #include "FlowingEffect.h"
 #include "LogCapture.h"
@@ -12,6 +12,7 @@
 #include <QComboBox>
 #include <QCoreApplication>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QPointer>
 #include <QPushButton>
@@ -21,7 +22,14 @@
 #include <QSpinBox>
 #include <QtTest>
 
+using Rgbs = QVector<VirtualLedDevice::Rgb>;
+Q_DECLARE_METATYPE(Rgbs)
+
 namespace {
+
+const QString kSingle = "com.orvanta.singleColor.singleColor1";
+const QString kColorful = "com.orvanta.colorful", kScreen = "com.orvanta.screenSync",
+              kMusic = "com.orvanta.dynamicMusic";
 
 const QByteArray fourGroups = R"({"groups": [
     {"id": "com.orvanta.singleColor", "name": "单色模式", "desc": "one colour", "icon": "nowhere.png",
@@ -39,26 +47,22 @@ QString effectsDir()
     return QCoreApplication::applicationDirPath() + "/effects";
 }
 
-// Replaces the effects folder beside the test program by the given files.
-void populate(const QMap<QString, QByteArray>& files, bool withPlugin = false)
+// Replaces the effects folder beside the test program by the four groups and the given files.
+void populate(const QMap<QString, QByteArray>& files = {}, bool withPlugin = false)
 {
     QDir(effectsDir()).removeRecursively();
-    QVERIFY(QDir().mkpath(effectsDir()));
-    for (auto it = files.constBegin(); it != files.constEnd(); ++it)
+    QVERIFY(TestFiles::write(effectsDir() + "/groups.json", fourGroups));
+    for (auto it = files.constBegin(); it != files.constEnd(); ++it) {
         QVERIFY(TestFiles::write(effectsDir() + "/" + it.key(), it.value()));
+    }
     if (withPlugin) {
-        QVERIFY(QFile::copy(QStringLiteral(TEST_PLUGIN_PATH), effectsDir() + "/test_effect_plugin.so"));
+        QVERIFY(QFile::copy(TEST_PLUGIN_PATH, effectsDir() + "/test_effect_plugin.so"));
     }
 }
 
 QSharedPointer<RecordingController> makeController(const QString& id)
 {
     return QSharedPointer<RecordingController>(new RecordingController(id, 4, {4}), &QObject::deleteLater);
-}
-
-void flushDeletes()
-{
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 }
 
 } // namespace
@@ -68,8 +72,7 @@ class TestEffectsManager : public QObject
     Q_OBJECT
 private slots:
     void init() { ConfigurationManager::instance()->reset(); }
-
-    void cleanup() { flushDeletes(); }
+    void cleanup() { TestFiles::flushDeletes(); }
 
     void missingEffectsFolder()
     {
@@ -79,172 +82,147 @@ private slots:
         QTest::ignoreMessage(QtCriticalMsg,
                              QRegularExpression("^Not found group for the effect worker: com\\.orvanta\\."));
         EffectsManager manager;
-        // Only the groups made for the built-in effects, reachable by neither next nor previous.
-        QVERIFY(manager.groupIds().contains("com.orvanta.singleColor"));
-        QVERIFY(manager.groupIds().contains("com.orvanta.colorful"));
-        const EffectGroup made = manager.group("com.orvanta.colorful");
-        QCOMPARE(made.name, QString("com.orvanta.colorful"));
+        // The built-in effects keep groups made for them, reachable by neither next nor previous.
+        QVERIFY(manager.hasWorker("com.orvanta.colorful.moodShadow"));
+        const EffectGroup made = manager.group(kColorful);
+        QCOMPARE(made.name, kColorful);
         QCOMPARE(made.order, 0);
         QTest::ignoreMessage(QtCriticalMsg, "[EffectManager]: Not found group order: com.orvanta.colorful");
-        QCOMPARE(manager.nextGroup("com.orvanta.colorful"), manager.groupIds().first());
-        QVERIFY(manager.hasWorker("com.orvanta.colorful.moodShadow"));
+        QCOMPARE(manager.nextGroup(kColorful), manager.groupIds().first());
     }
 
-    void groupFileFailures_data()
+    // One more file beside the four groups: a failure costs that file or element only, and a
+    // group's first definition stands.
+    void groupFiles_data()
     {
+        QTest::addColumn<QString>("file");
         QTest::addColumn<QByteArray>("content");
-        QTest::addColumn<QString>("message");
         QTest::addColumn<int>("level");
-
-        QTest::newRow("not JSON") << QByteArray("{\"groups\": [") << QString("^无法解析组配置信息Json文件 ")
-                                  << int(QtCriticalMsg);
-        QTest::newRow("no groups key") << QByteArray("{\"other\": []}")
-                                       << QString("^不正确的json格式 .*/bad\\.json$") << int(QtCriticalMsg);
-        QTest::newRow("element without id") << QByteArray("{\"groups\": [{\"name\": \"n\", \"order\": 9}]}")
-                                            << QString("^不正确的组信息格式$") << int(QtWarningMsg);
+        QTest::addColumn<QString>("message");
+        QTest::addColumn<QString>("afterMusic"); // nextGroup of the last of the four
+        const QString single = "com.orvanta.singleColor";
+        // Failing files sort first, so the good one is read after them.
+        QTest::newRow("not JSON") << "a.json" << QByteArray("{\"groups\": [") << int(QtCriticalMsg)
+                                  << "^无法解析组配置信息Json文件 " << single;
+        QTest::newRow("no groups key") << "a.json" << QByteArray("{\"other\": []}") << int(QtCriticalMsg)
+                                       << "^不正确的json格式 .*/a\\.json$" << single;
+        QTest::newRow("element without id")
+            << "a.json" << QByteArray(R"({"groups": [{"name": "n", "order": 9}]})") << int(QtWarningMsg)
+            << "^不正确的组信息格式$" << single;
+        QTest::newRow("duplicate id")
+            << "z.json" << QByteArray(R"({"groups": [{"id": "com.orvanta.colorful", "order": 7}]})")
+            << int(QtWarningMsg) << "^已跳过已存在的组信息 com\\.orvanta\\.colorful$" << single;
+        // A taken order: the group lands where the hash of its id puts it, which is never 0 to 3.
+        QTest::newRow("order conflict")
+            << "z.json" << QByteArray(R"({"groups": [{"id": "com.orvanta.extra", "order": 1}]})")
+            << int(QtWarningMsg)
+            << "^\\[EffectManager\\]: Group order conflict: com\\.orvanta\\.extra\\. The order already "
+               "exists: 炫彩模式$"
+            << "com.orvanta.extra";
     }
 
-    void groupFileFailures()
+    void groupFiles()
     {
+        QFETCH(QString, file);
         QFETCH(QByteArray, content);
-        QFETCH(QString, message);
         QFETCH(int, level);
-        // The bad file sorts first; the good one after it still loads.
-        populate({{"bad.json", content}, {"good.json", fourGroups}});
+        QFETCH(QString, message);
+        QFETCH(QString, afterMusic);
+        populate({{file, content}});
         QTest::ignoreMessage(QtMsgType(level), QRegularExpression(message));
         EffectsManager manager;
-        QCOMPARE(manager.groupIds().size(), 4);
-        QCOMPARE(manager.nextGroup("com.orvanta.dynamicMusic"), QString("com.orvanta.singleColor"));
+        QCOMPARE(manager.group(kColorful).name, QString("炫彩模式"));
+        QCOMPARE(manager.nextGroup(kMusic), afterMusic);
+        if (manager.groupIds().contains("com.orvanta.extra")) {
+            QCOMPARE(manager.group("com.orvanta.extra").order,
+                     int32_t(qHash(QString("com.orvanta.extra"), 0)));
+        }
     }
 
-    void groupFieldsAndDefaults()
+    void groupsFromFile()
     {
-        populate({{"groups.json", fourGroups}});
+        populate();
         QTest::ignoreMessage(QtDebugMsg, "成功载入了 4 个组信息");
-        QTest::ignoreMessage(QtInfoMsg, "成功读取到组信息 com.orvanta.colorful");
         EffectsManager manager;
+        QCOMPARE(manager.groupIds(), QStringList({kColorful, kMusic, kScreen, "com.orvanta.singleColor"}));
         const EffectGroup single = manager.group("com.orvanta.singleColor");
         QCOMPARE(single.desc, QString("one colour"));
         QVERIFY(single.icon.isNull()); // a bad path, and no message for it
+        QCOMPARE(single.effects, QSet<QString>({kSingle}));
         // No "desc": the translated name stands in.
-        QCOMPARE(manager.group("com.orvanta.colorful").desc, QString("炫彩模式"));
-        QCOMPARE(manager.defaultEffect("com.orvanta.dynamicMusic"),
-                 QString("com.orvanta.dynamicMusic.mode_2"));
-        QCOMPARE(manager.groupIds(), QStringList({"com.orvanta.colorful", "com.orvanta.dynamicMusic",
-                                                  "com.orvanta.screenSync", "com.orvanta.singleColor"}));
-        QVERIFY(manager.group("com.orvanta.nothing").id.isEmpty());
-    }
-
-    void nextAndPreviousWrap()
-    {
-        populate({{"groups.json", fourGroups}});
-        EffectsManager manager;
-        QCOMPARE(manager.nextGroup("com.orvanta.screenSync"), QString("com.orvanta.dynamicMusic"));
-        QCOMPARE(manager.nextGroup("com.orvanta.dynamicMusic"), QString("com.orvanta.singleColor"));
-        QCOMPARE(manager.previousGroup("com.orvanta.singleColor"), QString("com.orvanta.dynamicMusic"));
-        QCOMPARE(manager.previousGroup("com.orvanta.dynamicMusic"), QString("com.orvanta.screenSync"));
-        // An unknown group counts as the one before the first.
+        QCOMPARE(manager.group(kColorful).desc, QString("炫彩模式"));
+        QCOMPARE(manager.group(kColorful).effects.size(), 8);
+        QCOMPARE(manager.defaultEffect(kMusic), QString("com.orvanta.dynamicMusic.mode_2"));
+        // Display order, wrapping both ways.
+        QCOMPARE(manager.nextGroup(kScreen), kMusic);
+        QCOMPARE(manager.nextGroup(kMusic), QString("com.orvanta.singleColor"));
+        QCOMPARE(manager.previousGroup("com.orvanta.singleColor"), kMusic);
+        QCOMPARE(manager.previousGroup(kMusic), kScreen);
         QTest::ignoreMessage(QtCriticalMsg, "[EffectManager]: Not found group info: com.orvanta.none");
-        QCOMPARE(manager.nextGroup("com.orvanta.none"), QString("com.orvanta.colorful"));
-        QTest::ignoreMessage(QtCriticalMsg, "[EffectManager]: Not found group info: ");
-        QCOMPARE(manager.previousGroup(""), QString("com.orvanta.colorful"));
+        QCOMPARE(manager.previousGroup("com.orvanta.none"), kColorful);
     }
 
     void lastBindingRules()
     {
-        populate({{"groups.json", fourGroups}});
+        populate();
         EffectsManager manager;
-        QCOMPARE(manager.lastBinding("", ""), QString("com.orvanta.singleColor.singleColor1"));
-        QCOMPARE(manager.lastBinding("x", ""), QString("com.orvanta.singleColor.singleColor1"));
-        QCOMPARE(manager.lastBinding("", "com.orvanta.colorful"),
-                 QString("com.orvanta.colorful.flowingEffect"));
-        QCOMPARE(manager.lastBinding("x", "com.orvanta.colorful"),
-                 QString("com.orvanta.colorful.flowingEffect"));
+        QCOMPARE(manager.lastBinding("", ""), kSingle);
+        QCOMPARE(manager.lastBinding("x", ""), kSingle);
+        QCOMPARE(manager.lastBinding("", kColorful), kColorful + ".flowingEffect");
+        QCOMPARE(manager.lastBinding("x", kColorful), kColorful + ".flowingEffect");
         // A stored value wins and is not checked against the catalogue.
-        ConfigurationManager::instance()->setGlobalValue(
-            QStringList{"lastBinding", "x", "com.orvanta.colorful"}, QString("com.orvanta.colorful.gone"));
-        QCOMPARE(manager.lastBinding("x", "com.orvanta.colorful"), QString("com.orvanta.colorful.gone"));
-        QCOMPARE(manager.lastBinding("y", "com.orvanta.colorful"),
-                 QString("com.orvanta.colorful.flowingEffect"));
+        ConfigurationManager::instance()->setGlobalValue(QStringList{"lastBinding", "x", kColorful},
+                                                         "com.orvanta.colorful.gone");
+        QCOMPARE(manager.lastBinding("x", kColorful), QString("com.orvanta.colorful.gone"));
         // bind remembers per controller and group.
-        auto ctl = makeController("x");
+        auto ctl = makeController("y");
         QVERIFY(manager.bind(ctl, "com.orvanta.colorful.ColorMap_5"));
-        QCOMPARE(manager.lastBinding("x", "com.orvanta.colorful"),
-                 QString("com.orvanta.colorful.ColorMap_5"));
         QCOMPARE(
-            ConfigurationManager::instance()->globalValue("lastBinding/x/com.orvanta.colorful").toString(),
+            ConfigurationManager::instance()->globalValue("lastBinding/y/com.orvanta.colorful").toString(),
             QString("com.orvanta.colorful.ColorMap_5"));
-        QCOMPARE(manager.lastBinding("x", "com.orvanta.screenSync"),
-                 QString("com.orvanta.screenSync.fullScreen"));
-        manager.unbind("x");
+        QCOMPARE(manager.lastBinding("y", kColorful), QString("com.orvanta.colorful.ColorMap_5"));
+        QCOMPARE(manager.lastBinding("y", kScreen), QString("com.orvanta.screenSync.fullScreen"));
+        manager.unbind("y");
     }
 
-    void catalogueGroupsFilled()
+    // A plug-in factory's effect joins the catalogue and reaches the controller; the built-in
+    // factory, registered last, replaces a plug-in record of the same id; a broken file is skipped.
+    void pluginFactories()
     {
-        populate({{"groups.json", fourGroups}});
+        populate({{"aaa_broken.so", "not a library"}}, true);
+        QTest::ignoreMessage(QtCriticalMsg,
+                             QRegularExpression("^从QPluginLoader载入实例 .*/aaa_broken\\.so 失败："));
+        QTest::ignoreMessage(QtCriticalMsg,
+                             "Not found group for the effect worker: com.orvanta.plugin.fixedColor");
         EffectsManager manager;
-        QCOMPARE(manager.group("com.orvanta.singleColor").effects,
-                 QSet<QString>({"com.orvanta.singleColor.singleColor1"}));
-        const QSet<QString> colorful = manager.group("com.orvanta.colorful").effects;
-        QCOMPARE(colorful.size(), 8);
-        QVERIFY(colorful.contains("com.orvanta.colorful.moodShadow"));
-        QVERIFY(!manager.hasWorker("com.orvanta.none"));
-    }
-
-    void pluginLoadedAndBuiltInWins()
-    {
-        const QByteArray pluginGroup =
-            R"({"groups": [{"id": "com.orvanta.plugin", "name": "插件", "order": 9}]})";
-        populate({{"groups.json", fourGroups}, {"plugin.json", pluginGroup}}, true);
-        EffectsManager manager;
-        QVERIFY(manager.hasWorker("com.orvanta.plugin.fixedColor"));
         QCOMPARE(manager.workerOptions("com.orvanta.plugin.fixedColor").name, QString("plug-in colour"));
         QCOMPARE(manager.group("com.orvanta.plugin").effects,
                  QSet<QString>({"com.orvanta.plugin.fixedColor"}));
-        // The built-in record and factory replaced the plug-in's rival of the same id.
-        QCOMPARE(manager.workerOptions("com.orvanta.colorful.flowingEffect").name, QString("流光异彩"));
+        QCOMPARE(manager.workerOptions(kColorful + ".flowingEffect").name, QString("流光异彩"));
         auto ctl = makeController("p");
-        IEffectWorkerPtr flowing = manager.bind(ctl, "com.orvanta.colorful.flowingEffect");
-        QVERIFY(qobject_cast<FlowingEffect*>(flowing.data()));
-        // The plug-in's worker reaches the controller through the connections bind made.
-        IEffectWorkerPtr plugged = manager.bind(ctl, "com.orvanta.plugin.fixedColor");
-        QVERIFY(plugged);
-        QCOMPARE(plugged->workerOptions().id, QString("com.orvanta.plugin.fixedColor"));
-        QVERIFY(!ctl->frames.isEmpty());
+        QVERIFY(qobject_cast<FlowingEffect*>(manager.bind(ctl, kColorful + ".flowingEffect").data()));
+        QVERIFY(manager.bind(ctl, "com.orvanta.plugin.fixedColor"));
         QCOMPARE(ctl->frames.last().value(0).value(0), (OV_RGB{5, 10, 15})); // brightness 0.5
         manager.unbind("p");
     }
 
-    void brokenPluginIsSkipped()
+    void bindConnectsBothWays()
     {
-        populate({{"groups.json", fourGroups}, {"aaa_broken.so", QByteArray("not a library")}}, true);
-        QTest::ignoreMessage(QtCriticalMsg,
-                             QRegularExpression("^从QPluginLoader载入实例 .*/aaa_broken\\.so 失败："));
-        EffectsManager manager;
-        QVERIFY(manager.hasWorker("com.orvanta.plugin.fixedColor"));
-    }
-
-    void bindConnectsAndRemembers()
-    {
-        populate({{"groups.json", fourGroups}});
+        populate();
         EffectsManager manager;
         auto ctl = makeController("c1");
         QTest::ignoreMessage(QtInfoMsg, "c1 已经绑定到 com.orvanta.singleColor.singleColor1");
-        IEffectWorkerPtr worker = manager.bind(ctl, "com.orvanta.singleColor.singleColor1");
-        QVERIFY(worker);
-        // load ran at once: the white frame is already at the controller, scaled by brightness 0.5.
-        QVERIFY(!ctl->frames.isEmpty());
+        QVERIFY(manager.bind(ctl, kSingle));
+        // load ran at once: the white frame is already at the controller, at brightness 0.5.
         QCOMPARE(ctl->frames.last().value(0), QVector<OV_RGB>(4, OV_RGB{127, 127, 127}));
-        // Controller changes reach the worker's slots: a mood shadow follows the install direction.
-        IEffectWorkerPtr mood = manager.bind(ctl, "com.orvanta.colorful.moodShadow");
-        auto* shadow = qobject_cast<MoodShadow*>(mood.data());
+        // The controller's changes reach the worker: a mood shadow follows the install direction.
+        auto* shadow = qobject_cast<MoodShadow*>(manager.bind(ctl, "com.orvanta.colorful.moodShadow").data());
         QVERIFY(shadow);
         ctl->setInstallDirection(1);
         shadow->tick(0.1);
         QVERIFY(shadow->currentPhase() > 0.5); // went backwards from 0 and wrapped
         QTest::ignoreMessage(QtInfoMsg, "c1 与 com.orvanta.colorful.moodShadow 解绑");
         manager.unbind("c1");
-        // No colours reach the controller from the released worker any more.
         const int frames = ctl->frames.size();
         shadow->tick(0.1);
         QCOMPARE(ctl->frames.size(), frames);
@@ -252,65 +230,55 @@ private slots:
 
     void bindUnknownEffectReleasesOldWorker()
     {
-        populate({{"groups.json", fourGroups}});
+        populate();
         EffectsManager manager;
         auto ctl = makeController("c2");
-        IEffectWorkerPtr worker = manager.bind(ctl, "com.orvanta.singleColor.singleColor1");
-        QPointer<IEffectWorker> watch(worker.data());
-        qobject_cast<SingleColor*>(worker.data())->setColor(QColor(1, 2, 3));
-        worker.clear();
+        QPointer<IEffectWorker> old = manager.bind(ctl, kSingle).data();
+        qobject_cast<SingleColor*>(old.data())->setColor(QColor(1, 2, 3));
         QTest::ignoreMessage(
             QtCriticalMsg,
             "[EffectsManager]: Not found worker factory for this effect, id: com.orvanta.none.x");
         QVERIFY(!manager.bind(ctl, "com.orvanta.none.x"));
-        // The old worker was saved, and released.
-        QCOMPARE(ConfigurationManager::instance()
-                     ->effectVariant("com.orvanta.singleColor.singleColor1", "c2", "color")
-                     .toUInt(),
+        QCOMPARE(ConfigurationManager::instance()->effectVariant(kSingle, "c2", "color").toUInt(),
                  QColor(1, 2, 3).rgb());
-        flushDeletes();
-        QVERIFY(watch.isNull());
-        // The controller is unbound now.
+        TestFiles::flushDeletes();
+        QVERIFY(old.isNull());
         QTest::ignoreMessage(QtWarningMsg, "尝试解绑了一个未绑定的控制器 c2");
         manager.unbind("c2");
         QTest::ignoreMessage(QtCriticalMsg, "[EffectsManager]: Cannot binding, ctlId: c2   effectId: x.y");
         manager.activeOperate("c2", "x.y");
     }
 
+    // The new worker loads what the old one saved on its way out.
     void rebindSameEffectSavesFirst()
     {
-        populate({{"groups.json", fourGroups}});
+        populate();
         EffectsManager manager;
         auto ctl = makeController("c3");
-        IEffectWorkerPtr first = manager.bind(ctl, "com.orvanta.singleColor.singleColor1");
+        IEffectWorkerPtr first = manager.bind(ctl, kSingle);
         qobject_cast<SingleColor*>(first.data())->setColor(QColor(200, 100, 50));
-        IEffectWorkerPtr second = manager.bind(ctl, "com.orvanta.singleColor.singleColor1");
-        QVERIFY(second);
+        IEffectWorkerPtr second = manager.bind(ctl, kSingle);
         QVERIFY(second != first);
-        // The new worker loaded what the old one saved on its way out.
         QCOMPARE(qobject_cast<SingleColor*>(second.data())->currentColor(), QColor(200, 100, 50));
         manager.unbind("c3");
     }
 
+    // The six colour maps share one panel, pointed at the worker of the device on screen.
     void panelsFollowBindings()
     {
-        populate({{"groups.json", fourGroups}}, true);
-        QTest::ignoreMessage(QtCriticalMsg,
-                             "Not found group for the effect worker: com.orvanta.plugin.fixedColor");
+        populate();
         EffectsManager manager;
-        AbsWorkerWidget* panel = manager.workerOptions("com.orvanta.plugin.fixedColor").optionWidget;
-        QVERIFY(panel);
+        const QString map = "com.orvanta.colorful.ColorMap_4";
+        AbsWorkerWidget* panel = manager.workerOptions(map).optionWidget;
+        QCOMPARE(manager.workerOptions("com.orvanta.colorful.ColorMap_8").optionWidget, panel);
         QSignalSpy changed(panel, &AbsWorkerWidget::effectWorkerChanged);
-        auto ctlA = makeController("a");
-        auto ctlB = makeController("b");
-        IEffectWorkerPtr workerA = manager.bind(ctlA, "com.orvanta.plugin.fixedColor");
-        IEffectWorkerPtr workerB = manager.bind(ctlB, "com.orvanta.plugin.fixedColor");
-        manager.activeOperate("a", "com.orvanta.plugin.fixedColor");
+        IEffectWorkerPtr workerA = manager.bind(makeController("a"), map);
+        IEffectWorkerPtr workerB = manager.bind(makeController("b"), map);
+        manager.activeOperate("a", map);
         QCOMPARE(panel->effectWorker(), workerA);
-        manager.activeOperate("b", "com.orvanta.plugin.fixedColor");
+        manager.activeOperate("b", map);
+        manager.activeOperate("b", map); // the same worker: no refill
         QCOMPARE(panel->effectWorker(), workerB);
-        // The same worker again does not refill the panel.
-        manager.activeOperate("b", "com.orvanta.plugin.fixedColor");
         QCOMPARE(changed.count(), 2);
         // Unbinding lets go of the panel: a null worker, and no signal for it.
         manager.unbind("b");
@@ -326,8 +294,8 @@ private slots:
         QTest::addColumn<QString>("effect");
         QTest::addColumn<bool>("extra");
         QTest::addColumn<QString>("line");
-        QTest::newRow("single colour") << "com.orvanta.singleColor.singleColor1" << false << QString();
-        QTest::newRow("rainbow") << "com.orvanta.colorful.flowingEffect" << false
+        QTest::newRow("single colour") << kSingle << false << QString();
+        QTest::newRow("rainbow") << kColorful + ".flowingEffect" << false
                                  << "[FrmFlowingEffect]: The worker is empty.";
         QTest::newRow("colour map") << "com.orvanta.colorful.ColorMap_3" << false
                                     << "[SFrmColorMap]: The worker is empty.";
@@ -339,22 +307,24 @@ private slots:
         QTest::newRow("music") << "com.orvanta.dynamicMusic.mode_1" << false << QString();
         QTest::newRow("music mood") << "com.orvanta.dynamicMusic.mode_2" << false << QString();
     }
+
     void panelsOnAForeignWorker()
     {
         QFETCH(QString, effect);
         QFETCH(bool, extra);
         QFETCH(QString, line);
-        populate({{"groups.json", fourGroups}});
+        populate();
         EffectsManager manager;
         const EffectWorkerOptions options = manager.workerOptions(effect);
         AbsWorkerWidget* panel = extra ? options.extraOptionWidget : options.optionWidget;
         QVERIFY(panel);
         auto ctl = makeController("f1");
-        const bool single = effect.startsWith("com.orvanta.singleColor");
-        IEffectWorkerPtr foreign = manager.bind(ctl, single ? "com.orvanta.colorful.moodShadow"
-                                                            : "com.orvanta.singleColor.singleColor1");
+        IEffectWorkerPtr foreign =
+            manager.bind(ctl, effect == kSingle ? "com.orvanta.colorful.moodShadow" : kSingle);
         const int frames = ctl->frames.size();
-        auto driveEveryControl = [panel] {
+        LogCapture log;
+        for (const IEffectWorkerPtr& worker : {foreign, IEffectWorkerPtr()}) {
+            panel->setEffectWorker(worker);
             for (QSlider* slider : panel->findChildren<QSlider*>()) {
                 slider->setValue(slider->minimum());
                 slider->setValue(slider->maximum());
@@ -370,39 +340,62 @@ private slots:
                     button->click();
                 }
             }
-        };
-        LogCapture log;
-        panel->setEffectWorker(foreign);
-        driveEveryControl();
-        panel->setEffectWorker(IEffectWorkerPtr());
-        driveEveryControl();
-        QCOMPARE(ctl->frames.size(), frames);
-        if (!line.isEmpty()) {
-            QVERIFY2(log.count(line, QtCriticalMsg) >= 1, qPrintable(log.lines().join(QLatin1Char('\n'))));
         }
+        QCOMPARE(ctl->frames.size(), frames);
+        QVERIFY2(line.isEmpty() || log.contains(line, QtCriticalMsg), qPrintable(log.lines().join('\n')));
         manager.unbind("f1");
     }
 
-    void destructionUnloadsWorkers()
+    // Each colour effect bound to a serial controller on a virtual strip: frames at the effect's
+    // pace, with its colours times the brightness of 0.5.
+    void colourEffectsOnAStrip_data()
     {
-        populate({{"groups.json", fourGroups}});
-        auto ctl = makeController("c6");
-        auto other = makeController("c7");
-        QPointer<IEffectWorker> watch;
-        {
-            EffectsManager manager;
-            IEffectWorkerPtr worker = manager.bind(ctl, "com.orvanta.singleColor.singleColor1");
-            qobject_cast<SingleColor*>(worker.data())->setColor(QColor(9, 8, 7));
-            IEffectWorkerPtr map = manager.bind(other, "com.orvanta.colorful.ColorMap_6");
-            qobject_cast<ColorMap*>(map.data())->speed = 2.5;
-            watch = worker.data();
+        QTest::addColumn<QString>("effectId");
+        QTest::addColumn<double>("nominalRate");
+        QTest::addColumn<Rgbs>("expected");
+        QTest::newRow("single colour") << kSingle << 25.0 << Rgbs(6, {100, 50, 25});
+        // Speed 0: the rainbow stands at hue 0, the first LED one sixth round.
+        QTest::newRow("flowing") << kColorful + ".flowingEffect" << 30.0
+                                 << Rgbs{{127, 127, 0}, {0, 127, 0},   {0, 127, 127},
+                                         {0, 0, 127},   {127, 0, 127}, {127, 0, 0}};
+        QTest::newRow("colour map") << "com.orvanta.colorful.ColorMap_3" << 30.0 << Rgbs(6, {50, 100, 30});
+    }
+
+    void colourEffectsOnAStrip()
+    {
+        QFETCH(QString, effectId);
+        QFETCH(double, nominalRate);
+        QFETCH(Rgbs, expected);
+        populate();
+        QImage picture(16, 12, QImage::Format_RGB32);
+        picture.fill(QColor(100, 200, 60));
+        QVERIFY(QDir().mkpath(effectsDir() + "/colorful") &&
+                picture.save(effectsDir() + "/colorful/ColorMap_3.png"));
+        ConfigurationManager::instance()->setEffectVariant(kSingle, "OV5512:41424344", "color",
+                                                           QColor(200, 100, 50).rgb());
+        DeviceRig rig;
+        ControlOptions options = DeviceRig::defaultOptions(6);
+        options.brightness = 0.5f;
+        QVERIFY(rig.start(options));
+        EffectsManager manager;
+        if (auto* flowing = qobject_cast<FlowingEffect*>(manager.bind(rig.controller, effectId).data())) {
+            flowing->setSpeed(0);
         }
-        ConfigurationManager* store = ConfigurationManager::instance();
-        QCOMPARE(store->effectVariant("com.orvanta.singleColor.singleColor1", "c6", "color").toUInt(),
-                 QColor(9, 8, 7).rgb());
-        QCOMPARE(store->effectJsonValue("com.orvanta.colorful.ColorMap_6", "c7", "speed").toDouble(), 2.5);
-        flushDeletes();
-        QVERIFY(watch.isNull());
+        QTRY_VERIFY_WITH_TIMEOUT(rig.device.frameCount() >= 3, 10000);
+        const int first = rig.device.frameCount();
+        QElapsedTimer clock;
+        clock.start();
+        QTRY_VERIFY_WITH_TIMEOUT(rig.device.frameCount() >= first + 40, 20000);
+        const double rate = (rig.device.frameCount() - first) * 1000.0 / clock.elapsed();
+        QVERIFY2(rate > nominalRate * 0.3 && rate < nominalRate * 1.6, qPrintable(QString::number(rate)));
+        const Rgbs colors = rig.device.lastColors();
+        QCOMPARE(colors.size(), expected.size());
+        for (int i = 0; i < colors.size(); ++i) {
+            const VirtualLedDevice::Rgb a = colors.at(i), b = expected.at(i);
+            QVERIFY2(qAbs(a.r - b.r) <= 1 && qAbs(a.g - b.g) <= 1 && qAbs(a.b - b.b) <= 1,
+                     qPrintable(QString("LED %1: %2,%3,%4").arg(i).arg(a.r).arg(a.g).arg(a.b)));
+        }
+        manager.unbind(options.id);
     }
 };
 

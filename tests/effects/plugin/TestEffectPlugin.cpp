@@ -1,77 +1,54 @@
-#include "TestEffectPlugin.h"
+#include "AbsAnimatedEffect.h"
+#include "IEffectFactory.h"
 
-PluginEffect::PluginEffect(const EffectWorkerOptions& options, QObject* parent)
-    : IEffectWorker(parent)
-    , options(options)
+namespace {
+
+// A fixed colour, sent once at load.
+class PluginEffect : public AbsAnimatedEffect
 {
-    timer.setInterval(33);
-    connect(&timer, &QTimer::timeout, this, &PluginEffect::send);
-}
+public:
+    explicit PluginEffect(const EffectWorkerOptions& options)
+        : options(options)
+    {
+    }
+    int32_t load(const ControlOptions& controller) override
+    {
+        emit updateColors(QVector<OV_RGB>(int(controller.nbLeds), OV_RGB{10, 20, 30}));
+        return 0;
+    }
+    EffectWorkerOptions workerOptions() const override { return options; }
+    void unload() override {}
+    void tick(double) override {}
 
-int32_t PluginEffect::load(const ControlOptions& controlOptions)
+private:
+    EffectWorkerOptions options;
+};
+
+} // namespace
+
+// Offers "com.orvanta.plugin.fixedColor", and a rival "flowingEffect" record that the built-in
+// catalogue must replace.
+class TestEffectPlugin : public IEffectFactory
 {
-    nbLeds = static_cast<int>(controlOptions.nbLeds);
-    send();
-    timer.start();
-    return 0;
-}
-
-EffectWorkerOptions PluginEffect::workerOptions() const
-{
-    return options;
-}
-
-void PluginEffect::unload()
-{
-    timer.stop();
-}
-
-void PluginEffect::onCtlDirChanged(uint32_t) {}
-void PluginEffect::onCtlBrightnessChanged(float) {}
-void PluginEffect::onCtlKindNameChanged(QString) {}
-void PluginEffect::onCtlEnableChanged(bool) {}
-
-void PluginEffect::send()
-{
-    emit updateColors(QVector<OV_RGB>(nbLeds, OV_RGB{10, 20, 30}));
-}
-
-void PluginPanel::onEffectWorkerChanged(IEffectWorkerPtr)
-{
-    ++changes;
-}
-
-TestEffectPlugin::TestEffectPlugin(QObject* parent)
-    : IEffectFactory(parent)
-{
-}
-
-IEffectWorker* TestEffectPlugin::create(const QString& id)
-{
-    for (const EffectWorkerOptions& record : effects()) {
-        if (record.id == id) {
-            return new PluginEffect(record);
+    Q_OBJECT
+    Q_PLUGIN_METADATA(IID IEffectFactory_iid)
+    Q_INTERFACES(IEffectFactory)
+public:
+    IEffectWorker* create(const QString& id) override
+    {
+        for (const EffectWorkerOptions& record : effects()) {
+            if (record.id == id) {
+                return new PluginEffect(record);
+            }
         }
+        return nullptr;
     }
-    return nullptr;
-}
 
-QList<EffectWorkerOptions> TestEffectPlugin::effects()
-{
-    if (!panel) {
-        panel = new PluginPanel;
-        panel->setObjectName(QStringLiteral("pluginPanel"));
+    QList<EffectWorkerOptions> effects() override
+    {
+        return {EffectWorkerOptions::make("com.orvanta.plugin.fixedColor", "plug-in colour", 3),
+                EffectWorkerOptions::make("com.orvanta.colorful.flowingEffect", "plug-in rival", 0)};
     }
-    EffectWorkerOptions fixed;
-    fixed.id = QStringLiteral("com.orvanta.plugin.fixedColor");
-    fixed.name = QStringLiteral("plug-in colour");
-    fixed.desc = fixed.name;
-    fixed.order = 3;
-    fixed.optionWidget = panel;
+};
 
-    EffectWorkerOptions rival;
-    rival.id = QStringLiteral("com.orvanta.colorful.flowingEffect");
-    rival.name = QStringLiteral("plug-in rival");
-    rival.desc = rival.name;
-    return {fixed, rival};
-}
+#include "TestEffectPlugin.moc"
