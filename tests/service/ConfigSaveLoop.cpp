@@ -1,5 +1,4 @@
-// Saves every scope of the store over and over, printing "saved <n>" after each round, until it
-// is killed. The configuration test kills it at arbitrary moments and checks what is left.
+// Saves every scope of the store over and over, printing "saved <n>" after each round, until killed.
 #include "ConfigurationManager.h"
 
 #include <QCoreApplication>
@@ -17,16 +16,14 @@ int main(int argc, char* argv[])
         padding.append(QStringLiteral("padding-%1").arg(i));
     }
     for (qint64 round = 0;; ++round) {
-        store->setGlobalValue(QStringLiteral("round"), round);
-        store->setGlobalValue(QStringLiteral("padding"), padding);
-        store->AppConfigJsonObj().insert(QStringLiteral("round"), round);
-        store->controllerJsonObj(QStringLiteral("OV5512:A1")).insert(QStringLiteral("round"), round);
-        store->controllerJsonObj(QStringLiteral("OV5512:A1")).insert(QStringLiteral("padding"), padding);
-        for (int e = 0; e < 4; ++e) {
-            const QString id = QStringLiteral("com.orvanta.test.effect%1").arg(e);
-            store->setEffectJsonValue(id, QStringLiteral("OV5512:A1"), QStringLiteral("round"), round);
-            store->setEffectJsonValue(id, QStringLiteral("OV5512:A1"), QStringLiteral("padding"), padding);
-        }
+        store->setGlobalValue("round", round);
+        store->setGlobalValue("padding", padding);
+        store->AppConfigJsonObj().insert("round", round);
+        store->AppConfigJsonObj().insert("padding", padding);
+        store->controllerJsonObj("OV5512:A1").insert("round", round);
+        store->controllerJsonObj("OV5512:A1").insert("padding", padding);
+        store->setEffectJsonValue("com.orvanta.test.effect", "OV5512:A1", "round", round);
+        store->setEffectJsonValue("com.orvanta.test.effect", "OV5512:A1", "padding", padding);
         store->save();
         std::printf("saved %lld\n", static_cast<long long>(round));
         std::fflush(stdout);
