@@ -8,6 +8,7 @@
 #include "EffectsManager.h"
 #include "LogCapture.h"
 #include "PrivateXServer.h"
+#include "PrivateXwayland.h"
 #include "ScreenRig.h"
 #include "TestFiles.h"
 
@@ -119,14 +120,29 @@ private slots:
         registry->shutdown();
     }
 
-    void nonsenseDisplay()
+    void notADesktop_data()
     {
+        QTest::addColumn<bool>("xwayland");
+        QTest::newRow("nonsense") << false;
+        QTest::newRow("Xwayland") << true; // its root shows only the X11 windows
+    }
+
+    void notADesktop()
+    {
+        QFETCH(bool, xwayland);
+        PrivateXwayland compositor;
+        if (xwayland) {
+            QVERIFY2(compositor.start(), qPrintable(compositor.errorString()));
+        }
         LogCapture log;
         DeskCaptureOption option(0);
-        DeskDuplManager registry({new DeskCaptureBackendX11(QStringLiteral("no such display:x"))}, &option);
+        DeskDuplManager registry({new DeskCaptureBackendX11(xwayland ? compositor.display()
+                                                                     : QStringLiteral("no such display:x"))},
+                                 &option);
         QVERIFY(registry.allCapturer().isEmpty());
         QVERIFY(registry.capturer(0).isNull());
         QCOMPARE(log.count("screen sync needs an X11 desktop"), 1);
+        QCOMPARE(log.count("is Xwayland"), xwayland ? 1 : 0);
     }
 
     void fallbacks_data()
