@@ -218,12 +218,19 @@ DeskFrameGrabberX11::DeskFrameGrabberX11(xcb_connection_t* c, int screenNumber, 
         }
     }
     probeRender();
+    if (render) {
+        probeDamage();
+    }
     shm = probeShm(display);
 }
 
 DeskFrameGrabberX11::~DeskFrameGrabberX11()
 {
     releaseStages();
+    if (damage) {
+        xcb_damage_destroy(connection, damage);
+        xcb_xfixes_destroy_region(connection, damageRegion);
+    }
     if (rootPicture) {
         xcb_render_free_picture(connection, rootPicture);
     }
@@ -303,6 +310,52 @@ void DeskFrameGrabberX11::probeRender()
     render = true;
 }
 
+void DeskFrameGrabberX11::probeDamage()
+{
+    const xcb_query_extension_reply_t* damageExt = xcb_get_extension_data(connection, &xcb_damage_id);
+    const xcb_query_extension_reply_t* fixesExt = xcb_get_extension_data(connection, &xcb_xfixes_id);
+    if (!damageExt || !damageExt->present || !fixesExt || !fixesExt->present) {
+        return;
+    }
+    // Both want our version first; regions came with XFIXES 2.
+    auto fixes = reply(
+        xcb_xfixes_query_version_reply(connection, xcb_xfixes_query_version(connection, 5, 0), nullptr));
+    auto version = reply(
+        xcb_damage_query_version_reply(connection, xcb_damage_query_version(connection, 1, 1), nullptr));
+    if (!fixes || fixes->major_version < 2 || !version) {
+        return;
+    }
+    damageRegion = xcb_generate_id(connection);
+    xcb_xfixes_create_region(connection, damageRegion, 0, nullptr);
+    damage = xcb_generate_id(connection);
+    // One notice when the damage stops being empty: the region, not the notices, says where.
+    xcb_damage_create(connection, damage, root, XCB_DAMAGE_REPORT_LEVEL_NON_EMPTY);
+}
+
+bool DeskFrameGrabberX11::takeDamage(QVector<QRect>* rects)
+{
+    xcb_damage_subtract(connection, damage, XCB_NONE, damageRegion);
+    auto fetched = reply(xcb_xfixes_fetch_region_reply(
+        connection, xcb_xfixes_fetch_region(connection, damageRegion), nullptr));
+    while (xcb_generic_event_t* event = xcb_poll_for_event(connection)) {
+        std::free(event);
+    }
+    if (!fetched) {
+        return false;
+    }
+    const int count = xcb_xfixes_fetch_region_rectangles_length(fetched.get());
+    const xcb_rectangle_t* r = xcb_xfixes_fetch_region_rectangles(fetched.get());
+    if (count > 16) { // many small changes: one pass over their extent is cheaper
+        const xcb_rectangle_t& e = fetched->extents;
+        rects->append(QRect(e.x, e.y, e.width, e.height));
+        return true;
+    }
+    for (int i = 0; i < count; ++i) {
+        rects->append(QRect(r[i].x, r[i].y, r[i].width, r[i].height));
+    }
+    return true;
+}
+
 DeskFrameGrabberX11::ShmKind DeskFrameGrabberX11::probeShm(const QString& display)
 {
     int screenNumber = 0;
@@ -374,6 +427,8 @@ void DeskFrameGrabberX11::releaseStages()
     stages.clear();
     stagedArea = QRect();
     stagedSize = QSize();
+    stagesValid = false;
+    pendingDamage.clear();
 }
 
 bool DeskFrameGrabberX11::buildStages(const QRect& area, const QSize& size)
@@ -482,21 +537,77 @@ DeskFrameGrabber::Result DeskFrameGrabberX11::grab(const QRect& area, const QSiz
     return mode == 0 && render ? grabScaled(area, size, frame) : grabFull(area, size, frame);
 }
 
+void DeskFrameGrabberX11::composite(const QVector<QRect>& dirty)
+{
+    xcb_render_picture_t source = rootPicture;
+    QVector<QRect> rects = dirty;
+    QSize input = stagedArea.size();
+    for (const Stage& stage : qAsConst(stages)) {
+        const QRect bounds(QPoint(), stage.size);
+        if (dirty.isEmpty()) {
+            xcb_render_composite(connection, XCB_RENDER_PICT_OP_SRC, source, XCB_NONE, stage.picture, 0, 0, 0,
+                                 0, 0, 0, uint16_t(stage.size.width()), uint16_t(stage.size.height()));
+        } else {
+            // A pixel of this pass reads its input around (i + 0.5) * scale: one pixel of margin
+            // on each side covers the bilinear neighbours of any ratio up to 2.
+            const double sx = double(input.width()) / stage.size.width();
+            const double sy = double(input.height()) / stage.size.height();
+            for (QRect& r : rects) {
+                const int x0 = int(std::floor(r.left() / sx)) - 1;
+                const int y0 = int(std::floor(r.top() / sy)) - 1;
+                const int x1 = int(std::floor(r.right() / sx)) + 1;
+                const int y1 = int(std::floor(r.bottom() / sy)) + 1;
+                r = QRect(QPoint(x0, y0), QPoint(x1, y1)) & bounds;
+                if (!r.isEmpty()) {
+                    xcb_render_composite(connection, XCB_RENDER_PICT_OP_SRC, source, XCB_NONE, stage.picture,
+                                         int16_t(r.x()), int16_t(r.y()), 0, 0, int16_t(r.x()), int16_t(r.y()),
+                                         uint16_t(r.width()), uint16_t(r.height()));
+                }
+            }
+        }
+        source = stage.picture;
+        input = stage.size;
+    }
+}
+
 DeskFrameGrabber::Result DeskFrameGrabberX11::grabScaled(const QRect& area, const QSize& size, QImage* frame)
 {
     if ((stagedArea != area || stagedSize != size) && !buildStages(area, size)) {
         return Result::Lost;
     }
-    xcb_render_picture_t source = rootPicture;
-    for (const Stage& stage : qAsConst(stages)) {
-        xcb_render_composite(connection, XCB_RENDER_PICT_OP_SRC, source, XCB_NONE, stage.picture, 0, 0, 0, 0,
-                             0, 0, uint16_t(stage.size.width()), uint16_t(stage.size.height()));
-        source = stage.picture;
+    // Into the monitor's coordinates, clipped to it.
+    auto onMonitor = [&area](const QVector<QRect>& drawn, QVector<QRect>* out) {
+        for (const QRect& r : drawn) {
+            const QRect clipped = r & area;
+            if (!clipped.isEmpty()) {
+                out->append(clipped.translated(-area.topLeft()));
+            }
+        }
+    };
+    const bool fullPass = !damage || !stagesValid || lastScaled.isNull() || framesSinceFull >= 29;
+    QVector<QRect> dirty;
+    if (fullPass) {
+        composite({});
+    } else {
+        QVector<QRect> drawn;
+        if (!takeDamage(&drawn)) {
+            return xcb_connection_has_error(connection) ? Result::Lost : Result::Skip;
+        }
+        dirty = pendingDamage;
+        pendingDamage.clear();
+        onMonitor(drawn, &dirty);
+        ++framesSinceFull;
+        if (dirty.isEmpty()) {
+            *frame = lastScaled; // never written: a frame is not touched after it was sent
+            return Result::Frame;
+        }
+        composite(dirty);
     }
     const Stage& last = stages.constLast();
     const uint8_t* data = nullptr;
     const Result result = readPixels(last.pixmap, 0, 0, size.width(), size.height(), &data);
     if (result != Result::Frame) {
+        stagesValid = false;
         return result;
     }
     QImage out(size, QImage::Format_RGBA8888);
@@ -513,6 +624,29 @@ DeskFrameGrabber::Result DeskFrameGrabberX11::grabScaled(const QRect& area, cons
         averageAreas(data, size.width(), size.height(), strideOf(size.width(), smallLayout), smallLayout,
                      &out);
     }
+    if (damage && fullPass) {
+        // What was drawn from the last take until now is redone next frame: some of it may have
+        // come after the pass. Nothing drawn, yet a different picture: the server draws without
+        // telling (it happens with some drivers), so every frame takes the full pass again.
+        const bool checkable = stagesValid && !lastScaled.isNull() && pendingDamage.isEmpty();
+        QVector<QRect> drawn;
+        if (!takeDamage(&drawn)) {
+            return xcb_connection_has_error(connection) ? Result::Lost : Result::Skip;
+        }
+        pendingDamage.clear();
+        onMonitor(drawn, &pendingDamage);
+        if (checkable && pendingDamage.isEmpty() && out != lastScaled) {
+            qWarning().noquote() << "[DeskDuplManager]:" << display
+                                 << "changed without reporting damage - scaling the whole screen every frame";
+            xcb_damage_destroy(connection, damage);
+            xcb_xfixes_destroy_region(connection, damageRegion);
+            damage = 0;
+            damageRegion = 0;
+        }
+        stagesValid = true;
+        framesSinceFull = 0;
+    }
+    lastScaled = out;
     *frame = out;
     return Result::Frame;
 }

@@ -4,6 +4,7 @@
 
 #include <QVector>
 
+#include <xcb/damage.h>
 #include <xcb/render.h>
 #include <xcb/shm.h>
 #include <xcb/xcb.h>
@@ -12,9 +13,10 @@
 
 // X11 grabbing on a connection of its own. Mode 0 lets the server scale a RENDER picture of the
 // root (with its inferiors) down in halving passes, each 2:1 bilinear step an exact 2 x 2 mean,
-// and reads only the small result. Mode 1, and mode 0 without RENDER, read the monitor full
-// size and average areas on the CPU. Reads go through a MIT-SHM segment when a probe proved
-// that the server can share memory with us, else through GetImage.
+// and reads only the small result; with DAMAGE the passes redo only what changed since the last
+// frame. Mode 1, and mode 0 without RENDER, read the monitor full size and average areas on the
+// CPU. Reads go through a MIT-SHM segment when a probe proved that the server can share memory
+// with us, else through GetImage.
 class DeskFrameGrabberX11 : public DeskFrameGrabber
 {
 public:
@@ -57,6 +59,10 @@ private:
     explicit DeskFrameGrabberX11(xcb_connection_t* connection, int screenNumber, const QString& display);
 
     void probeRender();
+    void probeDamage();
+    // Takes what was drawn since the last call, in root coordinates; false when DAMAGE is off.
+    bool takeDamage(QVector<QRect>* rects);
+    void composite(const QVector<QRect>& dirty);
     static ShmKind probeShm(const QString& display);
     bool ensureSegment(size_t bytes);
     void releaseSegment();
@@ -84,6 +90,15 @@ private:
     QVector<Stage> stages;
     QRect stagedArea;
     QSize stagedSize;
+    bool stagesValid = false; // the passes hold the picture as of the last damage taken
+
+    // Mode 0 repaints only where the root was drawn on. A full pass every second checks that the
+    // server reports all drawing (a screen changed behind its back turns the reports off).
+    xcb_damage_damage_t damage = 0;
+    xcb_xfixes_region_t damageRegion = 0;
+    QVector<QRect> pendingDamage; // taken after a full pass, still to be redone
+    QImage lastScaled;
+    int framesSinceFull = 0;
 
     ShmKind shm = ShmKind::None;
     xcb_shm_seg_t segment = 0;

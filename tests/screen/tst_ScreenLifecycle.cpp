@@ -4,13 +4,17 @@
 #include "DeskCaptureOption.h"
 #include "DeskCapturer.h"
 #include "DeskDuplManager.h"
+#include "DeskFrameGrabberX11.h"
 #include "DeviceRig.h"
 #include "EffectsManager.h"
 #include "LogCapture.h"
 #include "PrivateXServer.h"
+#include "PrivateXwayland.h"
+#include "ScreenPainter.h"
 #include "ScreenRig.h"
 #include "TestFiles.h"
 
+#include <QtEndian>
 #include <QtTest>
 
 #include <memory>
@@ -46,6 +50,37 @@ class TestScreenLifecycle : public QObject
                 if (expected && !near(*expected, qRed(p), qGreen(p), qBlue(p))) {
                     return false;
                 }
+            }
+        }
+        return true;
+    }
+
+    static QImage grabSmall(DeskFrameGrabberX11& grabber, const QRect& area)
+    {
+        QImage frame;
+        grabber.grab(area, QSize(120, 67), 0, &frame);
+        return frame;
+    }
+
+    // Fills rect of an XWD framebuffer file (Xvfb -fbdir) that the server maps as its screen.
+    static bool writeFramebuffer(const QString& path, const QRect& rect, const QColor& colour)
+    {
+        QFile file(path);
+        if (!file.open(QIODevice::ReadWrite)) {
+            return false;
+        }
+        const QByteArray header = file.read(100);
+        auto field = [&header](int i) { return qFromBigEndian<quint32>(header.constData() + 4 * i); };
+        if (header.size() < 100 || field(11) != 32) { // 32 bits a pixel
+            return false;
+        }
+        const qint64 pixels = qint64(field(0)) + qint64(field(19)) * 12; // header, then the colour map
+        const quint32 value = qToLittleEndian(quint32(colour.rgb() & 0xffffff));
+        const QByteArray line = QByteArray(reinterpret_cast<const char*>(&value), 4).repeated(rect.width());
+        for (int y = rect.top(); y <= rect.bottom(); ++y) {
+            if (!file.seek(pixels + qint64(y) * field(12) + rect.x() * 4) ||
+                file.write(line) != line.size()) {
+                return false;
             }
         }
         return true;
@@ -119,14 +154,29 @@ private slots:
         registry->shutdown();
     }
 
-    void nonsenseDisplay()
+    void notADesktop_data()
     {
+        QTest::addColumn<bool>("xwayland");
+        QTest::newRow("nonsense") << false;
+        QTest::newRow("Xwayland") << true; // its root shows only the X11 windows
+    }
+
+    void notADesktop()
+    {
+        QFETCH(bool, xwayland);
+        PrivateXwayland compositor;
+        if (xwayland) {
+            QVERIFY2(compositor.start(), qPrintable(compositor.errorString()));
+        }
         LogCapture log;
         DeskCaptureOption option(0);
-        DeskDuplManager registry({new DeskCaptureBackendX11(QStringLiteral("no such display:x"))}, &option);
+        DeskDuplManager registry({new DeskCaptureBackendX11(xwayland ? compositor.display()
+                                                                     : QStringLiteral("no such display:x"))},
+                                 &option);
         QVERIFY(registry.allCapturer().isEmpty());
         QVERIFY(registry.capturer(0).isNull());
         QCOMPARE(log.count("screen sync needs an X11 desktop"), 1);
+        QCOMPARE(log.count("is Xwayland"), xwayland ? 1 : 0);
     }
 
     void fallbacks_data()
@@ -189,6 +239,62 @@ private slots:
         }
         disconnect(source.data(), nullptr, &receiver, nullptr);
         registry.shutdown();
+    }
+
+    // Mode 0 redoes only what the server reports drawn: the result must be the full pass's, on a
+    // monitor at an offset too, and for a change across the monitor's edge.
+    void partialPassEqualsFull_data()
+    {
+        QTest::addColumn<QRect>("area");
+        QTest::addColumn<QRect>("change");
+        QTest::newRow("odd spot") << QRect(0, 0, 1920, 1080) << QRect(333, 211, 150, 97);
+        QTest::newRow("tiny, right monitor") << QRect(960, 0, 960, 1080) << QRect(1001, 517, 3, 5);
+        QTest::newRow("across its edge") << QRect(960, 0, 960, 1080) << QRect(900, 1000, 200, 80);
+    }
+
+    void partialPassEqualsFull()
+    {
+        QFETCH(QRect, area);
+        QFETCH(QRect, change);
+        PrivateXServer server;
+        QVERIFY2(server.start(), qPrintable(server.errorString()));
+        ScreenPainter painter;
+        QVERIFY(painter.open(server.display()));
+        QVERIFY(painter.paint(QRect(QPoint(), screen), ScreenPainter::pictureA(screen)));
+        std::unique_ptr<DeskFrameGrabberX11> kept(DeskFrameGrabberX11::open(server.display()));
+        const QImage before = grabSmall(*kept, area);
+        QVERIFY(painter.paint(change, {{QRect(QPoint(), change.size()), Qt::yellow}}));
+        const QImage partial = grabSmall(*kept, area);
+        std::unique_ptr<DeskFrameGrabberX11> fresh(DeskFrameGrabberX11::open(server.display()));
+        QVERIFY(partial != before);
+        QVERIFY(partial == grabSmall(*fresh, area));
+    }
+
+    // A server whose screen changes without reports (here its framebuffer file is written behind
+    // its back): the next check finds it, says so once, and every frame takes the full pass.
+    void unreportedChange()
+    {
+        QTemporaryDir folder;
+        PrivateXServer server({QStringLiteral("-fbdir"), folder.path()});
+        QVERIFY2(server.start(), qPrintable(server.errorString()));
+        ScreenPainter painter;
+        QVERIFY(painter.open(server.display()));
+        QVERIFY(painter.paint(QRect(QPoint(), screen), ScreenPainter::pictureA(screen)));
+        LogCapture log;
+        const QRect all(QPoint(), screen);
+        std::unique_ptr<DeskFrameGrabberX11> grabber(DeskFrameGrabberX11::open(server.display()));
+        grabSmall(*grabber, all); // the first frames redo what was drawn before
+        QImage frame = grabSmall(*grabber, all);
+        QCOMPARE(frame.pixelColor(60, 33), QColor(Qt::black));
+        const QString framebuffer = folder.filePath(QStringLiteral("Xvfb_screen0"));
+        QVERIFY(writeFramebuffer(framebuffer, QRect(660, 330, 600, 420), Qt::white));
+        for (int i = 0; i < 40 && !log.contains("without reporting damage"); ++i) {
+            frame = grabSmall(*grabber, all);
+        }
+        QCOMPARE(log.count("without reporting damage"), 1);
+        QCOMPARE(frame.pixelColor(60, 33), QColor(Qt::white));
+        QVERIFY(writeFramebuffer(framebuffer, QRect(660, 330, 600, 420), Qt::green));
+        QCOMPARE(grabSmall(*grabber, all).pixelColor(60, 33), QColor(Qt::green));
     }
 };
 
