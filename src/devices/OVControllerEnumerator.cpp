@@ -67,11 +67,12 @@ uint32_t toCount(const QJsonValue& value)
     return uint32_t(d);
 }
 
-QString resolvePicture(const QString& baseDir, const QString& path)
+// A model without a picture gets a null image, quietly: QImage warns about an empty name.
+QImage loadPicture(const QString& baseDir, const QString& path)
 {
-    if (path.isEmpty() || QDir::isAbsolutePath(path))
-        return path;
-    return QDir(baseDir).filePath(path);
+    if (path.isEmpty())
+        return QImage();
+    return QImage(QDir::isAbsolutePath(path) ? path : QDir(baseDir).filePath(path));
 }
 
 } // namespace
@@ -377,8 +378,8 @@ void OVControllerEnumerator::loadDefaults(AbsRGBController* controller)
     ControlOptions& options = controller->controlOptions();
     const QJsonObject entry = document.object().value(options.model).toObject();
     options.nbLeds = toCount(entry.value(QLatin1String("nbLeds")));
-    options.icon = QImage(resolvePicture(baseDir, entry.value(QLatin1String("icon")).toString()));
-    options.image = QImage(resolvePicture(baseDir, entry.value(QLatin1String("image")).toString()));
+    options.icon = loadPicture(baseDir, entry.value(QLatin1String("icon")).toString());
+    options.image = loadPicture(baseDir, entry.value(QLatin1String("image")).toString());
     options.brightness = float(entry.value(QLatin1String("brightness")).toDouble(0.8));
 
     uint64_t sum = 0;

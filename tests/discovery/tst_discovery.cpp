@@ -149,6 +149,58 @@ private slots:
         QVERIFY(!options.icon.isNull()); // the model's picture or the compiled-in one
     }
 
+    // The model's defaults file in the working folder; whatever is wrong with it, the device still
+    // comes up, with what the file gave.
+    void modelDefaults_data()
+    {
+        QTest::addColumn<QByteArray>("file"); // null: no file
+        QTest::addColumn<uint32_t>("nbLeds");
+        QTest::addColumn<QVector<uint32_t>>("lines");
+        QTest::addColumn<QString>("logLine"); // the one complaint; empty: none
+        QTest::newRow("missing") << QByteArray() << 0u << QVector<uint32_t>()
+                                 << "Failed to open \"controler_config";
+        QTest::newRow("not JSON") << QByteArray("{\"OV5512\": ") << 0u << QVector<uint32_t>()
+                                  << "Failed to parse json";
+        QTest::newRow("model not listed") << QByteArray(R"({"OV2408": {"nbLeds": 24, "lines": [24]}})") << 0u
+                                          << QVector<uint32_t>() << "Incorrect configuration";
+        QTest::newRow("lines short") << QByteArray(R"({"OV5512": {"nbLeds": 72, "lines": [18, 36]}})") << 72u
+                                     << QVector<uint32_t>{18, 36} << "Incorrect configuration";
+        QTest::newRow("good") << QByteArray(R"({"OV5512": {"nbLeds": 72, "lines": [18, 36, 18]}})") << 72u
+                              << QVector<uint32_t>{18, 36, 18} << QString();
+    }
+
+    void modelDefaults()
+    {
+        QFETCH(QByteArray, file);
+        QFETCH(uint32_t, nbLeds);
+        QFETCH(QVector<uint32_t>, lines);
+        QFETCH(QString, logLine);
+        struct Restore
+        {
+            const QString path = QDir::currentPath();
+            ~Restore() { QDir::setCurrent(path); }
+        } restore;
+        QVERIFY(QDir::setCurrent(links->path()));
+        if (!file.isNull()) {
+            QVERIFY(TestFiles::write(link("controler_config/OVController.json"), file));
+        }
+        // A serial of its own: the settings stored for one row's device would beat the next file.
+        Device dev =
+            device("ttyDefaults", "OV5512," + QByteArray(QTest::currentDataTag()).replace(' ', "") + "\r\n");
+        QVERIFY(dev);
+        startEnumerator();
+        enumerator->verifyDevice(dev->linkPath());
+        QTRY_COMPARE_WITH_TIMEOUT(found->count(), 1, kHandshakeMs);
+        const ControlOptions& options = foundController(0)->controlOptions();
+        QCOMPARE(options.nbLeds, nbLeds);
+        QCOMPARE(options.lines, lines);
+        const QStringList complaints{"Failed to open \"controler_config", "Failed to parse json",
+                                     "Incorrect configuration"};
+        for (const QString& complaint : complaints) {
+            QCOMPARE(log->count(complaint), complaint == logLine ? 1 : 0);
+        }
+    }
+
     // Bytes after the reply build no second controller and leave the port to its controller.
     void lateDataIsIgnored_data()
     {
