@@ -9,7 +9,9 @@
 #include <QPainter>
 #include <QPainterPath>
 #include <QRadioButton>
+#include <QScrollBar>
 #include <QSpacerItem>
+#include <QTimer>
 
 namespace {
 
@@ -50,6 +52,15 @@ ControlPage::ControlPage(QWidget* parent)
             &ControlPage::onInstallDirRadioBtnChanged);
     connect(ui->LEDEnableButton, &QRadioButton::toggled, this, &ControlPage::onLEDSwitchBtnChanged);
     connect(ui->brightnessSlider, &QSlider::valueChanged, this, &ControlPage::onBrightnessChanged);
+    // The options of a chosen effect sit below the fold once the effect grid has two rows: they
+    // come into view while the page lays itself out anew, until the user scrolls.
+    QScrollBar* bar = ui->scrollArea->verticalScrollBar();
+    connect(bar, &QScrollBar::rangeChanged, this, [this] {
+        if (optionsFollowChoice) {
+            revealOptions();
+        }
+    });
+    connect(bar, &QScrollBar::actionTriggered, this, [this] { optionsFollowChoice = false; });
 }
 
 ControlPage::~ControlPage()
@@ -127,6 +138,7 @@ void ControlPage::setWorkGroups(QMap<QString, WorkGroupModel> newGroups, QString
             if (checked) {
                 currentGroup = id;
                 emit workGoupChanged(id);
+                followChoice();
             }
         });
         groups.insert(id, GroupEntry{model, button});
@@ -184,6 +196,7 @@ void ControlPage::setWorkers(QMap<QString, WorkerModel> newWorkers, QString curr
             if (checked) {
                 currentWorker = id;
                 emit workerChanged(id);
+                followChoice();
             }
         });
         workers.insert(id, WorkerEntry{model, button});
@@ -281,8 +294,24 @@ void ControlPage::setControllerName(QString name)
 
 void ControlPage::setControllerId(QString id)
 {
+    optionsFollowChoice = false;
     controllerId = id;
     updateHeader();
+}
+
+void ControlPage::followChoice()
+{
+    if (signalsBlocked()) {
+        return; // the program set the choice, not the user
+    }
+    optionsFollowChoice = true;
+    // Also when nothing changes size: the layout is settled by then.
+    QTimer::singleShot(0, this, &ControlPage::revealOptions);
+}
+
+void ControlPage::revealOptions()
+{
+    ui->scrollArea->ensureWidgetVisible(ui->otherOptionsWidget, 0, 0);
 }
 
 void ControlPage::updateHeader()

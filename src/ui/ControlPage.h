@@ -74,6 +74,9 @@ private:
     };
 
     void updateHeader();
+    // Scrolls the left column so that the options region shows.
+    void revealOptions();
+    void followChoice();
 
     Ui::ControlPage* ui;
     QMap<QString, WorkerEntry> workers;
@@ -83,4 +86,6 @@ private:
     QString controllerName;
     QString controllerId;
     QImage productImage;
+    // Set by the user's choice of a group or an effect until the user scrolls.
+    bool optionsFollowChoice = false;
 };

@@ -9,6 +9,7 @@
 #include <QLabel>
 #include <QPointer>
 #include <QSlider>
+#include <QTimer>
 
 MMSOptWidget* MMSOptWidget::instance()
 {
@@ -31,10 +32,14 @@ MMSOptWidget::MMSOptWidget(QWidget* parent)
     auto* grid = new QGridLayout(this);
     grid->setSpacing(0);
     grid->setContentsMargins(0, 0, 0, 0);
-    grid->addWidget(source, 0, 0, 1, 2);
+    grid->addWidget(source, 0, 0, 1, 3);
     grid->addWidget(label, 1, 0);
     grid->addWidget(slider, 1, 1);
     grid->setColumnStretch(1, 1);
+    // The strength row lines up with the picker's: the same inset on both sides.
+    grid->setColumnMinimumWidth(2, kInset);
+    label->setIndent(kInset - label->margin());
+    alignRows();
     setFixedWidth(443);
     setFixedHeight(source->minimumHeight() + 50);
     connect(slider, &QSlider::valueChanged, this, &MMSOptWidget::onSliderMoved);
@@ -81,5 +86,17 @@ void MMSOptWidget::changeEvent(QEvent* event)
     AbsWorkerWidget::changeEvent(event);
     if (event->type() == QEvent::LanguageChange) {
         label->setText(tr("强度："));
+        // After the picker has relabelled itself too.
+        QTimer::singleShot(0, this, &MMSOptWidget::alignRows);
     }
+}
+
+void MMSOptWidget::alignRows()
+{
+    // Both labels as wide as the wider text, so that the box and the slider start in one column.
+    auto* sourceLabel = source->findChild<QLabel*>(QStringLiteral("label"));
+    const int text =
+        qMax(sourceLabel->sizeHint().width(), label->fontMetrics().horizontalAdvance(label->text()));
+    sourceLabel->setMinimumWidth(text);
+    label->setFixedWidth(kInset + text + kSourceSpacing);
 }

@@ -27,6 +27,11 @@ protected:
 private:
     explicit MMSOptWidget(QWidget* parent = nullptr);
     void onSliderMoved(int value);
+    void alignRows();
+
+    // The picker form's side margins and the gap between its label and box.
+    static constexpr int kInset = 20;
+    static constexpr int kSourceSpacing = 10;
 
     MediaSourceOptWidget* source;
     QSlider* slider;
