@@ -5,14 +5,11 @@
 #include "EffectsManager.h"
 #include "GradientWidget.h"
 #include "LogCapture.h"
-#include "MusicMode1.h"
-#include "MusicMode3.h"
 #include "PrivateSoundServer.h"
 #include "TonePlayer.h"
 
 #include <QComboBox>
-#include <QJsonArray>
-#include <QJsonObject>
+#include <QPainter>
 #include <QPushButton>
 #include <QSlider>
 #include <QtTest>
@@ -20,6 +17,7 @@
 #include <memory>
 
 using Rgb = VirtualLedDevice::Rgb;
+Q_DECLARE_METATYPE(Rgb)
 
 namespace {
 
@@ -28,50 +26,48 @@ const QString mode2 = QStringLiteral("com.orvanta.dynamicMusic.mode_2");
 const QString mode3 = QStringLiteral("com.orvanta.dynamicMusic.mode_3");
 const QString mode4 = QStringLiteral("com.orvanta.dynamicMusic.mode_4");
 
-ControlOptions options(const QString& serial, uint32_t nbLeds, QVector<uint32_t> lines = {})
-{
-    ControlOptions o = DeviceRig::defaultOptions(nbLeds);
-    o.serial = serial;
-    o.id = "OV5512:" + serial;
-    if (!lines.isEmpty()) {
-        o.lines = lines;
-    }
-    return o;
-}
-
 int litCount(const QVector<Rgb>& colors)
 {
     return int(std::count_if(colors.cbegin(), colors.cend(), [](const Rgb& c) { return !(c == Rgb{}); }));
 }
 
-Rgb rgb(const OV_RGB& c)
+// Within 2 of the expected colours, LED by LED.
+bool near(const QVector<Rgb>& shown, const QVector<Rgb>& expected)
 {
-    return Rgb{c.r, c.g, c.b};
+    const auto close = [](const Rgb& a, const Rgb& b) {
+        return qAbs(a.r - b.r) <= 2 && qAbs(a.g - b.g) <= 2 && qAbs(a.b - b.b) <= 2;
+    };
+    return shown.size() == expected.size() &&
+           std::equal(shown.cbegin(), shown.cend(), expected.cbegin(), close);
 }
 
-bool near(const Rgb& a, const Rgb& b, int tolerance)
+// Mode 1's bar of 20 at level 62: 15 LEDs from its foot in hues falling from green (1/3) to red
+// as 1/3 - 1/3 min(1, 10 sin(t / 3) t^2) over the lit part, t = i / 15; the rest dark.
+QVector<Rgb> meter15(bool mirrored)
 {
-    return qAbs(a.r - b.r) <= tolerance && qAbs(a.g - b.g) <= tolerance && qAbs(a.b - b.b) <= tolerance;
+    QVector<Rgb> leds(20);
+    for (int i = 0; i < 15; ++i) {
+        const double t = i / 15.0;
+        const QColor c = QColor::fromHsvF(1.0 / 3 - std::min(1.0, 10 * std::sin(t / 3) * t * t) / 3, 1, 1);
+        leds[mirrored ? 19 - i : i] = Rgb{uint8_t(c.red()), uint8_t(c.green()), uint8_t(c.blue())};
+    }
+    return leds;
 }
 
-// Mode 1 lights exactly the first `lit` LEDs of 20 from `foot` with the heat colours of `lit`.
-bool meterShows(const QVector<Rgb>& colors, int lit, bool mirrored)
+// Pixel x of modes 3 and 4's row: the blue-to-red gradient painted 300 pixels wide.
+Rgb peak(int x)
 {
-    if (colors.size() != 20 || litCount(colors) != lit) {
-        return false;
-    }
-    for (int i = 0; i < lit; ++i) {
-        if (!(colors[mirrored ? 19 - i : i] == rgb(MusicMode1::heatColor(lit, i)))) {
-            return false;
-        }
-    }
-    return true;
+    QImage row(300, 1, QImage::Format_RGB888);
+    QLinearGradient gradient(0, 0, 300, 0);
+    gradient.setStops({{0.0, QColor(0, 0, 255)}, {1.0, QColor(255, 0, 0)}});
+    QPainter(&row).fillRect(row.rect(), gradient);
+    const QColor c = row.pixelColor(x, 0);
+    return Rgb{uint8_t(c.red()), uint8_t(c.green()), uint8_t(c.blue())};
 }
 
 } // namespace
 
-// The music modes bound by the effects manager to a real controller on a virtual strip,
-// following tones played into a private PulseAudio daemon.
+// The music modes bound to real controllers on virtual strips, following a private daemon's tones.
 class TestMusicOnDevice : public QObject
 {
     Q_OBJECT
@@ -80,226 +76,199 @@ private:
     TonePlayer player;
     EffectsManager* manager = nullptr;
 
-    struct Bound
+    // A strip "OV5512:<serial>" of nbLeds bound to the effect.
+    std::unique_ptr<DeviceRig> bind(const QString& serial, uint32_t nbLeds, const QString& effectId,
+                                    QVector<uint32_t> lines = {})
     {
-        DeviceRig rig;
-        IEffectWorkerPtr worker;
-    };
-    std::unique_ptr<Bound> bind(const ControlOptions& o, const QString& effectId)
-    {
-        auto bound = std::make_unique<Bound>();
-        if (!bound->rig.start(o)) {
-            return nullptr;
-        }
-        bound->worker = manager->bind(bound->rig.controller, effectId);
-        return bound;
+        auto rig = std::make_unique<DeviceRig>();
+        ControlOptions o = DeviceRig::defaultOptions(nbLeds);
+        o.serial = serial;
+        o.id = "OV5512:" + serial;
+        o.lines = lines.isEmpty() ? o.lines : lines;
+        return rig->start(o) && manager->bind(rig->controller, effectId) ? std::move(rig) : nullptr;
     }
-    void release(std::unique_ptr<Bound>& bound, const QString& ctlId)
+    void release(std::unique_ptr<DeviceRig>& rig)
     {
-        bound->worker.clear();
-        manager->unbind(ctlId);
-        bound.reset();
+        manager->unbind(rig->controller->controlOptions().id);
+        rig.reset();
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    }
+    AbsWorkerWidget* panelOf(const DeviceRig& rig, const QString& effectId)
+    {
+        manager->activeOperate(rig.controller->controlOptions().id, effectId);
+        return manager->workerOptions(effectId).optionWidget;
+    }
+    // Dark while the worker keeps sending frames: what it hears does not reach this strip.
+    static bool staysDark(VirtualLedDevice& device)
+    {
+        const int from = device.frameCount();
+        return QTest::qWaitFor([&] { return device.frameCount() > from + 30; }, 5000) &&
+               litCount(device.lastColors()) == 0;
     }
 
 private slots:
     void initTestCase()
     {
-        ConfigurationManager* store = ConfigurationManager::instance();
-        store->reset();
+        ConfigurationManager::instance()->reset();
         QVERIFY2(server.start(), qPrintable(server.errorString()));
         server.exportAddress();
-        QCOMPARE(AudioCapManager::instacne()->defaultCapturer(), server.sinkName());
         QVERIFY(player.start(server.sinkName()));
         manager = new EffectsManager(this);
         // A 20-LED bar on 80..110 Hz of the left channel, for modes 1 and 3.
         const QJsonObject bar{{"beginIndex", 0},     {"endIndex", 20}, {"minFrequency", 80},
                               {"maxFrequency", 110}, {"dbEnhance", 0}, {"mulEnhance", 1},
                               {"soundChannel", 1},   {"dir", 0}};
-        for (const QString& id : {mode1, mode3}) {
-            store->setEffectJsonValue(id, "OV5512:M1", "fragments", QJsonObject{{"bass", bar}});
+        for (const char* ctl : {"OV5512:M1", "OV5512:P1"}) {
+            for (const QString& id : {mode1, mode3}) {
+                ConfigurationManager::instance()->setEffectJsonValue(id, ctl, "fragments",
+                                                                     QJsonObject{{"bass", bar}});
+            }
         }
-        store->setEffectJsonValue(mode1, "OV5512:P1", "fragments", QJsonObject{{"bass", bar}});
     }
 
-    void meter()
+    // Modes 2 to 4 on their strips (mode 1 in the cases below): mode 2's strap of pure red, made
+    // on its panel, pumped by the louder channel; mode 3's colour in silence and at -40 dBFS; mode
+    // 4's LED of 375 Hz, the right channel mirrored.
+    void modesFollowTones_data()
     {
-        auto bound = bind(options("M1", 20), mode1);
-        QVERIFY(bound && bound->worker);
-        VirtualLedDevice& device = bound->rig.device;
-        // -18 dBFS on a bin centre reads 62: 15 of 20 LEDs, green at the foot.
-        player.playTone(93.75, -18, TonePlayer::Left);
-        QTRY_VERIFY_WITH_TIMEOUT(meterShows(device.lastColors(), 15, false), 5000);
-        QCOMPARE(device.lastColors()[0], (Rgb{0, 255, 0}));
-
-        // When it stops the bar shrinks over several frames, never dark in the first.
-        device.clearFrames();
-        player.playSilence();
-        QTRY_VERIFY_WITH_TIMEOUT(litCount(device.lastColors()) == 0, 5000);
-        QVector<int> counts;
-        for (const QByteArray& frame : device.frames()) {
-            counts << int(std::count_if(frame.cbegin() + 6, frame.cend(), [](char b) { return b != 0; }));
+        QTest::addColumn<QString>("effect");
+        QTest::addColumn<double>("dbfs"); // below -100: silence
+        QTest::addColumn<int>("channels");
+        QTest::addColumn<QVector<Rgb>>("shown");
+        QTest::newRow("mode 2, silence") << mode2 << -200.0 << 3 << QVector<Rgb>(6, Rgb{25, 0, 0});
+        QTest::newRow("mode 2, -40 dBFS left") << mode2 << -40.0 << 1 << QVector<Rgb>(6, Rgb{127, 0, 0});
+        QTest::newRow("mode 2, 0 dBFS right") << mode2 << 0.0 << 2 << QVector<Rgb>(6, Rgb{255, 0, 0});
+        QTest::newRow("mode 3, silence") << mode3 << -200.0 << 1 << QVector<Rgb>(20, Rgb{0, 0, 255});
+        QTest::newRow("mode 3, -40 dBFS") << mode3 << -40.0 << 1 << QVector<Rgb>(20, peak(150));
+        QVector<Rgb> analyser(24, peak(0));
+        analyser[21] = peak(299);
+        QTest::newRow("mode 4, right") << mode4 << -6.0 << 2 << analyser;
+    }
+    void modesFollowTones()
+    {
+        QFETCH(QString, effect);
+        QFETCH(double, dbfs);
+        QFETCH(int, channels);
+        QFETCH(QVector<Rgb>, shown);
+        auto rig = bind(effect == mode2 ? "M2" : "M1", uint32_t(shown.size()), effect,
+                        effect == mode4 ? QVector<uint32_t>{12, 12} : QVector<uint32_t>{});
+        QVERIFY(rig);
+        if (effect == mode2) {
+            AbsWorkerWidget* panel = panelOf(*rig, mode2);
+            panel->findChild<QPushButton*>("addBtn")->click();
+            auto* bar = panel->findChild<GradientWidget*>("gradientEditor");
+            bar->setKeyColors({});
+            bar->setEndsColor(Qt::red);
+            bar->addKeyColor(Qt::red, 0.5);
         }
-        const int firstLower =
-            int(std::find_if(counts.cbegin(), counts.cend(), [&](int c) { return c < counts.first(); }) -
-                counts.cbegin());
-        QVERIFY2(firstLower < counts.size() && counts[firstLower] > 0,
-                 qPrintable(QString::number(firstLower)));
-        QVERIFY(counts.size() - firstLower >= 4);
+        if (dbfs > -100) {
+            player.playTone(effect == mode4   ? 375
+                            : effect == mode2 ? 1500
+                                              : 93.75,
+                            dbfs, TonePlayer::Channels(channels));
+        }
+        QTRY_VERIFY2_WITH_TIMEOUT(near(rig->device.lastColors(), shown),
+                                  rig->device.lastFrame().toHex().constData(), 5000);
+        player.playSilence();
+        release(rig);
+    }
 
-        // The right channel is not this bar's; the install direction mirrors it.
+    // Modes 1 and 4 on two strips share one recording stream; mode 4's panel shows its strength
+    // 3.0 at 166. Mode 1's bar hears its own channel only and the install direction mirrors it;
+    // the server killed, the strips go dark with one warning; back, the same workers follow.
+    void sharedThroughTheServersLife()
+    {
+        auto meter = bind("M1", 20, mode1);
+        auto analyser = bind("M4", 24, mode4, {12, 12});
+        QVERIFY(meter && analyser);
+        QTRY_COMPARE(server.sourceOutputCount(), 1);
+        QCOMPARE(panelOf(*analyser, mode4)->findChild<QSlider*>("strengthSlider")->value(), 166);
         player.playTone(93.75, -18, TonePlayer::Right);
-        QTRY_VERIFY_WITH_TIMEOUT(device.frameCount() > 0 && litCount(device.lastColors()) == 0, 5000);
-        bound->rig.controller->setInstallDirection(1);
-        player.playTone(93.75, -18, TonePlayer::Left);
-        QTRY_VERIFY_WITH_TIMEOUT(meterShows(device.lastColors(), 15, true), 5000);
-
-        // The server killed: one warning, a dark strip; restarted, the same worker follows again.
+        QVERIFY(staysDark(meter->device));
+        meter->controller->setInstallDirection(1);
+        QVector<Rgb> lowest(24, peak(0));
+        lowest[0] = peak(299);
         LogCapture log;
-        player.stop();
-        server.kill();
-        QTRY_VERIFY_WITH_TIMEOUT(litCount(device.lastColors()) == 0, 5000);
-        QVERIFY(server.start());
-        QVERIFY(player.start(server.sinkName()));
-        player.playTone(93.75, -18, TonePlayer::Left);
-        QTRY_VERIFY_WITH_TIMEOUT(meterShows(device.lastColors(), 15, true), 10000);
+        for (bool restarted : {false, true}) {
+            player.playTone(93.75, -18, TonePlayer::Left);
+            QTRY_VERIFY_WITH_TIMEOUT(meter->device.lastColors() == meter15(true), 10000);
+            QTRY_VERIFY_WITH_TIMEOUT(near(analyser->device.lastColors(), lowest), 5000);
+            QCOMPARE(server.sourceOutputCount(), 1);
+            if (!restarted) {
+                player.stop();
+                server.kill();
+                QTRY_VERIFY_WITH_TIMEOUT(litCount(meter->device.lastColors()) == 0, 5000);
+                QVERIFY(server.start() && player.start(server.sinkName()));
+            }
+        }
         QCOMPARE(log.count("[AudioCapManager]", QtWarningMsg), 1);
         QCOMPARE(log.count("[AudioCapManager]: The sound server is back", QtInfoMsg), 1);
         player.playSilence();
-        release(bound, "OV5512:M1");
+        release(analyser);
+        release(meter);
+        QTRY_COMPARE(server.sourceOutputCount(), 0);
     }
 
-    // The music panel: an output that appears adds its row; choosing it moves the running mode
-    // there; its strength is kept.
+    // The music panel: an output that appears adds its row and choosing it moves the running mode
+    // there; the strength is kept, the output is not; an output unloaded while chosen leaves the
+    // strip dark and its row listed, and the other rows working.
     void panelPicksTheOutput()
     {
-        auto bound = bind(options("P1", 20), mode1);
-        QVERIFY(bound && bound->worker);
-        manager->activeOperate("OV5512:P1", mode1);
-        AbsWorkerWidget* panel = manager->workerOptions(mode1).optionWidget;
+        auto rig = bind("P1", 20, mode1);
+        QVERIFY(rig);
+        AbsWorkerWidget* panel = panelOf(*rig, mode1);
         QVERIFY(panel && panel == manager->workerOptions(mode4).optionWidget);
+        auto* strength = panel->findChild<QSlider*>("strengthSlider");
+        QCOMPARE(strength->value(), 133); // the default 2.0
         auto* rows = panel->findChild<QComboBox*>("devicesComboBox");
-        const int before = rows->count();
-        QVERIFY(server.loadSink("orvanta_second", "Second output") >= 0);
-        QTRY_COMPARE(rows->count(), before + 1);
-        QCOMPARE(rows->itemText(before), QString("Second output"));
+        const int second = rows->count();
+        const int module = server.loadSink("orvanta_second", "Second output");
+        QVERIFY(module >= 0);
+        QTRY_COMPARE(rows->count(), second + 1);
+        QCOMPARE(rows->itemText(second), QString("Second output"));
+        TonePlayer secondPlayer;
+        QVERIFY(secondPlayer.start("orvanta_second"));
+        secondPlayer.playTone(93.75, -18, TonePlayer::Left);
+        QVERIFY(staysDark(rig->device)); // still on the default output
+        rows->setCurrentIndex(second);
+        QTRY_VERIFY_WITH_TIMEOUT(rig->device.lastColors() == meter15(false), 5000);
 
-        TonePlayer second;
-        QVERIFY(second.start("orvanta_second"));
-        second.playTone(93.75, -18, TonePlayer::Left);
-        QTest::qWait(300);
-        QCOMPARE(litCount(bound->rig.device.lastColors()), 0); // still on the default output
-        rows->setCurrentIndex(before);
-        QTRY_VERIFY_WITH_TIMEOUT(litCount(bound->rig.device.lastColors()) > 0, 5000);
-        second.playSilence();
-
-        // The strength at the top of the slider is kept, in every fragment too, once it unloads.
-        panel->findChild<QSlider*>("strengthSlider")->setValue(200);
-        release(bound, "OV5512:P1");
+        // The top of the slider is kept in the strength and every fragment once it unloads.
+        strength->setValue(200);
+        release(rig);
         QVERIFY(!panel->effectWorker());
         ConfigurationManager* store = ConfigurationManager::instance();
         QCOMPARE(store->effectJsonValue(mode1, "OV5512:P1", "strength").toDouble(), 4.0);
-        const QJsonObject fragments = store->effectJsonValue(mode1, "OV5512:P1", "fragments").toObject();
-        QVERIFY(!fragments.isEmpty());
-        for (const QJsonValue& fragment : fragments) {
-            QCOMPARE(fragment.toObject().value("mulEnhance").toDouble(), 4.0);
-        }
+        const QJsonObject bass =
+            store->effectJsonValue(mode1, "OV5512:P1", "fragments").toObject().value("bass").toObject();
+        QCOMPARE(bass.value("mulEnhance").toDouble(), 4.0);
 
-        // The output is not kept: loaded again, the mode listens to the default one.
-        bound = bind(options("P1", 20), mode1);
+        // Loaded again: its bar at strength 4.0 fills, from the default output, not the one chosen.
+        rig = bind("P1", 20, mode1);
+        QVERIFY(rig && staysDark(rig->device));
         player.playTone(93.75, -18, TonePlayer::Left);
-        QTRY_VERIFY_WITH_TIMEOUT(litCount(bound->rig.device.lastColors()) > 0, 5000);
+        QTRY_VERIFY_WITH_TIMEOUT(litCount(rig->device.lastColors()) == 20, 5000);
+
+        // The second output chosen, then unloaded while the default one plays: the worker hears
+        // silence, then nothing, not the output that remains.
+        panelOf(*rig, mode1);
         player.playSilence();
-        release(bound, "OV5512:P1");
-    }
-
-    void moodPulse_data()
-    {
-        QTest::addColumn<double>("dbfs");
-        QTest::addColumn<int>("red");
-        QTest::newRow("silence") << -200.0 << 25;
-        QTest::newRow("-40 dBFS") << -40.0 << 127;
-        QTest::newRow("0 dBFS") << 0.0 << 255;
-    }
-
-    void moodPulse()
-    {
-        QFETCH(double, dbfs);
-        QFETCH(int, red);
-        auto bound = bind(options("M2", 6), mode2);
-        QVERIFY(bound && bound->worker);
-        // A strap of pure red, made on mode 2's panel, which edits its background mood worker.
-        manager->activeOperate("OV5512:M2", mode2);
-        AbsWorkerWidget* panel = manager->workerOptions(mode2).optionWidget;
-        QVERIFY(panel);
-        panel->findChild<QPushButton*>("addBtn")->click();
-        auto* bar = panel->findChild<GradientWidget*>("gradientEditor");
-        bar->setKeyColors({});
-        bar->setEndsColor(Qt::red);
-        bar->addKeyColor(Qt::red, 0.5);
-        if (dbfs > -100) {
-            player.playTone(1500, dbfs, TonePlayer::Both);
-        }
-        QTRY_VERIFY_WITH_TIMEOUT(bound->rig.device.lastColors() == QVector<Rgb>(6, Rgb{uint8_t(red), 0, 0}),
-                                 5000);
-        // At the mood worker's pace, about 30 frames a second; wide bounds for a loaded machine.
-        const int before = bound->rig.device.frameCount();
-        QTRY_VERIFY_WITH_TIMEOUT(bound->rig.device.frameCount() >= before + 10, 5000);
-        QVERIFY2(bound->rig.device.frameRate() > 9 && bound->rig.device.frameRate() < 48,
-                 qPrintable(QString::number(bound->rig.device.frameRate())));
-        player.playSilence();
-        release(bound, "OV5512:M2");
-    }
-
-    void peakColour()
-    {
-        auto bound = bind(options("M1", 20), mode3);
-        QVERIFY(bound && bound->worker);
-        VirtualLedDevice& device = bound->rig.device;
-        const QVector<OV_RGB> row =
-            MusicMode3::paintRow({{0.0, QColor(0, 0, 255)}, {1.0, QColor(255, 0, 0)}});
-        QTRY_VERIFY_WITH_TIMEOUT(device.frameCount() > 0 && near(device.lastColors()[0], Rgb{0, 0, 255}, 2),
-                                 5000);
-        player.playTone(93.75, -40, TonePlayer::Left);
-        QTRY_VERIFY_WITH_TIMEOUT(near(device.lastColors()[19], rgb(row[150]), 2), 5000);
-        // Back to blue through colours between.
-        device.clearFrames();
-        player.playSilence();
-        QTRY_VERIFY_WITH_TIMEOUT(near(device.lastColors()[0], Rgb{0, 0, 255}, 2), 5000);
-        int between = 0;
-        for (const QByteArray& frame : device.frames()) {
-            const Rgb c{uint8_t(frame[6]), uint8_t(frame[7]), uint8_t(frame[8])};
-            between += !near(c, rgb(row[150]), 2) && !near(c, Rgb{0, 0, 255}, 2);
-        }
-        QVERIFY(between >= 2);
-        release(bound, "OV5512:M1");
-    }
-
-    void analyserAndSharing()
-    {
-        // Modes 1 and 4 on two strips share one recording stream, and both follow.
-        auto analyser = bind(options("M4", 24, {12, 12}), mode4);
-        auto meter = bind(options("M1", 20), mode1);
-        QVERIFY(analyser && meter);
-        QTRY_COMPARE(server.sourceOutputCount(), 1);
-        const QVector<OV_RGB> row =
-            MusicMode3::paintRow({{0.0, QColor(0, 0, 255)}, {1.0, QColor(255, 0, 0)}});
-        const QVector<Rgb> blue(24, rgb(row[0]));
-        for (int side : {1, 2}) {
-            player.playTone(375, -6, TonePlayer::Channels(side));
-            QVector<Rgb> expected = blue;
-            expected[side == 1 ? 2 : 21] = rgb(row[299]);
-            QTRY_VERIFY2_WITH_TIMEOUT(analyser->rig.device.lastColors() == expected,
-                                      analyser->rig.device.lastFrame().toHex().constData(), 5000);
-            QCOMPARE(int(analyser->rig.device.lastCount()), 24);
-        }
+        rows->setCurrentIndex(second);
+        QTRY_VERIFY_WITH_TIMEOUT(litCount(rig->device.lastColors()) == 20, 5000);
+        secondPlayer.stop();
         player.playTone(93.75, -18, TonePlayer::Left);
-        QTRY_VERIFY_WITH_TIMEOUT(meterShows(meter->rig.device.lastColors(), 15, false), 5000);
-        QCOMPARE(server.sourceOutputCount(), 1);
+        QVERIFY(!server.pactl({"unload-module", QString::number(module)}).isNull());
+        const auto quiet = [&rig] { // no frame for half a second
+            return std::chrono::steady_clock::now().time_since_epoch() -
+                       std::chrono::nanoseconds(rig->device.lastFrameTimeNs()) >
+                   std::chrono::milliseconds(500);
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(litCount(rig->device.lastColors()) == 0 && quiet(), 5000);
+        QCOMPARE(rows->count(), second + 1);
+        rows->setCurrentIndex(0);
+        QTRY_VERIFY_WITH_TIMEOUT(litCount(rig->device.lastColors()) == 20, 5000);
         player.playSilence();
-        release(analyser, "OV5512:M4");
-        release(meter, "OV5512:M1");
-        QTRY_COMPARE(server.sourceOutputCount(), 0);
+        release(rig);
     }
 };
 

@@ -1,23 +1,15 @@
 #pragma once
 
 #include "ScreenPainter.h"
+#include "TestFiles.h"
 
-#include <QColor>
-#include <QFile>
 #include <QImage>
 #include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QPoint>
-#include <QSize>
-#include <QString>
-#include <QVector>
 
-#include <cmath>
 #include <optional>
 
-// Where each LED of a screen mode looks, worked out from the modes' geometry, independently of
-// the pipeline: the oracle of the screen suites.
+// Where each LED of a screen mode looks, worked out from the modes' geometry apart from the
+// pipeline, and what picture A shows there: the oracle of the screen suites.
 namespace ScreenRig {
 
 inline const QString fullId = QStringLiteral("com.orvanta.screenSync.fullScreen");
@@ -38,55 +30,43 @@ inline int pick(int target, int from, int to)
     return qRed(p) | qGreen(p) << 8;
 }
 
-// The model's default map, as the script wrote it.
+// The model's default map, as the script wrote it; LEDs missing from it stay at (0, 0).
 inline QVector<QPoint> modelMap(const QString& path)
 {
-    QFile file(path);
     QVector<QPoint> points;
-    if (!file.open(QIODevice::ReadOnly)) {
-        return points;
-    }
-    for (const QJsonValue& v : QJsonDocument::fromJson(file.readAll()).object().value("ledMap").toArray()) {
-        const QJsonObject e = v.toObject();
-        points.resize(std::max(points.size(), e.value("id").toInt()));
-        points[e.value("id").toInt() - 1] = QPoint(e.value("x").toInt(), e.value("y").toInt());
+    for (const QJsonValue& v : TestFiles::readJson(path).value("ledMap").toArray()) {
+        const int id = v.toObject().value("id").toInt();
+        points.resize(std::max(points.size(), id));
+        points[id - 1] = QPoint(v.toObject().value("x").toInt(), v.toObject().value("y").toInt());
     }
     return points;
 }
 
-// The frame pixel (in the frame as delivered, before mirroring) each LED reads.
+// The frame pixel (in the frame as delivered, before mirroring) each LED reads; full screen and
+// cinema through the map on a 120 x 67 virtual screen.
 inline QVector<QPoint> readPoints(const QString& effect, int n, const QSize& frame, int dir,
-                                  const QVector<QPoint>& map = {}, const QSize& screen = QSize(120, 67))
+                                  const QVector<QPoint>& map = {})
 {
-    const int w = frame.width();
-    const int h = frame.height();
+    const int w = frame.width(), h = frame.height();
     QVector<QPoint> points;
     for (int k = 0; k < n; ++k) {
         QPoint p;
-        if (effect == topId) {
-            p = QPoint(pick(k, w, n), pick(0, h / 5, 1));
-        } else if (effect == bottomId) {
-            p = QPoint(pick(k, w, n), (h / 5) * 4 + pick(0, h / 5, 1));
+        if (effect == topId || effect == bottomId) {
+            p = QPoint(pick(k, w, n), (effect == topId ? 0 : (h / 5) * 4) + pick(0, h / 5, 1));
         } else if (effect == leftId) {
             p = QPoint(pick(0, w / 5, 1), pick(n - 1 - k, h, n));
         } else if (effect == rightId) {
             p = QPoint((w / 5) * 4 + pick(0, w / 5, 1), pick(k, h, n));
         } else if (effect == fullId) {
-            p = QPoint(pick(map[k].x(), w, screen.width()), pick(map[k].y(), h, screen.height()));
+            p = QPoint(pick(map[k].x(), w, 120), pick(map[k].y(), h, 67));
         } else if (effect == cinemaId) {
             const int cw = int(w * 0.8);
             const int ch = int(h * 0.8);
-            const int cx = (w - 1) / 2 - cw / 2;
-            const int cy = (h - 1) / 2 - ch / 2;
             const int sh = int(ch * 120.0 / cw); // scaledToWidth(120)
-            const int x120 = pick(map[k].x(), 120, screen.width());
-            const int y120 = pick(map[k].y(), sh, screen.height());
-            p = QPoint(cx + pick(x120, cw, 120), cy + pick(y120, ch, sh));
+            p = QPoint((w - 1) / 2 - cw / 2 + pick(map[k].x(), cw, 120),
+                       (h - 1) / 2 - ch / 2 + pick(pick(map[k].y(), sh, 67), ch, sh));
         }
-        if (dir == 1) {
-            p.setX(w - 1 - p.x());
-        }
-        points.append(p);
+        points.append(QPoint(dir == 1 ? w - 1 - p.x() : p.x(), p.y()));
     }
     return points;
 }
@@ -101,15 +81,12 @@ inline std::optional<QColor> expectedA(const QSize& screenSize, const QSize& fra
         return ScreenPainter::colourA(screenSize, int((qBound(0, fx, frameSize.width() - 1) + 0.5) * sx),
                                       int((qBound(0, fy, frameSize.height() - 1) + 0.5) * sy));
     };
-    const QColor here = at(p.x(), p.y());
-    for (int dy = -2; dy <= 2; ++dy) {
-        for (int dx = -2; dx <= 2; ++dx) {
-            if (at(p.x() + dx, p.y() + dy) != here) {
-                return std::nullopt;
-            }
+    for (int d = 0; d < 25; ++d) {
+        if (at(p.x() + d % 5 - 2, p.y() + d / 5 - 2) != at(p.x(), p.y())) {
+            return std::nullopt;
         }
     }
-    return here;
+    return at(p.x(), p.y());
 }
 
 inline bool near(const QColor& a, int r, int g, int b, int tolerance = 4)
@@ -118,20 +95,18 @@ inline bool near(const QColor& a, int r, int g, int b, int tolerance = 4)
            qAbs(a.blue() - b) <= tolerance;
 }
 
-// LEDs (anything with r, g, b) that picture A's judged points show wrong; -1 for a short strip.
+// LEDs (anything with r, g, b) that picture A's judged points of a 120 x 67 frame show wrong (a
+// short strip: all of them); `judged` gets the number of points judged.
 template <typename Leds>
 int mismatchesA(const Leds& leds, const QVector<QPoint>& points, const QSize& screenSize,
                 int* judged = nullptr)
 {
-    if (leds.size() < points.size()) {
-        return -1;
-    }
     int bad = 0;
     int seen = 0;
     for (int k = 0; k < points.size(); ++k) {
         if (const auto expected = expectedA(screenSize, QSize(120, 67), points[k])) {
             ++seen;
-            bad += near(*expected, leds[k].r, leds[k].g, leds[k].b) ? 0 : 1;
+            bad += k >= leds.size() || !near(*expected, leds[k].r, leds[k].g, leds[k].b);
         }
     }
     if (judged) {
