@@ -1,5 +1,6 @@
 #include "ConfigurationManager.h"
 #include "LogCapture.h"
+#include "MusicMode1.h"
 #include "MusicMode3.h"
 #include "MusicMode4.h"
 #include "SpectrumAnalyzer.h"
@@ -239,6 +240,67 @@ private slots:
         mode.spectrumUpdate(delivery(one.minFrequency + 1, one.maxFrequency - 1, 5, 0));
         const Flat row = MusicMode3::paintRow({{0.0, QColor(0, 0, 255)}, {1.0, QColor(255, 0, 0)}});
         QCOMPARE(spy.last().at(0).value<Frame>(), (Frame{{row[0], row[112], row[0], row[0], row[0]}}));
+    }
+    // Each model's file: every LED in one fragment; bass, mids and highs within 20 to 16000 Hz;
+    // both channels; 0 dBFS fills a bar at the default strength, -40 dBFS shows nothing below the
+    // treble; loaded through modes 1 and 3 with no warning.
+    void modelFiles_data()
+    {
+        QTest::addColumn<QString>("model");
+        const QJsonObject models =
+            TestFiles::readJson(ORVANTA_DATA_DIR "/controler_config/OVController.json");
+        QVERIFY(!models.isEmpty());
+        for (const QString& model : models.keys()) {
+            QTest::newRow(qPrintable(model)) << model;
+        }
+    }
+    void modelFiles()
+    {
+        QFETCH(QString, model);
+        const QJsonObject spec = TestFiles::readJson(ORVANTA_DATA_DIR "/controler_config/OVController.json")
+                                     .value(model)
+                                     .toObject();
+        const QString path = ORVANTA_DATA_DIR "/effects/dynamicMusic/" + model + ".json";
+        const QJsonObject fragments = TestFiles::readJson(path).value("fragments").toObject();
+        const int leds = spec.value("nbLeds").toInt();
+        QVector<int> owners(leds, 0);
+        QSet<int> channels;
+        bool bass = false, mids = false, highs = false;
+        for (const QJsonValue& value : fragments) {
+            const QJsonObject f = value.toObject();
+            const int begin = f.value("beginIndex").toInt(), end = f.value("endIndex").toInt();
+            QVERIFY(begin >= 0 && begin < end && end <= leds);
+            for (int i = begin; i < end; ++i) {
+                ++owners[i];
+            }
+            const double lo = f.value("minFrequency").toDouble(), hi = f.value("maxFrequency").toDouble();
+            QVERIFY(lo >= 20 && hi <= 16000 && hi - lo > 10);
+            bass |= hi <= 250;
+            mids |= lo >= 250 && hi <= 2000;
+            highs |= lo >= 2000;
+            channels.insert(f.value("soundChannel").toInt());
+            const double cut = f.value("dbEnhance").toDouble();
+            QCOMPARE(f.value("mulEnhance").toDouble(), 2.0);
+            QVERIFY(cut >= -40 && cut <= -30 && (80 + cut) * 2.0 >= 80);
+            QVERIFY(lo >= 2000 || (40 + cut) * 2.0 <= 0);
+        }
+        QCOMPARE(owners, QVector<int>(leds, 1));
+        QVERIFY(bass && mids && highs && channels.contains(1) && channels.contains(2));
+
+        QFile::remove(defaultsPath(model));
+        QVERIFY(QFile::copy(path, defaultsPath(model)));
+        QVector<uint32_t> lines;
+        for (const QJsonValue& v : spec.value("lines").toArray()) {
+            lines << uint32_t(v.toInt());
+        }
+        LogCapture log;
+        MusicMode1 mode1(EffectWorkerOptions::make(mode1Id, "m1", 1));
+        mode1.load(strip(model, uint32_t(leds), lines));
+        MusicMode3 mode3(EffectWorkerOptions::make("com.orvanta.dynamicMusic.mode_3", "m3", 2));
+        mode3.load(strip(model, uint32_t(leds), lines));
+        QCOMPARE(mode1.getFragments().size(), fragments.size());
+        QCOMPARE(mode3.getFragments().size(), fragments.size());
+        QCOMPARE(log.count("", QtWarningMsg) - log.count("[AudioCapManager]", QtWarningMsg), 0);
     }
 };
 

@@ -1,8 +1,10 @@
 #include "AbsScreenSync.h"
 #include "ConfigurationManager.h"
+#include "EffectsManager.h"
 #include "FullScreenMode.h"
 #include "InternalEffectFactory.h"
 #include "LogCapture.h"
+#include "RecordingController.h"
 #include "ScreenRig.h"
 
 #include <QtTest>
@@ -213,6 +215,102 @@ private slots:
         QCOMPARE(probe(again), fromFile);
         QCOMPARE(again.worker->currentBlurStrength(), 0.25);
         QCOMPARE(again.worker->currentSaturationStrength(), -0.5);
+    }
+    // Each model's map: 120 x 67, every LED once, each line along its edge 3 pixels in, in strip
+    // order (one line: the bottom, left to right; three: left upward, top, right downward).
+    void modelMapsKeepTheirRules_data()
+    {
+        QTest::addColumn<QString>("model");
+        QTest::addColumn<QVector<int>>("lines");
+        QTest::newRow("OV5512") << "OV5512" << QVector<int>{18, 36, 18};
+        QTest::newRow("OV2408") << "OV2408" << QVector<int>{24};
+    }
+    void modelMapsKeepTheirRules()
+    {
+        QFETCH(QString, model);
+        QFETCH(QVector<int>, lines);
+        const QString path = QStringLiteral("controler_config/") + model + ".json";
+        const QJsonObject file = TestFiles::readJson(path);
+        QCOMPARE(QSize(file.value("screenWidth").toInt(), file.value("screenHeight").toInt()),
+                 QSize(120, 67));
+        const QVector<QPoint> map = modelMap(path);
+        QCOMPARE(file.value("ledMap").toArray().size(), std::accumulate(lines.cbegin(), lines.cend(), 0));
+        struct Edge
+        {
+            bool vertical;
+            int at;
+            int sign; // of the step along the edge
+        };
+        const QVector<Edge> edges = lines.size() == 1
+                                        ? QVector<Edge>{{false, 63, +1}}
+                                        : QVector<Edge>{{true, 3, -1}, {false, 3, +1}, {true, 116, +1}};
+        for (int line = 0, k = 0; line < lines.size(); ++line) {
+            const Edge e = edges[line];
+            for (int i = 0; i < lines[line]; ++i, ++k) {
+                QCOMPARE(e.vertical ? map[k].x() : map[k].y(), e.at);
+                const int step =
+                    e.vertical ? map[k].y() - map[qMax(k - 1, 0)].y() : map[k].x() - map[qMax(k - 1, 0)].x();
+                QVERIFY2(i == 0 || step * e.sign > 0, qPrintable(QString::number(k)));
+            }
+        }
+    }
+
+    // With "isScreenshot", the first frame more than 5 s after the worker was made leaves one PNG
+    // of the working picture under the configuration folder.
+    void screenshotAfterFiveSeconds()
+    {
+        const QString folder =
+            ConfigurationManager::instance()->configPath() + QStringLiteral("/capturerScreenshot");
+        QDir(folder).removeRecursively();
+        qApp->setProperty("isScreenshot", true);
+        Worker w(topId, QStringLiteral("NOMAP"), {8});
+        qApp->setProperty("isScreenshot", false);
+        QImage frame(120, 67, QImage::Format_RGBA8888);
+        frame.fill(QColor(10, 20, 30));
+        QElapsedTimer clock;
+        clock.start();
+        while (clock.elapsed() < 4500) {
+            QVERIFY(w.feed(frame));
+            QTest::qWait(100); // a frame every tenth of a second, as the capture would send
+        }
+        QVERIFY(QDir(folder).entryList(QDir::Files).isEmpty());
+        QTRY_VERIFY_WITH_TIMEOUT(w.feed(frame) && QDir(folder).entryList(QDir::Files).size() == 1, 3000);
+        const QString name = QDir(folder).entryList(QDir::Files).first();
+        QVERIFY(name.startsWith(topId) && name.endsWith(".png"));
+        QTRY_COMPARE(QImage(folder + "/" + name).pixelColor(5, 5), QColor(10, 20, 30));
+    }
+
+    // Binds cycling the six modes over two strips: a mode switch makes the new worker while the
+    // old one dies on the work thread. Each new worker answers its frame; with all unbound the
+    // thread ends, and the next worker starts another.
+    void workThreadLife()
+    {
+        EffectsManager manager;
+        const QStringList modes{fullId, topId, bottomId, leftId, rightId, cinemaId};
+        const QSharedPointer<RecordingController> strips[2] = {
+            {new RecordingController("OV5512:T1", 72, {18, 36, 18}), &QObject::deleteLater},
+            {new RecordingController("OV2408:T2", 24, {24}), &QObject::deleteLater}};
+        QImage frame(120, 67, QImage::Format_RGBA8888);
+        frame.fill(QColor(0, 90, 200));
+        for (int i = 0; i < 200; ++i) {
+            RecordingController* strip = strips[i % 2].data();
+            strip->controlOptions().brightness = 1.0f;
+            IEffectWorkerPtr worker = manager.bind(strips[i % 2], modes[i % modes.size()]);
+            QVERIFY(worker && AbsScreenSync::currentWorkThread());
+            const int before = strip->frames.size();
+            QMetaObject::invokeMethod(worker.data(), "frameInput", Qt::QueuedConnection,
+                                      Q_ARG(QImage, frame));
+            QTRY_VERIFY(strip->frames.size() > before);
+            QCOMPARE(strip->frames.last().first().first(), (OV_RGB{0, 90, 200}));
+            worker.reset();
+            if (i % 50 == 49) {
+                manager.unbind(strips[0]->controlOptions().id);
+                manager.unbind(strips[1]->controlOptions().id);
+                TestFiles::flushDeletes();
+                QTRY_COMPARE(AbsScreenSync::instances(), 0);
+                QVERIFY(!AbsScreenSync::currentWorkThread());
+            }
+        }
     }
 };
 
