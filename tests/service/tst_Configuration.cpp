@@ -7,6 +7,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QThread>
+#include <QUrl>
 
 #include <signal.h>
 
@@ -84,6 +85,19 @@ private slots:
         store->save();
         QVERIFY(QJsonDocument::fromJson(read(path)).isObject());
         QCOMPARE(read(info.dir().filePath(aside.first())), bytes);
+    }
+
+    // A controller key comes from a device's reply: whatever it holds, its file stays in the
+    // controllers folder.
+    void deviceKeyStaysInItsFolder()
+    {
+        const QString key = QStringLiteral("OV/../../../escaped:..");
+        store->controllerJsonObj(key).insert("nbLeds", 3);
+        store->saveControllerJsonObj(key);
+        store->flush();
+        const QStringList files = QDir(store->configPath() + "/controllers").entryList(QDir::Files);
+        QCOMPARE(files, QStringList{QString::fromLatin1(QUrl::toPercentEncoding(key)) + ".json"});
+        QVERIFY(!QFile::exists(store->configPath() + "/../escaped:...json")); // where the raw key leads
     }
 
     void resetForgetsEverything()
