@@ -255,13 +255,16 @@ void AbsScreenSync::frameInput(QImage frame)
     if (k == 1) {
         cv::GaussianBlur(src, dst, cv::Size(k, k), 0.0, 0.0, cv::BORDER_REFLECT_101);
     } else {
-        // In floats: at these kernel sizes the 8-bit fixed-point filter takes about three times
-        // as long, and the results differ by at most one step of rounding. One buffer per thread:
-        // the workers share the work thread.
+        // In floats and without the alpha byte (always 255): at these kernel sizes the 8-bit
+        // fixed-point filter takes about three times as long, and the results differ by at most one
+        // step of rounding. The buffers are per thread: the workers share the work thread.
+        thread_local cv::Mat colours;
         thread_local cv::Mat wide;
-        src.convertTo(wide, CV_32FC4);
+        cv::cvtColor(src, colours, cv::COLOR_RGBA2RGB);
+        colours.convertTo(wide, CV_32FC3);
         cv::GaussianBlur(wide, wide, cv::Size(k, k), 0.0, 0.0, cv::BORDER_REFLECT_101);
-        wide.convertTo(dst, CV_8UC4);
+        wide.convertTo(colours, CV_8UC3);
+        cv::cvtColor(colours, dst, cv::COLOR_RGB2RGBA);
     }
     QImage image(dst.data, dst.cols, dst.rows, int(dst.step), QImage::Format_RGBA8888);
 
