@@ -61,6 +61,8 @@ ControlPage::ControlPage(QWidget* parent)
         }
     });
     connect(bar, &QScrollBar::actionTriggered, this, [this] { optionsFollowChoice = false; });
+    ui->modelImageHeader->setSizePolicy(QSizePolicy::Ignored,
+                                        ui->modelImageHeader->sizePolicy().verticalPolicy());
 }
 
 ControlPage::~ControlPage()
@@ -316,7 +318,19 @@ void ControlPage::revealOptions()
 
 void ControlPage::updateHeader()
 {
-    ui->modelImageHeader->setText(QStringLiteral("  %1 (%2)").arg(controllerName, controllerId));
+    // A long name (a device path, say) is shortened in the middle rather than widen the page.
+    QLabel* header = ui->modelImageHeader;
+    const QString text = QStringLiteral("  %1 (%2)").arg(controllerName, controllerId);
+    const int room = header->contentsRect().width() - 2 * header->margin();
+    const QString shown = header->fontMetrics().elidedText(text, Qt::ElideMiddle, room);
+    header->setText(shown);
+    header->setToolTip(shown == text ? QString() : text.trimmed());
+}
+
+void ControlPage::resizeEvent(QResizeEvent* event)
+{
+    QWidget::resizeEvent(event);
+    updateHeader();
 }
 
 void ControlPage::changeEvent(QEvent* event)

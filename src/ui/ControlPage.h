@@ -55,6 +55,7 @@ public slots:
 
 protected:
     void changeEvent(QEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
 
 private slots:
     void onInstallDirRadioBtnChanged(bool checked);
