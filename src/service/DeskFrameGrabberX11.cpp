@@ -227,10 +227,7 @@ DeskFrameGrabberX11::DeskFrameGrabberX11(xcb_connection_t* c, int screenNumber, 
 DeskFrameGrabberX11::~DeskFrameGrabberX11()
 {
     releaseStages();
-    if (damage) {
-        xcb_damage_destroy(connection, damage);
-        xcb_xfixes_destroy_region(connection, damageRegion);
-    }
+    dropDamage();
     if (rootPicture) {
         xcb_render_free_picture(connection, rootPicture);
     }
@@ -330,6 +327,16 @@ void DeskFrameGrabberX11::probeDamage()
     damage = xcb_generate_id(connection);
     // One notice when the damage stops being empty: the region, not the notices, says where.
     xcb_damage_create(connection, damage, root, XCB_DAMAGE_REPORT_LEVEL_NON_EMPTY);
+}
+
+void DeskFrameGrabberX11::dropDamage()
+{
+    if (damage) {
+        xcb_damage_destroy(connection, damage);
+        xcb_xfixes_destroy_region(connection, damageRegion);
+    }
+    damage = 0;
+    damageRegion = 0;
 }
 
 bool DeskFrameGrabberX11::takeDamage(QVector<QRect>* rects)
@@ -584,8 +591,7 @@ DeskFrameGrabber::Result DeskFrameGrabberX11::grabScaled(const QRect& area, cons
             }
         }
     };
-    const bool fullPass = !damage || !stagesValid || lastScaled.isNull() || framesSinceFull >= 29;
-    QVector<QRect> dirty;
+    const bool fullPass = !damage || !stagesValid || framesSinceFull >= kFramesBetweenChecks;
     if (fullPass) {
         composite({});
     } else {
@@ -593,7 +599,7 @@ DeskFrameGrabber::Result DeskFrameGrabberX11::grabScaled(const QRect& area, cons
         if (!takeDamage(&drawn)) {
             return xcb_connection_has_error(connection) ? Result::Lost : Result::Skip;
         }
-        dirty = pendingDamage;
+        QVector<QRect> dirty = pendingDamage;
         pendingDamage.clear();
         onMonitor(drawn, &dirty);
         ++framesSinceFull;
@@ -628,7 +634,7 @@ DeskFrameGrabber::Result DeskFrameGrabberX11::grabScaled(const QRect& area, cons
         // What was drawn from the last take until now is redone next frame: some of it may have
         // come after the pass. Nothing drawn, yet a different picture: the server draws without
         // telling (it happens with some drivers), so every frame takes the full pass again.
-        const bool checkable = stagesValid && !lastScaled.isNull() && pendingDamage.isEmpty();
+        const bool checkable = stagesValid && pendingDamage.isEmpty();
         QVector<QRect> drawn;
         if (!takeDamage(&drawn)) {
             return xcb_connection_has_error(connection) ? Result::Lost : Result::Skip;
@@ -638,10 +644,7 @@ DeskFrameGrabber::Result DeskFrameGrabberX11::grabScaled(const QRect& area, cons
         if (checkable && pendingDamage.isEmpty() && out != lastScaled) {
             qWarning().noquote() << "[DeskDuplManager]:" << display
                                  << "changed without reporting damage - scaling the whole screen every frame";
-            xcb_damage_destroy(connection, damage);
-            xcb_xfixes_destroy_region(connection, damageRegion);
-            damage = 0;
-            damageRegion = 0;
+            dropDamage();
         }
         stagesValid = true;
         framesSinceFull = 0;

@@ -60,6 +60,7 @@ private:
 
     void probeRender();
     void probeDamage();
+    void dropDamage();
     // Takes what was drawn since the last call, in root coordinates; false when DAMAGE is off.
     bool takeDamage(QVector<QRect>* rects);
     void composite(const QVector<QRect>& dirty);
@@ -90,7 +91,7 @@ private:
     QVector<Stage> stages;
     QRect stagedArea;
     QSize stagedSize;
-    bool stagesValid = false; // the passes hold the picture as of the last damage taken
+    bool stagesValid = false; // with DAMAGE: the passes and lastScaled hold the picture as of the last take
 
     // Mode 0 repaints only where the root was drawn on. A full pass every second checks that the
     // server reports all drawing (a screen changed behind its back turns the reports off).
@@ -99,6 +100,7 @@ private:
     QVector<QRect> pendingDamage; // taken after a full pass, still to be redone
     QImage lastScaled;
     int framesSinceFull = 0;
+    static constexpr int kFramesBetweenChecks = 29; // a full pass about once a second at 30 fps
 
     ShmKind shm = ShmKind::None;
     xcb_shm_seg_t segment = 0;
