@@ -202,8 +202,11 @@ IEffectWorkerPtr EffectsManager::bind(AbsRGBControllerPtr controller, const QStr
     bindings.insert(ctlId, Binding{controller, worker});
     qInfo().noquote() << ctlId << "已经绑定到" << worker->workerOptions().id;
 
-    ConfigurationManager::instance()->setGlobalValue(
-        QStringList{QStringLiteral("lastBinding"), ctlId, groupIdOf(effectId)}, effectId);
+    // Saved at once, not only at exit, so that a crash cannot bring back an effect left long ago;
+    // the store writes nothing when the value was already there.
+    ConfigurationManager* store = ConfigurationManager::instance();
+    store->setGlobalValue(QStringList{QStringLiteral("lastBinding"), ctlId, groupIdOf(effectId)}, effectId);
+    store->saveGlobalValues();
     return worker;
 }
 
