@@ -41,5 +41,5 @@ void AbsAnimatedEffect::pause()
 void AbsAnimatedEffect::relayTick()
 {
     const qint64 ms = elapsed.restart();
-    tick(ms / 1000.0);
+    guard.run([this, ms] { tick(ms / 1000.0); });
 }

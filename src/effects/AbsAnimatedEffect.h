@@ -1,5 +1,6 @@
 #pragma once
 
+#include "FrameGuard.h"
 #include "IEffectWorker.h"
 
 #include <QElapsedTimer>
@@ -35,4 +36,5 @@ private slots:
 private:
     QTimer timer; // no parent: a plain member
     QElapsedTimer elapsed;
+    FrameGuard guard{this};
 };

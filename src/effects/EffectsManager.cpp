@@ -65,6 +65,11 @@ void EffectsManager::loadGroupFile(const QString& path)
         qCritical().noquote() << "无法解析组配置信息Json文件" << error.errorString();
         return;
     }
+    // Other data shares the folder (the strap defaults): an object without groups is not a group file.
+    if (doc.isObject() && !doc.object().contains(QStringLiteral("groups"))) {
+        qDebug().noquote() << "[EffectsManager]: Not a group file, skipped:" << path;
+        return;
+    }
     const QJsonArray array = doc.object().value(QStringLiteral("groups")).toArray();
     if (array.isEmpty()) {
         qCritical().noquote() << "不正确的json格式" << path;
@@ -197,8 +202,11 @@ IEffectWorkerPtr EffectsManager::bind(AbsRGBControllerPtr controller, const QStr
     bindings.insert(ctlId, Binding{controller, worker});
     qInfo().noquote() << ctlId << "已经绑定到" << worker->workerOptions().id;
 
-    ConfigurationManager::instance()->setGlobalValue(
-        QStringList{QStringLiteral("lastBinding"), ctlId, groupIdOf(effectId)}, effectId);
+    // Saved at once, not only at exit, so that a crash cannot bring back an effect left long ago;
+    // the store writes nothing when the value was already there.
+    ConfigurationManager* store = ConfigurationManager::instance();
+    store->setGlobalValue(QStringList{QStringLiteral("lastBinding"), ctlId, groupIdOf(effectId)}, effectId);
+    store->saveGlobalValues();
     return worker;
 }
 

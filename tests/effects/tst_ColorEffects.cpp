@@ -2,6 +2,7 @@
 #include "ColorMap.h"
 #include "ConfigurationManager.h"
 #include "FlowingEffect.h"
+#include "LogCapture.h"
 #include "MoodShadow.h"
 #include "SFrmColorMap.h"
 #include "SingleColor.h"
@@ -11,6 +12,7 @@
 #include <QDir>
 #include <QFile>
 #include <QJsonArray>
+#include <QJsonDocument>
 #include <QJsonObject>
 #include <QSignalSpy>
 #include <QThread>
@@ -18,6 +20,7 @@
 #include <QtTest>
 
 #include <memory>
+#include <stdexcept>
 
 using Frame = QVector<QVector<OV_RGB>>;
 using Flat = QVector<OV_RGB>;
@@ -90,20 +93,31 @@ const QByteArray threeStraps = R"({"colorStrapList": [
      "endsColor": [10, 20, 30], "keyColors": [{"key": 0.5, "color": [200, 0, 0]}]},
     {"name": "B", "uuid": "{22222222-2222-2222-2222-222222222222}", "speed": 1.0, "range": 0.5,
      "endsColor": [0, 0, 255], "keyColors": [{"key": 0.25, "color": [0, 255, 0]}, {"key": 0.75, "color": [255, 255, 0]}]},
-    {"name": "C", "uuid": "{33333333-3333-3333-3333-333333333333}", "speed": 2.0, "range": 1.0,
+    {"name": "C", "uuid": "{33333333-3333-3333-3333-333333333333}", "speed": 0.7, "range": 1.0,
      "endsColor": [255, 255, 255], "keyColors": []}
 ]})";
 
-// An animation that only records the times it is given.
+// An animation that records the times it is given; with goodTicks set, it sends a frame on
+// that many ticks and throws on every later one.
 class ProbeEffect : public AbsAnimatedEffect
 {
 public:
     QVector<double> ticks;
+    int goodTicks = -1;
 
     int32_t load(const ControlOptions&) override { return 0; }
     EffectWorkerOptions workerOptions() const override { return {}; }
     void unload() override {}
-    void tick(double seconds) override { ticks.append(seconds); }
+    void tick(double seconds) override
+    {
+        ticks.append(seconds);
+        if (goodTicks >= 0 && ticks.size() > goodTicks) {
+            throw std::runtime_error("probe");
+        }
+        if (goodTicks >= 0) {
+            emit updateColors(Flat{{1, 2, 3}});
+        }
+    }
 };
 
 } // namespace
@@ -234,8 +248,8 @@ private slots:
         ColorMap worker(EffectWorkerOptions::make("com.orvanta.colorful.Probe", "", 0));
         QSignalSpy spy(&worker, qOverload<Flat>(&IEffectWorker::updateColors));
         worker.load(controller("map", nbLeds, {1, 1}));
-        QCOMPARE(worker.speed, 1.0);
-        worker.speed = speed;
+        QCOMPARE(worker.speed(), 1.0);
+        worker.setSpeed(speed);
         for (double seconds : ticks) {
             worker.tick(seconds);
         }
@@ -351,7 +365,7 @@ private slots:
         QCOMPARE(worker->speed(), 0.3);
         QCOMPARE(worker->range(), 0.9);
         worker->setCurrentStrap(2);
-        QCOMPARE(worker->speed(), 2.0); // the list's value where the device has none
+        QCOMPARE(worker->speed(), 0.7); // the list's value where the device has none
         QCOMPARE(worker->range(), 0.1);
     }
 
@@ -373,11 +387,12 @@ private slots:
         }
         const QJsonArray saved = savedStraps();
         QCOMPARE(saved.size(), 3);
+        // The device's speed and range are its own; the list keeps every other device's defaults.
         QCOMPARE(saved.at(1).toObject(),
                  (QJsonObject{{"name", "B2"},
                               {"uuid", "{22222222-2222-2222-2222-222222222222}"},
-                              {"speed", 0.8},
-                              {"range", 0.6},
+                              {"speed", 1.0},
+                              {"range", 0.5},
                               {"endsColor", QJsonArray{0, 0, 255}},
                               {"keyColors",
                                QJsonArray{QJsonObject{{"key", 0.25}, {"color", QJsonArray{0, 255, 0}}},
@@ -388,11 +403,91 @@ private slots:
         QCOMPARE(again->strapNames(), QStringList({"A", "B2", "fresh"}));
         QCOMPARE(again->currentStrapIndex(), 2);
         QCOMPARE(again->speed(), 0.2);
-        again->unload(); // the new strap got its uuid on this load
         QVERIFY(!QUuid(savedStraps().at(2).toObject().value("uuid").toString()).isNull());
         auto other = mood("someone");
         QCOMPARE(other->strapNames(), QStringList({"A", "B2", "fresh"}));
         QCOMPARE(other->currentStrapIndex(), 0);
+    }
+
+    // A frame that throws costs that frame: one log line, and the strip gets the last good one.
+    void failingFrameSendsTheLastGoodOne()
+    {
+        LogCapture log;
+        ProbeEffect probe;
+        probe.goodTicks = 1;
+        QSignalSpy spy(&probe, qOverload<Flat>(&IEffectWorker::updateColors));
+        QTRY_VERIFY_WITH_TIMEOUT(spy.count() >= 4, 10000);
+        for (const QList<QVariant>& frame : spy) {
+            QCOMPARE(frame.at(0).value<Flat>(), Flat({{1, 2, 3}}));
+        }
+        QCOMPARE(log.count("A frame failed (probe)", QtCriticalMsg), 1);
+    }
+
+    // Values from hand-edited files stay within what the panels can set: a number beyond a bound
+    // takes the bound, anything else the default.
+    void badOptionValues_data()
+    {
+        QTest::addColumn<QString>("option");
+        QTest::addColumn<QByteArray>("json");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("colour below 0") << "color" << QByteArray("-5") << "#000000";
+        QTest::newRow("colour beyond 32 bits") << "color" << QByteArray("1e20") << "#ffffff";
+        QTest::newRow("colour map speed below") << "map speed" << QByteArray("-3") << "0.5";
+        QTest::newRow("colour map speed above") << "map speed" << QByteArray("1e300") << "4";
+        QTest::newRow("strap speed above") << "speed" << QByteArray("7") << "1";
+        QTest::newRow("strap range below") << "range" << QByteArray("-1") << "0.001";
+        QTest::newRow("device's strap speed") << "device speed" << QByteArray("9") << "1";
+        QTest::newRow("stop beyond the end") << "key" << QByteArray("1.5") << "1";
+        QTest::newRow("channels beyond 0..255") << "endsColor" << QByteArray("[300, -4, 12.6]") << "#ff000d";
+        QTest::newRow("current strap far beyond") << "currentStrap" << QByteArray("1e12") << "1";
+    }
+
+    void badOptionValues()
+    {
+        QFETCH(QString, option);
+        QFETCH(QByteArray, json);
+        QFETCH(QString, expected);
+        const QJsonValue value = QJsonDocument::fromJson("[" + json + "]").array().at(0);
+        ConfigurationManager* store = ConfigurationManager::instance();
+        if (option == "color") {
+            store->setEffectJsonValue("com.orvanta.singleColor.singleColor1", "bad", option, value);
+            SingleColor worker;
+            worker.load(controller("bad", 1, {1}));
+            QCOMPARE(worker.currentColor().name(), expected);
+            return;
+        }
+        if (option == "map speed") {
+            store->setEffectJsonValue("com.orvanta.colorful.Probe", "bad", "speed", value);
+            ColorMap worker(EffectWorkerOptions::make("com.orvanta.colorful.Probe", "", 0));
+            worker.load(controller("bad", 1, {1}));
+            QCOMPARE(QString::number(worker.speed()), expected);
+            return;
+        }
+        const QString uuid = "{11111111-1111-1111-1111-111111111111}";
+        QJsonObject stop{{"key", 0.5}, {"color", QJsonArray{1, 2, 3}}};
+        if (option == "key") {
+            stop.insert("key", value);
+        }
+        QJsonObject strap{{"name", "s"}, {"uuid", uuid}, {"keyColors", QJsonArray{stop}}};
+        if (option == "speed" || option == "range" || option == "endsColor") {
+            strap.insert(option, value);
+        }
+        const QJsonObject second{{"name", "t"}, {"uuid", "{22222222-2222-2222-2222-222222222222}"}};
+        writeStrapDefaults(
+            QJsonDocument(QJsonObject{{"colorStrapList", QJsonArray{strap, second}}}).toJson());
+        if (option == "device speed") {
+            store->setEffectJsonValue(kMood, "bad", "strapConfigs",
+                                      QJsonObject{{uuid, QJsonObject{{"speed", value}}}});
+        } else if (option == "currentStrap") {
+            store->setEffectJsonValue(kMood, "bad", option, value);
+        }
+        auto worker = mood("bad");
+        const QString got = option == "currentStrap" ? QString::number(worker->currentStrapIndex())
+                            : option == "range"      ? QString::number(worker->range())
+                            : option == "key"        ? QString::number(worker->keyColors().value(0).first)
+                            : option == "endsColor"  ? worker->endsColor().name()
+                                                     : QString::number(worker->speed());
+        QCOMPARE(got, expected);
     }
 };
 

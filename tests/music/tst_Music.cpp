@@ -133,26 +133,44 @@ private slots:
         QTest::addColumn<int>("leds");
         QTest::addColumn<QString>("fragments");
         QTest::addColumn<QString>("warning");
+        QTest::addColumn<double>("strength");
         const QString none = QStringLiteral("没有为");
         const QString rule = QStringLiteral("音乐模式1的配置文件a不合规，");
+        const QString outside =
+            QStringLiteral("[MusicMode1]: The fragment a lies outside the strip's 8 LEDs");
         QTest::newRow("not JSON, 5 LEDs") << QByteArray("{ not json") << QJsonObject() << 5
-                                          << "left:0-2:1:0 mid:2-3:0:0 right:3-5:0:0" << none;
-        QTest::newRow("no fragments, 72 LEDs")
-            << QByteArray("{\"x\": 1}") << QJsonObject() << 72 << "left:0-36:1:0 right:36-72:0:0" << none;
+                                          << "left:0-2:1:0 mid:2-3:0:0 right:3-5:0:0" << none << 2.0;
+        QTest::newRow("no fragments, 72 LEDs") << QByteArray("{\"x\": 1}") << QJsonObject() << 72
+                                               << "left:0-36:1:0 right:36-72:0:0" << none << 2.0;
         QTest::newRow("no file, 1 LED")
-            << QByteArray() << QJsonObject() << 1 << "left:0-0:1:0 mid:0-1:0:0 right:1-1:0:0" << none;
+            << QByteArray() << QJsonObject() << 1 << "left:0-0:1:0 mid:0-1:0:0 right:1-1:0:0" << none << 2.0;
         QTest::newRow("empty bar refused")
             << fragmentsFile({{"a", {5, 5, 100, 200, 0, 0}}, {"b", {0, 3, 100, 200, 0, 0}}}) << QJsonObject()
-            << 8 << "b:0-3:0:0" << rule + "endIndex与beginIndex至少相隔一个灯珠";
+            << 8 << "b:0-3:0:0" << rule + "endIndex与beginIndex至少相隔一个灯珠" << 2.0;
         QTest::newRow("10 Hz band refused, 10.5 Hz kept")
             << fragmentsFile({{"a", {0, 2, 100, 110, 0, 0}}, {"b", {2, 4, 100, 110.5, 0, 1}}})
-            << QJsonObject() << 8 << "b:2-4:1:0" << rule + "minFrequency与maxFreqnency至少相隔10Hz";
+            << QJsonObject() << 8 << "b:2-4:1:0" << rule + "minFrequency与maxFreqnency至少相隔10Hz" << 2.0;
+        QTest::newRow("end past the strip refused")
+            << fragmentsFile({{"a", {4, 9, 100, 200, 0, 0}}, {"b", {0, 8, 100, 200, 0, 0}}}) << QJsonObject()
+            << 8 << "b:0-8:0:0" << outside << 2.0;
+        QTest::newRow("negative begin refused")
+            << fragmentsFile({{"a", {-1, 3, 100, 200, 0, 0}}, {"b", {3, 5, 100, 200, 0, 0}}}) << QJsonObject()
+            << 8 << "b:3-5:0:0" << outside << 2.0;
+        QTest::newRow("end past the wire's limit refused")
+            << fragmentsFile({{"a", {0, 65536, 100, 200, 0, 0}}, {"b", {0, 65535, 100, 200, 0, 0}}})
+            << QJsonObject() << 70000 << "b:0-65535:0:0"
+            << QStringLiteral("[MusicMode1]: The fragment a lies outside the strip's 65535 LEDs") << 2.0;
         const QJsonObject kept =
             QJsonDocument::fromJson(fragmentsFile({{"kept", {2, 6, 100, 200, 2, 0}}})).object();
         QTest::newRow("the store wins")
             << fragmentsFile({{"file", {0, 4, 100, 200, 0, 0}}})
             << QJsonObject{{"fragments", kept.value("fragments")}, {"strength", 3.5}} << 8 << "kept:2-6:0:2"
-            << QString();
+            << QString() << 3.5;
+        // The strength slider's ends.
+        QTest::newRow("strength below") << QByteArray() << QJsonObject{{"strength", -1}} << 8
+                                        << "left:0-4:1:0 right:4-8:0:0" << none << 0.505;
+        QTest::newRow("strength above") << QByteArray() << QJsonObject{{"strength", 1e9}} << 8
+                                        << "left:0-4:1:0 right:4-8:0:0" << none << 4.0;
     }
     void mode1Configuration()
     {
@@ -161,6 +179,7 @@ private slots:
         QFETCH(int, leds);
         QFETCH(QString, fragments);
         QFETCH(QString, warning);
+        QFETCH(double, strength);
         const QString model = QStringLiteral("CFG%1").arg(QTest::currentDataTag()).remove(' ');
         QVERIFY(file.isEmpty() || TestFiles::write(defaultsPath(model), file));
         for (auto it = stored.constBegin(); it != stored.constEnd(); ++it) {
@@ -171,15 +190,15 @@ private slots:
         mode.load(strip(model, uint32_t(leds)));
         QCOMPARE(describe(mode.getFragments()), fragments);
         QVERIFY(warning.isEmpty() || log.count(warning, QtWarningMsg) == 1);
-        QCOMPARE(mode.getStrength(), stored.value("strength").toDouble(2.0));
+        QCOMPARE(mode.getStrength(), strength);
     }
 
-    // Mode 1 on a 14-LED strip of two lines: bars a and b hang off its ends (only the strip is
-    // written), c is one LED, d has no direction; a and c hear the left channel, b the right.
+    // Mode 1 on a 14-LED strip of two lines: bar a at its start, b at its end, c is one LED, d
+    // has no direction; a and c hear the left channel, b the right.
     void mode1Strip()
     {
-        QVERIFY(TestFiles::write(defaultsPath("CLIP"), fragmentsFile({{"a", {-2, 3, 80, 110, 1, 1}},
-                                                                      {"b", {12, 16, 80, 110, 2, 0}},
+        QVERIFY(TestFiles::write(defaultsPath("CLIP"), fragmentsFile({{"a", {0, 3, 80, 110, 1, 1}},
+                                                                      {"b", {12, 14, 80, 110, 2, 0}},
                                                                       {"c", {5, 6, 80, 110, 1, 0}},
                                                                       {"d", {7, 9, 80, 110, 1, 2}}})));
         MusicMode1 mode(EffectWorkerOptions::make(mode1Id, "m1", 1));
@@ -194,13 +213,13 @@ private slots:
         // a falls to half from its head while b stays full; the direction mirrors the strip.
         mode.onCtlDirChanged(1);
         mode.spectrumUpdate(delivery(80, 110, 0, 80));
-        QCOMPARE(lastMask(spy), QStringLiteral("##......#..##."));
+        QCOMPARE(lastMask(spy), QStringLiteral("##......#..#.."));
 
         // The fall: never dark at the first silent delivery (c lights at any level), dark after ten.
         mode.onCtlDirChanged(0);
         for (int i = 0; i < 10; ++i) {
             mode.spectrumUpdate(delivery(80, 110, 0, 0));
-            QVERIFY(i > 0 || lastMask(spy) == QStringLiteral("..#..#......##"));
+            QVERIFY(i > 0 || lastMask(spy) == QStringLiteral("..#..#......#."));
         }
         QCOMPARE(lastMask(spy), QStringLiteral(".............."));
     }

@@ -29,9 +29,10 @@ int32_t ColorMap::load(const ControlOptions& ctlOptions)
         qCritical().noquote() << "[ColorMap]: Not found file:" << path;
         image = QImage(300, 300, QImage::Format_RGB888);
     }
-    speed = ConfigurationManager::instance()
-                ->effectJsonValue(options.id, ctlOptions.id, QStringLiteral("speed"))
-                .toDouble(1.0);
+    const double stored = ConfigurationManager::instance()
+                              ->effectJsonValue(options.id, ctlOptions.id, QStringLiteral("speed"))
+                              .toDouble(1.0);
+    playSpeed = qBound(kMinSpeed, stored, kMaxSpeed);
     controlOptions = ctlOptions;
     return 0;
 }
@@ -43,8 +44,25 @@ EffectWorkerOptions ColorMap::workerOptions() const
 
 void ColorMap::unload()
 {
+    save();
+}
+
+void ColorMap::setSpeed(double speed)
+{
+    const double bounded = qBound(kMinSpeed, speed, kMaxSpeed);
+    if (bounded == playSpeed) {
+        return;
+    }
+    playSpeed = bounded;
+    if (!controlOptions.id.isEmpty()) {
+        save();
+    }
+}
+
+void ColorMap::save()
+{
     ConfigurationManager::instance()->setEffectJsonValue(options.id, controlOptions.id,
-                                                         QStringLiteral("speed"), speed);
+                                                         QStringLiteral("speed"), playSpeed);
     ConfigurationManager::instance()->saveEffectJsonObj(options.id);
 }
 
@@ -54,11 +72,8 @@ void ColorMap::tick(double seconds)
     if (height <= 0) {
         return; // not loaded yet
     }
-    const double p = (1.0 / height) * seconds * 30.0 * speed + position;
+    const double p = (1.0 / height) * seconds * 30.0 * playSpeed + position;
     position = p - std::trunc(p);
-    if (position < 0.0) {
-        position += 1.0; // only a hand-edited negative speed gets here
-    }
     const int row = static_cast<int>(height * position);
 
     const int n = static_cast<int>(controlOptions.nbLeds);

@@ -21,15 +21,20 @@ public:
     // Path of the picture of an effect id: the id's last component names the file.
     static QString picturePath(const QString& effectId);
 
+    // The ends of the panel's slider; a stored speed is kept within them.
+    static constexpr double kMinSpeed = 0.5;
+    static constexpr double kMaxSpeed = 4.0;
+
+    double speed() const { return playSpeed; }
+    // Kept in the store as it changes.
+    void setSpeed(double speed);
+
 private:
+    void save();
+
     EffectWorkerOptions options;
     ControlOptions controlOptions;
     QImage image;
-
-public:
-    // Written directly by the option panel; persisted at unload.
-    double speed = 1.0;
-
-private:
+    double playSpeed = 1.0;
     double position = 0.0; // fraction of the picture height, 0 up to 1
 };

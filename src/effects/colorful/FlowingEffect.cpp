@@ -60,6 +60,11 @@ void FlowingEffect::setSpeed(int speed)
 
 void FlowingEffect::update()
 {
+    guard.run([this] { makeFrame(); });
+}
+
+void FlowingEffect::makeFrame()
+{
     QVector<QVector<OV_RGB>> colors(lines.size());
     double h = hue;
     if (nbLeds == 0) {

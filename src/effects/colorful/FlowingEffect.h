@@ -1,5 +1,6 @@
 #pragma once
 
+#include "FrameGuard.h"
 #include "IEffectWorker.h"
 
 // A rainbow running along the LED lines, one full hue circle over all LEDs.
@@ -30,8 +31,11 @@ private slots:
     void update();
 
 private:
+    void makeFrame();
+
     double hue = 0.0;
     QVector<uint32_t> lines;
     uint32_t nbLeds = 0;
     double speedStep = 0.01;
+    FrameGuard guard{this};
 };

@@ -1,26 +1,26 @@
 #include "MoodShadow.h"
 
 #include "ConfigurationManager.h"
+#include "OptionBounds.h"
 
 #include <QImage>
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QLinearGradient>
 #include <QPainter>
+#include <QSet>
 #include <QUuid>
 #include <QtDebug>
 
 #include <cmath>
+#include <memory>
 
 namespace {
 
 const QString strapsEffectId = QStringLiteral("com.orvanta.colorful.colorStraps");
 const QString allControllers = QStringLiteral("__all__");
-
-int channel(const QJsonValue& value)
-{
-    return qBound(0, value.toInt(), 255);
-}
+const QString listKey = QStringLiteral("colorStrapList");
+const QString defaultsFile = QStringLiteral("effects/colorStraps.json");
 
 QColor colorFromJson(const QJsonValue& value, const QColor& fallback)
 {
@@ -28,7 +28,8 @@ QColor colorFromJson(const QJsonValue& value, const QColor& fallback)
     if (rgb.size() != 3) {
         return fallback;
     }
-    return QColor(channel(rgb.at(0)), channel(rgb.at(1)), channel(rgb.at(2)));
+    return QColor(OptionBounds::channel(rgb.at(0)), OptionBounds::channel(rgb.at(1)),
+                  OptionBounds::channel(rgb.at(2)));
 }
 
 QJsonArray colorToJson(const QColor& color)
@@ -36,35 +37,76 @@ QJsonArray colorToJson(const QColor& color)
     return QJsonArray{color.red(), color.green(), color.blue()};
 }
 
+double boundedSpeed(const QJsonValue& value, double fallback)
+{
+    return OptionBounds::number(value, 0.0, MoodShadow::kMaxSpeed, fallback);
+}
+
+double boundedRange(const QJsonValue& value, double fallback)
+{
+    return OptionBounds::number(value, MoodShadow::kMinRange, MoodShadow::kMaxRange, fallback);
+}
+
+// A strap without a usable uuid gets a fresh one; the caller notes that it did.
 ColorStrap* strapFromJson(const QJsonObject& obj, int index)
 {
     auto* strap = new ColorStrap;
     const QJsonValue name = obj.value(QStringLiteral("name"));
     strap->name = name.isString() ? name.toString() : QStringLiteral("( %1 )").arg(index + 1);
-    strap->speed = obj.value(QStringLiteral("speed")).toDouble(0.0);
-    strap->range = obj.value(QStringLiteral("range")).toDouble(0.5);
+    strap->speed = boundedSpeed(obj.value(QStringLiteral("speed")), 0.0);
+    strap->range = boundedRange(obj.value(QStringLiteral("range")), 0.5);
     strap->endsColor = colorFromJson(obj.value(QStringLiteral("endsColor")), QColor(0, 0, 0, 255));
     const QJsonArray stops = obj.value(QStringLiteral("keyColors")).toArray();
     for (int i = 0; i < stops.size(); ++i) {
         const QJsonObject stop = stops.at(i).toObject();
-        const double key = stop.value(QStringLiteral("key")).toDouble(static_cast<double>(i) / stops.size());
+        // A gradient takes positions in 0..1 only, and would complain at every frame otherwise.
+        const double key = OptionBounds::number(stop.value(QStringLiteral("key")), 0.0, 1.0,
+                                                static_cast<double>(i) / stops.size());
         strap->keyColors.append(QGradientStop(
             key, colorFromJson(stop.value(QStringLiteral("color")), QColor(255, 255, 255, 255))));
     }
-    const QString uuid = obj.value(QStringLiteral("uuid")).toString();
-    strap->uuid = QUuid(uuid).isNull() ? QUuid::createUuid().toString() : uuid;
+    strap->uuid = obj.value(QStringLiteral("uuid")).toString();
     return strap;
+}
+
+QJsonObject strapToJson(const ColorStrap& strap)
+{
+    QJsonArray stops;
+    for (const QGradientStop& stop : strap.keyColors) {
+        stops.append(QJsonObject{{QStringLiteral("key"), stop.first},
+                                 {QStringLiteral("color"), colorToJson(stop.second)}});
+    }
+    return QJsonObject{
+        {QStringLiteral("keyColors"), stops},   {QStringLiteral("endsColor"), colorToJson(strap.endsColor)},
+        {QStringLiteral("speed"), strap.speed}, {QStringLiteral("range"), strap.range},
+        {QStringLiteral("name"), strap.name},   {QStringLiteral("uuid"), strap.uuid}};
 }
 
 ColorStrap* newStrap(const QString& name, double speed)
 {
     auto* strap = new ColorStrap;
     strap->name = name;
+    // Given at once: edits find the strap in the shared list by it.
+    strap->uuid = QUuid::createUuid().toString();
     strap->endsColor = QColor(255, 255, 255, 255);
     strap->speed = speed;
     strap->range = 0.5;
     strap->keyColors.append(QGradientStop(0.5, QColor(255, 0, 0, 255)));
     return strap;
+}
+
+QJsonArray storedList()
+{
+    return ConfigurationManager::instance()
+        ->effectJsonValue(strapsEffectId, allControllers, listKey, defaultsFile)
+        .toArray();
+}
+
+void storeList(const QJsonArray& list)
+{
+    ConfigurationManager* store = ConfigurationManager::instance();
+    store->setEffectJsonValue(strapsEffectId, allControllers, listKey, list);
+    store->saveEffectJsonObj(strapsEffectId);
 }
 
 } // namespace
@@ -91,32 +133,63 @@ void MoodShadow::clearStraps()
 int32_t MoodShadow::load(const ControlOptions& options)
 {
     controlOptions = options;
-    clearStraps();
     phase = 0.0;
+    readStraps();
+    const QJsonValue stored = ConfigurationManager::instance()->effectJsonValue(
+        id, controlOptions.id, QStringLiteral("currentStrap"));
+    currentStrap = OptionBounds::integer(stored, 0, straps.size() - 1, 0);
+    return 0;
+}
 
+void MoodShadow::readStraps()
+{
+    clearStraps();
     ConfigurationManager* store = ConfigurationManager::instance();
-    const QJsonArray list =
-        store
-            ->effectJsonValue(strapsEffectId, allControllers, QStringLiteral("colorStrapList"),
-                              QStringLiteral("effects/colorStraps.json"))
-            .toArray();
+    QJsonArray list = storedList();
+    // Every strap needs an identity of its own before any device keeps values for it or edits
+    // it: missing or repeated uuids get fresh ones, and the list goes back to the store with
+    // them, so that every worker sees the same ones.
+    QSet<QString> seen;
+    bool renamed = false;
     for (int i = 0; i < list.size(); ++i) {
-        straps.append(strapFromJson(list.at(i).toObject(), i));
+        ColorStrap* strap = strapFromJson(list.at(i).toObject(), i);
+        if (QUuid(strap->uuid).isNull() || seen.contains(strap->uuid)) {
+            strap->uuid = QUuid::createUuid().toString();
+            QJsonObject element = list.at(i).toObject();
+            element.insert(QStringLiteral("uuid"), strap->uuid);
+            list[i] = element;
+            renamed = true;
+        }
+        seen.insert(strap->uuid);
+        straps.append(strap);
+    }
+    if (renamed) {
+        storeList(list);
     }
     const QJsonObject configs =
         store->effectJsonValue(id, controlOptions.id, QStringLiteral("strapConfigs")).toObject();
     for (ColorStrap* strap : qAsConst(straps)) {
         const QJsonObject config = configs.value(strap->uuid).toObject();
-        strap->range = config.value(QStringLiteral("range")).toDouble(strap->range);
-        strap->speed = config.value(QStringLiteral("speed")).toDouble(strap->speed);
+        strap->range = boundedRange(config.value(QStringLiteral("range")), strap->range);
+        strap->speed = boundedSpeed(config.value(QStringLiteral("speed")), strap->speed);
     }
     if (straps.isEmpty()) {
-        ColorStrap* fallback = newStrap(QStringLiteral("( 1 )"), 1.0);
-        straps.append(fallback);
+        straps.append(newStrap(QStringLiteral("( 1 )"), 1.0));
     }
-    const int stored = store->effectJsonValue(id, controlOptions.id, QStringLiteral("currentStrap")).toInt(0);
-    currentStrap = qBound(0, stored, straps.size() - 1);
-    return 0;
+}
+
+void MoodShadow::reloadStraps()
+{
+    const ColorStrap* before = current();
+    const QString uuid = before ? before->uuid : QString();
+    readStraps();
+    int found = currentStrap;
+    for (int i = 0; i < straps.size(); ++i) {
+        if (straps.at(i)->uuid == uuid) {
+            found = i;
+        }
+    }
+    setCurrentStrap(found);
 }
 
 EffectWorkerOptions MoodShadow::workerOptions() const
@@ -124,31 +197,71 @@ EffectWorkerOptions MoodShadow::workerOptions() const
     return effectOptions;
 }
 
+// Everything went to the store as it changed; this only makes sure the device's values are there.
 void MoodShadow::unload()
 {
-    QJsonArray list;
+    saveDeviceValues();
+}
+
+void MoodShadow::editList(ListEdit edit, const ColorStrap& strap)
+{
+    QJsonArray list = storedList();
+    if (list.isEmpty()) {
+        // Nothing of another worker's to keep: the list becomes this one's, stand-in strap and all.
+        for (const ColorStrap* own : qAsConst(straps)) {
+            list.append(strapToJson(*own));
+        }
+        storeList(list);
+        return;
+    }
+    int at = -1;
+    for (int i = 0; i < list.size() && at < 0; ++i) {
+        if (list.at(i).toObject().value(QStringLiteral("uuid")).toString() == strap.uuid) {
+            at = i;
+        }
+    }
+    switch (edit) {
+    case ListEdit::Add:
+        list.append(strapToJson(strap));
+        break;
+    case ListEdit::Remove:
+        if (at < 0) {
+            return; // another device removed it already
+        }
+        list.removeAt(at);
+        break;
+    case ListEdit::Update: {
+        QJsonObject element = strapToJson(strap);
+        if (at < 0) {
+            list.append(element); // removed elsewhere meanwhile: this edit brings it back
+            break;
+        }
+        // Speed and range in the list are every other device's defaults: a device's own go to
+        // its own values.
+        const QJsonObject old = list.at(at).toObject();
+        for (const QString& key : {QStringLiteral("speed"), QStringLiteral("range")}) {
+            if (old.contains(key)) {
+                element.insert(key, old.value(key));
+            }
+        }
+        list[at] = element;
+        break;
+    }
+    }
+    storeList(list);
+}
+
+void MoodShadow::saveDeviceValues()
+{
     QJsonObject configs;
     for (const ColorStrap* strap : qAsConst(straps)) {
-        QJsonArray stops;
-        for (const QGradientStop& stop : strap->keyColors) {
-            stops.append(QJsonObject{{QStringLiteral("key"), stop.first},
-                                     {QStringLiteral("color"), colorToJson(stop.second)}});
-        }
-        list.append(QJsonObject{{QStringLiteral("keyColors"), stops},
-                                {QStringLiteral("endsColor"), colorToJson(strap->endsColor)},
-                                {QStringLiteral("speed"), strap->speed},
-                                {QStringLiteral("range"), strap->range},
-                                {QStringLiteral("name"), strap->name},
-                                {QStringLiteral("uuid"), strap->uuid}});
         configs.insert(strap->uuid, QJsonObject{{QStringLiteral("speed"), strap->speed},
                                                 {QStringLiteral("range"), strap->range}});
     }
     ConfigurationManager* store = ConfigurationManager::instance();
-    store->setEffectJsonValue(strapsEffectId, allControllers, QStringLiteral("colorStrapList"), list);
     store->setEffectJsonValue(id, controlOptions.id, QStringLiteral("currentStrap"), currentStrap);
     store->setEffectJsonValue(id, controlOptions.id, QStringLiteral("strapConfigs"), configs);
     store->saveEffectJsonObj(id);
-    store->saveEffectJsonObj(strapsEffectId);
 }
 
 int MoodShadow::imageWidth(const ColorStrap& strap, uint32_t n)
@@ -280,16 +393,36 @@ double MoodShadow::currentPhase() const
     return phase;
 }
 
+QList<QGradientStop> MoodShadow::gradientStops(int i) const
+{
+    if (i < 0 || i >= straps.size()) {
+        return {};
+    }
+    const ColorStrap* strap = straps.at(i);
+    QList<QGradientStop> stops{{0.0, strap->endsColor}};
+    stops += strap->keyColors;
+    stops.append({1.0, strap->endsColor});
+    return stops;
+}
+
 void MoodShadow::setStrapName(QString name)
 {
-    if (ColorStrap* s = current()) {
-        s->name = name;
+    ColorStrap* s = current();
+    if (!s || s->name == name) {
+        return;
     }
+    s->name = name;
+    editList(ListEdit::Update, *s);
 }
 
 void MoodShadow::setCurrentStrap(int i)
 {
-    currentStrap = qMax(0, qMin(i, straps.size() - 1));
+    const int bounded = qMax(0, qMin(i, straps.size() - 1));
+    if (bounded == currentStrap) {
+        return;
+    }
+    currentStrap = bounded;
+    saveDeviceValues();
 }
 
 void MoodShadow::removeStrap(int i)
@@ -299,15 +432,20 @@ void MoodShadow::removeStrap(int i)
         return;
     }
     const bool wasLast = i == straps.size() - 1;
-    delete straps.takeAt(i);
-    setCurrentStrap(wasLast ? i - 1 : i);
+    const std::unique_ptr<ColorStrap> removed(straps.takeAt(i));
+    editList(ListEdit::Remove, *removed);
+    currentStrap = qMax(0, qMin(wasLast ? i - 1 : i, straps.size() - 1));
+    saveDeviceValues();
 }
 
 void MoodShadow::setEndsColor(QColor color)
 {
-    if (ColorStrap* s = current()) {
-        s->endsColor = color;
+    ColorStrap* s = current();
+    if (!s || s->endsColor == color) {
+        return;
     }
+    s->endsColor = color;
+    editList(ListEdit::Update, *s);
 }
 
 void MoodShadow::addStrap(QString name, double speed)
@@ -315,6 +453,8 @@ void MoodShadow::addStrap(QString name, double speed)
     const QString strapName = name.isEmpty() ? QStringLiteral("(%1)").arg(straps.size()) : name;
     straps.append(newStrap(strapName, qMax(speed, 0.0)));
     currentStrap = straps.size() - 1;
+    editList(ListEdit::Add, *straps.last());
+    saveDeviceValues();
 }
 
 void MoodShadow::addStrap(QString name)
@@ -329,9 +469,12 @@ void MoodShadow::addStrap()
 
 void MoodShadow::setKeyColor(QList<QGradientStop> color)
 {
-    if (ColorStrap* s = current()) {
-        s->keyColors = color;
+    ColorStrap* s = current();
+    if (!s || s->keyColors == color) {
+        return;
     }
+    s->keyColors = color;
+    editList(ListEdit::Update, *s);
 }
 
 void MoodShadow::onCtlDirChanged(uint32_t dir)
@@ -341,14 +484,20 @@ void MoodShadow::onCtlDirChanged(uint32_t dir)
 
 void MoodShadow::setSpeed(double speed)
 {
-    if (ColorStrap* s = current()) {
-        s->speed = qMax(speed, 0.0);
+    ColorStrap* s = current();
+    if (!s || s->speed == qMax(speed, 0.0)) {
+        return;
     }
+    s->speed = qMax(speed, 0.0);
+    saveDeviceValues();
 }
 
 void MoodShadow::setRange(double range)
 {
-    if (ColorStrap* s = current()) {
-        s->range = qBound(0.0, range, 1.0);
+    ColorStrap* s = current();
+    if (!s || s->range == qBound(0.0, range, 1.0)) {
+        return;
     }
+    s->range = qBound(0.0, range, 1.0);
+    saveDeviceValues();
 }

@@ -7,7 +7,9 @@
 #include <QStringList>
 
 // Slides the current user-edited colour strap along the LED lines. The strap list is shared by
-// all devices; the current strap and each strap's speed and range are kept per device.
+// all devices; the current strap and each strap's speed and range are kept per device. Every
+// edit reaches the store as it is made: a change of the list as a change of that one strap,
+// found by its uuid, so that a worker never writes back what another worker changed.
 class MoodShadow : public AbsAnimatedEffect
 {
     Q_OBJECT
@@ -32,8 +34,19 @@ public:
     // Music mode 2 runs this effect in the background and stops it before unloading it.
     void stopTimer() { pause(); }
 
+    // The stops of strap i as the gradient widgets show them: ends colour, key colours, ends colour.
+    QList<QGradientStop> gradientStops(int i) const;
+    // Takes the shared list as the store now holds it, with this device's values; the current
+    // strap stays the same strap where it still exists.
+    void reloadStraps();
+
     // Width of the one-pixel-high picture a strap is rendered into for n LEDs.
     static int imageWidth(const ColorStrap& strap, uint32_t n);
+
+    // What the panel's sliders can set; values from files are kept within these.
+    static constexpr double kMaxSpeed = 1.0;
+    static constexpr double kMinRange = 0.001;
+    static constexpr double kMaxRange = 1.0;
 
 public slots:
     void setStrapName(QString name);
@@ -49,9 +62,21 @@ public slots:
     void setRange(double range);
 
 private:
+    enum class ListEdit
+    {
+        Update,
+        Add,
+        Remove
+    };
+
     void clearStraps();
+    void readStraps();
     const ColorStrap* current() const;
     ColorStrap* current();
+    // Applies one edit of a strap to the shared list in the store.
+    void editList(ListEdit edit, const ColorStrap& strap);
+    // The current strap and every strap's speed and range, under this device.
+    void saveDeviceValues();
 
     EffectWorkerOptions effectOptions;
     QList<ColorStrap*> straps;

@@ -37,7 +37,7 @@ void SFrmColorMap::onEffectWorkerChanged(IEffectWorkerPtr worker)
         return;
     }
     const bool blocked = ui->speedSlider->blockSignals(true);
-    ui->speedSlider->setValue(valueOf(map->speed));
+    ui->speedSlider->setValue(valueOf(map->speed()));
     ui->speedSlider->blockSignals(blocked);
 }
 
@@ -48,7 +48,7 @@ void SFrmColorMap::onSpeedSliderChanged(int value)
         qCritical() << "[SFrmColorMap]: The worker is empty.";
         return;
     }
-    map->speed = speedOf(value);
+    map->setSpeed(speedOf(value));
 }
 
 void SFrmColorMap::changeEvent(QEvent* event)

@@ -35,20 +35,14 @@ MoodShadow* SFrmMoodShadow::moodShadow() const
     return worker;
 }
 
-QList<QGradientStop> SFrmMoodShadow::stopsOf(const MoodShadow* worker)
-{
-    QList<QGradientStop> stops{{0.0, worker->endsColor()}};
-    stops += worker->keyColors();
-    stops.append({1.0, worker->endsColor()});
-    return stops;
-}
-
 void SFrmMoodShadow::onEffectWorkerChanged(IEffectWorkerPtr)
 {
     MoodShadow* worker = moodShadow();
     if (!worker) {
         return;
     }
+    // Another device may have changed the shared list since this worker read it.
+    worker->reloadStraps();
     const bool blocked = ui->colorStrapBox->blockSignals(true);
     ui->colorStrapBox->clear();
     ui->colorStrapBox->addItems(worker->strapNames());
@@ -56,10 +50,8 @@ void SFrmMoodShadow::onEffectWorkerChanged(IEffectWorkerPtr)
     QList<QList<QGradientStop>> gradients;
     const int current = worker->currentStrapIndex();
     for (int i = 0; i < worker->strapCount(); ++i) {
-        worker->setCurrentStrap(i);
-        gradients.append(stopsOf(worker));
+        gradients.append(worker->gradientStops(i));
     }
-    worker->setCurrentStrap(current);
     delegate->setGradients(gradients);
 
     ui->colorStrapBox->setCurrentIndex(current);
@@ -100,7 +92,7 @@ void SFrmMoodShadow::onAddBtnClicked()
     worker->addStrap(QString(), 0.0);
     const int current = worker->currentStrapIndex();
     ui->colorStrapBox->insertItem(ui->colorStrapBox->count(), worker->strapName());
-    delegate->appendGradient(stopsOf(worker));
+    delegate->appendGradient(worker->gradientStops(current));
     ui->colorStrapBox->setCurrentIndex(current);
     onStrapChanged(current);
     if (worker->strapCount() > 1) {

@@ -34,8 +34,6 @@ private slots:
 
 private:
     MoodShadow* moodShadow() const;
-    // (0.0, ends colour), the key stops, (1.0, ends colour) of the worker's current strap.
-    static QList<QGradientStop> stopsOf(const MoodShadow* worker);
 
     Ui::SFrmMoodShadow* ui;
     ComboBoxDelegate* delegate;

@@ -3,6 +3,7 @@
 #include "FrmSingleColor.h"
 
 #include <QCoreApplication>
+#include <QJsonValue>
 #include <QPointer>
 
 #include "ConfigurationManager.h"
@@ -29,23 +30,22 @@ EffectWorkerOptions SingleColor::staticWorkerOptions()
 
 int32_t SingleColor::load(const ControlOptions& controlOptions)
 {
+    options = controlOptions;
     colors.resize(controlOptions.lines.size());
     for (int i = 0; i < controlOptions.lines.size(); ++i) {
         colors[i].resize(static_cast<int>(controlOptions.lines.at(i)));
     }
-    const QString effectId = staticWorkerOptions().id;
-    bool ok = false;
-    const uint rgb = ConfigurationManager::instance()
-                         ->effectVariant(effectId, controlOptions.id, QStringLiteral("color"))
-                         .toUInt(&ok);
-    if (ok) {
-        setColor(QColor::fromRgb(rgb));
+    // Any number is bounded to what QColor::rgb() can give; anything else counts as nothing stored.
+    const QJsonValue stored = ConfigurationManager::instance()->effectJsonValue(
+        staticWorkerOptions().id, controlOptions.id, QStringLiteral("color"));
+    if (stored.isDouble()) {
+        color = QColor::fromRgb(static_cast<QRgb>(qBound(0.0, stored.toDouble(), double(UINT32_MAX))));
     } else {
-        setColor(QColor(255, 255, 255, 255));
+        color = QColor(255, 255, 255, 255);
     }
-    options = controlOptions;
+    paint();
     timer.setInterval(40);
-    connect(&timer, &QTimer::timeout, this, &SingleColor::repeatColor, Qt::UniqueConnection);
+    connect(&timer, &QTimer::timeout, this, &SingleColor::paint, Qt::UniqueConnection);
     timer.start();
     return 0;
 }
@@ -57,10 +57,7 @@ EffectWorkerOptions SingleColor::workerOptions() const
 
 void SingleColor::unload()
 {
-    const QString effectId = staticWorkerOptions().id;
-    ConfigurationManager::instance()->setEffectVariant(effectId, options.id, QStringLiteral("color"),
-                                                       QVariant(color.rgb()));
-    ConfigurationManager::instance()->saveEffectJsonObj(effectId);
+    save();
 }
 
 QColor SingleColor::currentColor() const
@@ -70,18 +67,33 @@ QColor SingleColor::currentColor() const
 
 void SingleColor::setColor(QColor newColor)
 {
+    const bool changed = newColor.rgb() != color.rgb();
     color = newColor;
-    const OV_RGB rgb{static_cast<uint8_t>(color.red()), static_cast<uint8_t>(color.green()),
-                     static_cast<uint8_t>(color.blue())};
-    for (QVector<OV_RGB>& line : colors) {
-        line.fill(rgb);
+    paint();
+    // Kept as it changes, so that a crash or a lost display costs no more than the store's lag.
+    if (changed && !options.id.isEmpty()) {
+        save();
     }
-    emit updateColors(colors);
 }
 
-void SingleColor::repeatColor()
+void SingleColor::save()
 {
-    setColor(color);
+    const QString effectId = staticWorkerOptions().id;
+    ConfigurationManager::instance()->setEffectVariant(effectId, options.id, QStringLiteral("color"),
+                                                       QVariant(color.rgb()));
+    ConfigurationManager::instance()->saveEffectJsonObj(effectId);
+}
+
+void SingleColor::paint()
+{
+    guard.run([this] {
+        const OV_RGB rgb{static_cast<uint8_t>(color.red()), static_cast<uint8_t>(color.green()),
+                         static_cast<uint8_t>(color.blue())};
+        for (QVector<OV_RGB>& line : colors) {
+            line.fill(rgb);
+        }
+        emit updateColors(colors);
+    });
 }
 
 void SingleColor::onCtlDirChanged(uint32_t) {}

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "FrameGuard.h"
 #include "IEffectWorker.h"
 
 #include <QColor>
@@ -30,11 +31,15 @@ public slots:
     void onCtlEnableChanged(bool enable) override;
 
 private slots:
-    void repeatColor();
+    // Sends the colour again; also the first frame at load.
+    void paint();
 
 private:
+    void save();
+
     QVector<QVector<OV_RGB>> colors;
     QColor color;
     QTimer timer;
     ControlOptions options;
+    FrameGuard guard{this};
 };

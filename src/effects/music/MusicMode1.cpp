@@ -1,6 +1,7 @@
 #include "MusicMode1.h"
 
 #include "ConfigurationManager.h"
+#include "OptionBounds.h"
 
 #include <QColor>
 #include <QJsonObject>
@@ -8,6 +9,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 MusicMode1::MusicMode1(const EffectWorkerOptions& options, QObject* parent)
     : AbsMusicEffect(parent)
@@ -50,18 +52,38 @@ void MusicMode1::readConfiguration()
                                                          controlOptions.model + QStringLiteral(".json"))
                                    .toObject();
     const QJsonObject stored = config.value(QStringLiteral("fragments")).toObject();
+    // A fragment's LEDs must lie on this strip, which is never longer than a frame can carry.
+    const double lastEnd = std::min(controlOptions.nbLeds, kMaxLeds);
+    constexpr int anyInt = std::numeric_limits<int>::max();
     for (auto it = stored.constBegin(); it != stored.constEnd(); ++it) {
         const QString name = it.key();
         const QJsonObject obj = it.value().toObject();
+        const double begin = obj.value(QStringLiteral("beginIndex")).toDouble(0.0);
+        const double end = obj.value(QStringLiteral("endIndex")).toDouble(0.0);
+        if (begin < 0.0 || end < 0.0 || begin > lastEnd || end > lastEnd) {
+            qWarning().noquote() << QStringLiteral(
+                                        "[MusicMode1]: The fragment %1 lies outside the strip's %2 "
+                                        "LEDs (beginIndex %3, endIndex %4); skipped.")
+                                        .arg(name)
+                                        .arg(lastEnd)
+                                        .arg(begin)
+                                        .arg(end);
+            continue;
+        }
         Fragment fragment;
-        fragment.beginIndex = obj.value(QStringLiteral("beginIndex")).toInt(0);
-        fragment.endIndex = obj.value(QStringLiteral("endIndex")).toInt(0);
-        fragment.dbEnhance = obj.value(QStringLiteral("dbEnhance")).toDouble(0.0);
-        fragment.mulEnhance = obj.value(QStringLiteral("mulEnhance")).toDouble(1.0);
-        fragment.minFrequency = obj.value(QStringLiteral("minFrequency")).toDouble(0.0);
-        fragment.maxFrequency = obj.value(QStringLiteral("maxFrequency")).toDouble(0.0);
-        fragment.soundChannel = obj.value(QStringLiteral("soundChannel")).toInt(0);
-        fragment.dir = obj.value(QStringLiteral("dir")).toInt(0);
+        fragment.beginIndex = static_cast<int>(begin);
+        fragment.endIndex = static_cast<int>(end);
+        // Beyond the level scale a bar is always dark or always full.
+        fragment.dbEnhance = OptionBounds::number(obj.value(QStringLiteral("dbEnhance")), -80.0, 80.0, 0.0);
+        fragment.mulEnhance =
+            OptionBounds::number(obj.value(QStringLiteral("mulEnhance")), kMinStrength, kMaxStrength, 1.0);
+        fragment.minFrequency =
+            OptionBounds::number(obj.value(QStringLiteral("minFrequency")), 0.0, kMaxFrequency, 0.0);
+        fragment.maxFrequency =
+            OptionBounds::number(obj.value(QStringLiteral("maxFrequency")), 0.0, kMaxFrequency, 0.0);
+        fragment.soundChannel =
+            OptionBounds::integer(obj.value(QStringLiteral("soundChannel")), -anyInt, anyInt, 0);
+        fragment.dir = OptionBounds::integer(obj.value(QStringLiteral("dir")), -anyInt, anyInt, 0);
         if (fragment.endIndex - fragment.beginIndex <= 0) {
             qWarning().noquote() << "音乐模式1的配置文件" + name +
                                         "不合规，endIndex与beginIndex至少相隔一个灯珠";
@@ -74,7 +96,9 @@ void MusicMode1::readConfiguration()
         }
         fragments.insert(name, fragment);
     }
-    strength = store->effectJsonValue(effectId, controllerId, QStringLiteral("strength")).toDouble(2.0);
+    strength =
+        OptionBounds::number(store->effectJsonValue(effectId, controllerId, QStringLiteral("strength")),
+                             kMinStrength, kMaxStrength, 2.0);
     if (fragments.isEmpty()) {
         qWarning().noquote() << "没有为" + controllerId + "读取到任何配置。";
         fragments = defaultFragments(controlOptions.nbLeds);
@@ -188,6 +212,11 @@ void MusicMode1::dealOut(const QVector<OV_RGB>& flat)
 
 void MusicMode1::spectrumUpdate(QVector<SoundChannel> channels)
 {
+    guard.run([this, &channels] { makeFrame(channels); });
+}
+
+void MusicMode1::makeFrame(const QVector<SoundChannel>& channels)
+{
     QVector<OV_RGB> flat(static_cast<int>(controlOptions.nbLeds));
     for (auto it = fragments.begin(); it != fragments.end(); ++it) {
         Fragment& fragment = it.value();
@@ -246,6 +275,12 @@ void MusicMode1::capturerChangedHook()
 
 void MusicMode1::unload()
 {
+    saveConfiguration();
+    AbsMusicEffect::unload();
+}
+
+void MusicMode1::saveConfiguration()
+{
     QJsonObject stored;
     for (auto it = fragments.constBegin(); it != fragments.constEnd(); ++it) {
         const Fragment& f = it.value();
@@ -262,7 +297,17 @@ void MusicMode1::unload()
     store->setEffectJsonValue(effectOptions.id, controlOptions.id, QStringLiteral("fragments"), stored);
     store->setEffectJsonValue(effectOptions.id, controlOptions.id, QStringLiteral("strength"), strength);
     store->saveEffectJsonObj(effectOptions.id);
-    AbsMusicEffect::unload();
+}
+
+void MusicMode1::setStrength(double value)
+{
+    if (value == strength) {
+        return;
+    }
+    strength = value;
+    if (!controlOptions.id.isEmpty()) {
+        saveConfiguration();
+    }
 }
 
 void MusicMode1::onCtlDirChanged(uint32_t dir)

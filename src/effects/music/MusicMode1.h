@@ -2,6 +2,7 @@
 
 #include "AbsMusicEffect.h"
 #include "Fragment.h"
+#include "FrameGuard.h"
 
 #include <QHash>
 
@@ -20,11 +21,17 @@ public:
 
     virtual QVector<OV_RGB> barColors(const QString& name, Fragment& fragment, double value);
 
-    // For the option panel.
+    // For the option panel. The strength is kept in the store, with the fragments, as it changes.
     double getStrength() const { return strength; }
-    void setStrength(double value) { strength = value; }
+    void setStrength(double value);
     // Every fragment's multiplier at once, as the option panel's strength sets it.
     void setMulEnhance(double value);
+
+    // The ends of the panel's strength slider; strengths and multipliers from files stay within.
+    static constexpr double kMinStrength = 0.505;
+    static constexpr double kMaxStrength = 4.0;
+    // Above any sample rate's highest frequency: a band up there reads silence.
+    static constexpr double kMaxFrequency = 100000.0;
     const QHash<QString, Fragment>& getFragments() const { return fragments; }
     void setFragment(const QString& name, const Fragment& fragment);
 
@@ -49,10 +56,13 @@ protected:
     // Places a fragment's colours at its begin index, clipped to the strip.
     void place(QVector<OV_RGB>& flat, const Fragment& fragment, const QVector<OV_RGB>& colors) const;
     void dealOut(const QVector<OV_RGB>& flat);
+    void saveConfiguration();
+    void makeFrame(const QVector<SoundChannel>& channels);
 
     QVector<QVector<OV_RGB>> colors; // per line, per LED
     EffectWorkerOptions effectOptions;
     QHash<QString, Fragment> fragments;
     double strength = 1.0;
     uint32_t installDirection = 0;
+    FrameGuard guard{this};
 };

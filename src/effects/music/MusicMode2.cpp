@@ -47,12 +47,14 @@ void MusicMode2::capturerChangedHook() {}
 
 void MusicMode2::update(QVector<QVector<OV_RGB>> colors)
 {
-    for (QVector<OV_RGB>& line : colors) {
-        for (OV_RGB& led : line) {
-            led.r = static_cast<uint8_t>(led.r * level);
-            led.g = static_cast<uint8_t>(led.g * level);
-            led.b = static_cast<uint8_t>(led.b * level);
+    guard.run([this, &colors] {
+        for (QVector<OV_RGB>& line : colors) {
+            for (OV_RGB& led : line) {
+                led.r = static_cast<uint8_t>(led.r * level);
+                led.g = static_cast<uint8_t>(led.g * level);
+                led.b = static_cast<uint8_t>(led.b * level);
+            }
         }
-    }
-    emit updateColors(colors);
+        emit updateColors(colors);
+    });
 }

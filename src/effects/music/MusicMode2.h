@@ -1,6 +1,7 @@
 #pragma once
 
 #include "AbsMusicEffect.h"
+#include "FrameGuard.h"
 #include "MoodShadow.h"
 
 #include <QSharedPointer>
@@ -31,4 +32,5 @@ private:
     EffectWorkerOptions effectOptions;
     QSharedPointer<MoodShadow> moodShadow;
     float level = 0.1f; // silence keeps a tenth
+    FrameGuard guard{this};
 };

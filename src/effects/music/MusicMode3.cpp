@@ -74,10 +74,12 @@ QVector<OV_RGB> MusicMode3::barColors(const QString& name, Fragment& fragment, d
 
 void MusicMode3::onRefreshTimerTriggered()
 {
-    QVector<OV_RGB> flat;
-    for (auto it = fragments.begin(); it != fragments.end(); ++it) {
-        flat += barColors(it.key(), it.value(), 0.0);
-    }
-    flat.resize(static_cast<int>(controlOptions.nbLeds));
-    emit updateColors(flat);
+    guard.run([this] {
+        QVector<OV_RGB> flat;
+        for (auto it = fragments.begin(); it != fragments.end(); ++it) {
+            flat += barColors(it.key(), it.value(), 0.0);
+        }
+        flat.resize(static_cast<int>(controlOptions.nbLeds));
+        emit updateColors(flat);
+    });
 }
