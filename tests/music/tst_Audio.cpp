@@ -74,7 +74,7 @@ private slots:
     void initTestCase() { ConfigurationManager::instance()->reset(); }
 
     // No server at first access: at once, empty, a worker's load says why; the daemon started
-    // later brings its sink, announced once.
+    // later brings its sink, announced once, and the worker binds to it.
     void noServerAtFirstAccess()
     {
         server.exportAddress(); // the address of a daemon not yet started
@@ -84,7 +84,6 @@ private slots:
         MusicMode1 mode(EffectWorkerOptions::make("com.orvanta.dynamicMusic.mode_1", "m1", 1));
         mode.load(strip());
         QCOMPARE(log.count("[AbsMusicEffect]: The newCapturerId is empty.", QtCriticalMsg), 2);
-        mode.unload();
 
         QVERIFY2(server.start(), qPrintable(server.errorString()));
         QTRY_COMPARE_WITH_TIMEOUT(ready->size(), 1, 10000);
@@ -92,6 +91,9 @@ private slots:
         QCOMPARE(manager()->allCapturers(), QList<QString>{mainSink});
         QCOMPARE(manager()->capturerDesc(mainSink), QStringLiteral("Main output"));
         QTRY_COMPARE(manager()->defaultCapturer(), mainSink);
+        QTRY_COMPARE(mode.currentCapturerId(), mainSink);
+        QVERIFY(mode.isCapturerConnected());
+        mode.unload();
         QCOMPARE(log.count("[AudioCapManager]", QtWarningMsg), 1);
         QVERIFY(player.start(mainSink));
     }

@@ -270,6 +270,37 @@ private slots:
         player.playSilence();
         release(rig);
     }
+
+    // A music effect started while the sound server is down, or has no output, listens to the
+    // default output as soon as there is one.
+    void bindsWhenTheOutputAppears_data()
+    {
+        QTest::addColumn<bool>("serverDown");
+        QTest::newRow("server down") << true;
+        QTest::newRow("no output") << false;
+    }
+    void bindsWhenTheOutputAppears()
+    {
+        QFETCH(bool, serverDown);
+        player.stop();
+        if (serverDown) {
+            server.kill();
+        } else {
+            QVERIFY(!server.pactl({"unload-module", "module-null-sink"}).isNull());
+        }
+        QTRY_VERIFY_WITH_TIMEOUT(AudioCapManager::instacne()->defaultCapturer().isEmpty(), 10000);
+        auto rig = bind("M1", 20, mode1);
+        QVERIFY(rig);
+        QElapsedTimer clock;
+        clock.start();
+        QVERIFY(serverDown ? server.start() : server.loadSink(server.sinkName(), "Device test output") >= 0);
+        QVERIFY(player.start(server.sinkName()));
+        player.playTone(93.75, -18, TonePlayer::Left);
+        QTRY_VERIFY_WITH_TIMEOUT(rig->device.lastColors() == meter15(false), 60000);
+        qInfo("lit %lld ms after the output appeared", clock.elapsed());
+        player.playSilence();
+        release(rig);
+    }
 };
 
 QTEST_MAIN(TestMusicOnDevice)
