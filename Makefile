@@ -3,12 +3,16 @@ JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 RELEASE_DIR := build/release
 DEBUG_DIR := build/debug
 
-.PHONY: all deps build build-debug run test clean
+.PHONY: all deps test-deps build build-debug run test clean
 
 all: build
 
+# What the program needs; the tests' own packages only for make test (scripts/install-deps --print).
 deps:
 	@scripts/install-deps
+
+test-deps: deps
+	@scripts/install-deps --tests
 
 $(RELEASE_DIR)/CMakeCache.txt: | deps
 	cmake -S . -B $(RELEASE_DIR) -DCMAKE_BUILD_TYPE=Release -DORVANTA_BUILD_TESTS=OFF
@@ -25,7 +29,7 @@ build-debug: deps $(DEBUG_DIR)/CMakeCache.txt
 run: build
 	scripts/run-with-devsim $(RELEASE_DIR)/bin
 
-test: build-debug
+test: test-deps build-debug
 	cd $(DEBUG_DIR) && ctest --output-on-failure -j 2 --timeout 300
 
 clean:

@@ -2,9 +2,10 @@
 """Writes the default fragments of music modes 1 and 3 for every model of
 data/controler_config/OVController.json into data/effects/dynamicMusic/<model>.json.
 
-Levels reach the modes on a 0..80 scale (0 dBFS reads 80). A fragment shows
-(level + dbEnhance) * mulEnhance, so dbEnhance -40 with mulEnhance 2.0 keeps a -40 dBFS band
-dark and fills its bar at 0 dBFS. Treble is quieter in music: its bars get a smaller cut.
+Levels reach the modes on a 0..80 scale that follows the music: the loudest bin of the recent
+sound reads 80, a bin 30 dB below it 40. A fragment shows (level + dbEnhance) * mulEnhance, so
+dbEnhance -40 with mulEnhance 2.0 keeps a band 30 dB below the loudest dark and fills its bar at
+the loudest. Treble is quieter in music: its bars get a smaller cut.
 
 Layouts:
 - three lines (left side upward, top left to right, right side downward): bass on the sides,

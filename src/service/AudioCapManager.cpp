@@ -33,6 +33,7 @@ AudioCapManager::AudioCapManager()
             addSink(sink, false);
         }
     }
+    announcedDefault = present.contains(defaultSink) ? defaultSink : QString();
 }
 
 AudioCapManager::~AudioCapManager() = default;
@@ -114,7 +115,7 @@ void AudioCapManager::applySinkList(const QVector<AudioSinkInfo>& sinks, const Q
     const QList<QString> before = order;
     for (const QString& name : before) {
         if (!names.contains(name)) {
-            removeSink(name);
+            dropSink(name);
         }
     }
     for (const AudioSinkInfo& sink : sinks) {
@@ -122,6 +123,7 @@ void AudioCapManager::applySinkList(const QVector<AudioSinkInfo>& sinks, const Q
     }
     defaultSink = newDefault;
     recheckAll();
+    announceDefault();
 }
 
 void AudioCapManager::applySink(const AudioSinkInfo& sink)
@@ -130,9 +132,16 @@ void AudioCapManager::applySink(const AudioSinkInfo& sink)
     if (QSharedPointer<AudioCapturer> c = present.value(sink.name)) {
         c->recheck();
     }
+    announceDefault();
 }
 
 void AudioCapManager::removeSink(const QString& name)
+{
+    dropSink(name);
+    announceDefault();
+}
+
+void AudioCapManager::dropSink(const QString& name)
 {
     order.removeAll(name);
     present.remove(name);
@@ -148,6 +157,17 @@ void AudioCapManager::removeSink(const QString& name)
 void AudioCapManager::applyDefaultSink(const QString& name)
 {
     defaultSink = name;
+    announceDefault();
+}
+
+void AudioCapManager::announceDefault()
+{
+    // The default sink and its sink arrive in either order: announced once both are there.
+    const QString usable = present.contains(defaultSink) ? defaultSink : QString();
+    if (usable != announcedDefault) {
+        announcedDefault = usable;
+        emit defaultCapturerChanged(usable);
+    }
 }
 
 void AudioCapManager::recheckAll()

@@ -40,6 +40,8 @@ public:
 
 signals:
     void capturerReady(QString id);
+    // The default output that exists now changed: its id, or empty while there is none.
+    void defaultCapturerChanged(QString id);
 
 private:
     AudioCapManager();
@@ -47,6 +49,8 @@ private:
     static void shutdown();
 
     void addSink(const AudioSinkInfo& sink, bool announce);
+    void dropSink(const QString& name);
+    void announceDefault();
     void recheckAll();
 
     std::unique_ptr<AudioBackend> backend;
@@ -55,4 +59,5 @@ private:
     QHash<QString, QWeakPointer<AudioCapturer>> known; // held elsewhere after their sink left
     QSet<QString> seen;                                // names announced or present at first access
     QString defaultSink;
+    QString announcedDefault; // the default sink while present, as last announced
 };

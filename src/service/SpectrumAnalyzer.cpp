@@ -68,6 +68,8 @@ void SpectrumAnalyzer::reset()
     std::fill(right, right + kWindow, 0.0f);
     writePos = 0;
     sinceDelivery = 0;
+    sinceAnalysis = 0;
+    follower = kFloorDbfs;
 }
 
 bool SpectrumAnalyzer::push(const float* interleaved, int frames)
@@ -80,6 +82,7 @@ bool SpectrumAnalyzer::push(const float* interleaved, int frames)
         writePos = (writePos + 1) % kWindow;
     }
     sinceDelivery += frames;
+    sinceAnalysis = std::min(sinceAnalysis + frames, 3600 * kRate); // an hour is as good as forever
     return sinceDelivery >= kHop;
 }
 
@@ -90,9 +93,34 @@ QVector<SoundChannel> SpectrumAnalyzer::analyse(qint64 captureTimeNs)
     QVector<SoundChannel> channels(2);
     transform(left, channels[0].spectrums);
     transform(right, channels[1].spectrums);
-    channels[0].captureTimeNs = captureTimeNs;
-    channels[1].captureTimeNs = captureTimeNs;
+    float loudest = 0.0f;
+    for (const SoundChannel& channel : qAsConst(channels)) {
+        for (const Spectrum& s : channel.spectrums) {
+            loudest = std::max(loudest, s.amplitude);
+        }
+    }
+    follow(loudest);
+    for (SoundChannel& channel : channels) {
+        channel.captureTimeNs = captureTimeNs;
+        for (Spectrum& s : channel.spectrums) {
+            s.db = levelDb(s.amplitude, follower);
+        }
+    }
     return channels;
+}
+
+void SpectrumAnalyzer::follow(float loudestAmplitude)
+{
+    float loudest = std::max(kFloorDbfs, 20.0f * std::log10(std::max(loudestAmplitude, 1e-9f)));
+    if (!std::isfinite(loudest)) {
+        loudest = follower; // a window holding an infinity must not stick at the top for good
+    }
+    // Falls in a straight line in dB, measured in sound played, not in wall time: the whole
+    // range of the scale in kReleaseSeconds.
+    const double seconds = double(sinceAnalysis) / kRate;
+    const float released = follower - float(kRangeDb * seconds / kReleaseSeconds);
+    follower = std::max({loudest, released, kFloorDbfs});
+    sinceAnalysis = 0;
 }
 
 void SpectrumAnalyzer::transform(const float* ring, QVector<Spectrum>& out)
@@ -117,16 +145,17 @@ void SpectrumAnalyzer::transform(const float* ring, QVector<Spectrum>& out)
         const float scale = (k == 0 || k == kBins - 1) ? full * 0.5f : full;
         s[k].frequency = binFrequency(k);
         s[k].amplitude = magnitude * scale;
-        s[k].db = levelDb(s[k].amplitude);
     }
 }
 
-float SpectrumAnalyzer::levelDb(float amplitude)
+float SpectrumAnalyzer::levelDb(float amplitude, float peakDbfs)
 {
-    if (!(amplitude > 1e-4f)) {
-        return 0.0f; // -80 dBFS and below, silence and NaN
+    static const float floorAmplitude = std::pow(10.0f, kFloorDbfs / 20.0f);
+    if (!(amplitude >= floorAmplitude)) {
+        return 0.0f; // below the floor, silence and NaN
     }
-    return std::min(80.0f, 80.0f + 20.0f * std::log10(amplitude));
+    const float below = peakDbfs - 20.0f * std::log10(amplitude);
+    return std::clamp(80.0f - below * (80.0f / kRangeDb), 0.0f, 80.0f);
 }
 
 QVector<SoundChannel> SpectrumAnalyzer::silence(qint64 captureTimeNs)

@@ -1,10 +1,6 @@
 #include "TonePlayer.h"
 
-#include <QElapsedTimer>
-#include <QThread>
-
 #include <chrono>
-#include <cmath>
 #include <vector>
 
 namespace {
@@ -37,7 +33,7 @@ void TonePlayer::onStreamState(pa_stream*, void* userdata)
 
 bool TonePlayer::start(const QString& sinkName, int rate)
 {
-    sampleRate = rate;
+    generator = SignalGenerator(rate);
     loop = pa_threaded_mainloop_new();
     pa_threaded_mainloop_lock(loop);
     pa_threaded_mainloop_start(loop);
@@ -119,12 +115,8 @@ void TonePlayer::playTone(double hz, double dbfs, Channels channels)
         return;
     }
     pa_threaded_mainloop_lock(loop);
-    startPending = kind == Kind::Silence;
-    kind = Kind::Tone;
-    frequency = hz;
-    amplitude = std::pow(10.0, dbfs / 20.0);
-    channelMask = channels;
-    phase = 0.0;
+    startPending = generator.kind() == SignalGenerator::Kind::Silence;
+    generator.setTone(hz, dbfs, SignalGenerator::Channels(channels));
     pa_threaded_mainloop_unlock(loop);
 }
 
@@ -134,20 +126,7 @@ void TonePlayer::playSilence()
         return;
     }
     pa_threaded_mainloop_lock(loop);
-    kind = Kind::Silence;
-    pa_threaded_mainloop_unlock(loop);
-}
-
-void TonePlayer::playMusic(double dbfs)
-{
-    if (!loop) {
-        return;
-    }
-    pa_threaded_mainloop_lock(loop);
-    startPending = kind == Kind::Silence;
-    kind = Kind::Music;
-    amplitude = std::pow(10.0, dbfs / 20.0);
-    channelMask = Both;
+    generator.setSilence();
     pa_threaded_mainloop_unlock(loop);
 }
 
@@ -162,36 +141,6 @@ qint64 TonePlayer::soundStartNs()
     return ns;
 }
 
-void TonePlayer::fill(float* out, size_t frames)
-{
-    const double twoPi = 2.0 * M_PI;
-    for (size_t i = 0; i < frames; ++i) {
-        double v = 0.0;
-        if (kind == Kind::Tone) {
-            v = amplitude * std::sin(phase);
-            phase += twoPi * frequency / sampleRate;
-            if (phase > twoPi) {
-                phase -= twoPi;
-            }
-        } else if (kind == Kind::Music) {
-            // 120 beats a minute: a decaying 55 Hz kick, an A minor chord, a little hiss.
-            const double t = double(position + i) / sampleRate;
-            const double beat = std::fmod(t, 0.5);
-            const double kick = std::exp(-beat * 12.0) * std::sin(twoPi * 55.0 * t);
-            const double chord =
-                (std::sin(twoPi * 220.0 * t) + std::sin(twoPi * 261.63 * t) + std::sin(twoPi * 329.63 * t)) *
-                (0.6 + 0.4 * std::sin(twoPi * 0.25 * t)) / 3.0;
-            noise = noise * 1664525u + 1013904223u;
-            const double hiss =
-                (double(noise >> 8) / double(1 << 24) - 0.5) * std::exp(-std::fmod(t, 0.25) * 30.0);
-            v = amplitude * (0.6 * kick + 0.3 * chord + 0.1 * hiss);
-        }
-        out[2 * i] = (channelMask & Left) ? float(v) : 0.0f;
-        out[2 * i + 1] = (channelMask & Right) ? float(v) : 0.0f;
-    }
-    position += frames;
-}
-
 void TonePlayer::onStreamWrite(pa_stream* s, size_t bytes, void* userdata)
 {
     auto* self = static_cast<TonePlayer*>(userdata);
@@ -200,8 +149,8 @@ void TonePlayer::onStreamWrite(pa_stream* s, size_t bytes, void* userdata)
         return;
     }
     std::vector<float> buffer(frames * 2);
-    self->fill(buffer.data(), frames);
-    if (self->startPending && self->kind != Kind::Silence) {
+    self->generator.fill(buffer.data(), frames);
+    if (self->startPending && self->generator.kind() != SignalGenerator::Kind::Silence) {
         self->startPending = false;
         self->startNs = steadyNowNs();
     }

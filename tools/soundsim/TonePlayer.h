@@ -1,6 +1,7 @@
 #pragma once
 
-#include <QMutex>
+#include "SignalGenerator.h"
+
 #include <QString>
 
 #include <pulse/pulseaudio.h>
@@ -26,21 +27,11 @@ public:
 
     void playTone(double frequency, double dbfs, Channels channels = Both);
     void playSilence();
-    // Bass kicks, a chord and hiss: a stand-in for music at about the given loudness.
-    void playMusic(double dbfs);
 
     // Steady-clock time (ns) of the write that carried the first sample of the latest tone.
     qint64 soundStartNs();
 
 private:
-    enum class Kind
-    {
-        Silence,
-        Tone,
-        Music,
-    };
-
-    void fill(float* out, size_t frames);
     static void onStreamWrite(pa_stream* s, size_t bytes, void* userdata);
     static void onContextState(pa_context* c, void* userdata);
     static void onStreamState(pa_stream* s, void* userdata);
@@ -48,16 +39,9 @@ private:
     pa_threaded_mainloop* loop = nullptr;
     pa_context* context = nullptr;
     pa_stream* stream = nullptr;
-    int sampleRate = 48000;
 
     // Guarded by the loop's lock.
-    Kind kind = Kind::Silence;
-    double frequency = 0.0;
-    double amplitude = 0.0;
-    int channelMask = Both;
-    double phase = 0.0;
-    quint64 position = 0; // frames written
+    SignalGenerator generator{48000};
     bool startPending = false;
     qint64 startNs = 0;
-    quint32 noise = 12345;
 };

@@ -59,6 +59,7 @@ void AbsMusicEffect::setCapturerId(QString newCapturerId)
     }
     connect(capturer.data(), &AudioCapturer::spectrumsChanged, this,
             QOverload<QVector<SoundChannel>>::of(&AbsMusicEffect::spectrumUpdate), Qt::QueuedConnection);
+    stopWaiting();
     qInfo().noquote() << "[AbsMusicEffect]: " + workerOptions().id + "is connected to the " + capturerId;
     capturerChangedHook();
 }
@@ -85,14 +86,49 @@ int32_t AbsMusicEffect::load(const ControlOptions& ctlOptions)
     if (stored.isEmpty()) {
         setCapturerId(manager->defaultCapturer());
     }
+    if (!capturer) {
+        waitForDefaultCapturer();
+    }
     return 0;
 }
 
 void AbsMusicEffect::unload()
 {
+    stopWaiting();
     if (capturer) {
         releaseCapturer();
     }
+}
+
+void AbsMusicEffect::waitForDefaultCapturer()
+{
+    if (waiting) {
+        return;
+    }
+    waiting = connect(AudioCapManager::instacne(), &AudioCapManager::defaultCapturerChanged, this,
+                      &AbsMusicEffect::onDefaultCapturerChanged);
+    qInfo().noquote() << "[AbsMusicEffect]: " + workerOptions().id + " waits for a sound output to appear.";
+}
+
+void AbsMusicEffect::stopWaiting()
+{
+    if (waiting) {
+        disconnect(waiting);
+        waiting = {};
+    }
+}
+
+void AbsMusicEffect::onDefaultCapturerChanged(QString id)
+{
+    if (id.isEmpty()) {
+        return;
+    }
+    stopWaiting();
+    if (capturer) {
+        return; // the option panel bound one meanwhile
+    }
+    capturerId.clear(); // an id not found at load is retried, not refused as unchanged
+    setCapturerId(id);
 }
 
 void AbsMusicEffect::onCtlDirChanged(uint32_t dir)

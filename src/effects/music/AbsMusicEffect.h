@@ -37,10 +37,18 @@ public slots:
     void onCtlKindNameChanged(QString kindName) override;
     void onCtlEnableChanged(bool enable) override;
 
+private slots:
+    void onDefaultCapturerChanged(QString id);
+
 protected:
     void releaseCapturer();
+    // With no capturer bound at load (no sound server or no output yet), the first default
+    // output that appears is bound.
+    void waitForDefaultCapturer();
+    void stopWaiting();
 
     QString capturerId;
     QSharedPointer<AudioCapturer> capturer;
     ControlOptions controlOptions;
+    QMetaObject::Connection waiting;
 };
