@@ -104,7 +104,8 @@ private slots:
                     : fault == "device" ? QFile::link("/dev/zero", path)
                                         : QDir().mkdir(path));
         }
-        const QFileInfo before(path);
+        struct stat before, after;
+        QVERIFY(::lstat(name, &before) == 0);
         LogCapture log;
         const QJsonValue values[] = {
             store->globalValue("fresh"), store->AppConfigJsonObj().value("fresh"),
@@ -113,7 +114,8 @@ private slots:
         for (const QJsonValue& value : values) {
             QVERIFY(value.isUndefined());
         }
-        const QStringList aside = before.dir().entryList({before.fileName() + ".corrupt-*"}, QDir::Files);
+        const QFileInfo info(path);
+        const QStringList aside = info.dir().entryList({info.fileName() + ".corrupt-*"}, QDir::Files);
         QCOMPARE(aside.size(), setAside ? 1 : 0);
         store->setGlobalValue("fresh", 2);
         store->AppConfigJsonObj().insert("fresh", 2);
@@ -121,21 +123,13 @@ private slots:
         store->setEffectJsonValue("com.orvanta.colorful.flowing", "OV5512:A1", "fresh", 2);
         store->save();
         QVERIFY2(log.count(path, QtWarningMsg) == 1, qPrintable(log.lines().join('\n')));
-        const QFileInfo after(path);
+        QVERIFY(::lstat(name, &after) == 0);
         if (setAside) {
             QVERIFY(read(path).contains("\"fresh\": 2")); // the new values, in a file of its own
-            QCOMPARE(read(before.dir().filePath(aside.first())), bytes);
-            return;
+            QCOMPARE(read(info.dir().filePath(aside.first())), bytes);
+        } else { // the same file, not one renamed over it
+            QVERIFY(after.st_ino == before.st_ino && after.st_mode == before.st_mode);
         }
-        QCOMPARE(after.isSymLink(), before.isSymLink());
-        QCOMPARE(after.isDir(), before.isDir());
-        QCOMPARE(after.permissions(), before.permissions());
-        if (fault == "unreadable") {
-            QVERIFY(QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner));
-            QCOMPARE(read(path), bytes);
-        }
-        struct stat info;
-        QVERIFY(::lstat(name, &info) == 0 && (fault != "FIFO" || S_ISFIFO(info.st_mode)));
     }
 
     // A brightness change while the controllers folder is read-only: one warning however often it
@@ -154,16 +148,14 @@ private slots:
             store->controllerJsonObj("OV5512:A1").insert("brightness", brightness);
             store->saveControllerJsonObj("OV5512:A1");
         }
-        store->flush();
-        store->flush();
+        store->flush(); // the save at exit
         const bool stillOld = readJson(file).value("brightness") == QJsonValue(0.5);
         QVERIFY(QFile::setPermissions(folder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
         QVERIFY(stillOld);
         QVERIFY2(log.count("Failed to save " + file, QtWarningMsg) == 1, qPrintable(log.lines().join('\n')));
         QElapsedTimer waited;
         waited.start();
-        QTRY_COMPARE_WITH_TIMEOUT(readJson(file).value("brightness"), QJsonValue(0.2),
-                                  10 * ConfigurationWriter::longestRetryMs);
+        QTRY_COMPARE_WITH_TIMEOUT(readJson(file).value("brightness"), QJsonValue(0.2), 60000);
         qInfo() << "written" << waited.elapsed() << "ms after the folder became writable";
         QCOMPARE(log.count("Failed to save", QtWarningMsg), 1);
     }
