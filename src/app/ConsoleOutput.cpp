@@ -61,6 +61,16 @@ bool ConsoleOutput::drain(int timeoutMs)
                               [&q] { return q.closed || (q.lines.empty() && !q.writing); });
 }
 
+void ConsoleOutput::finish(int timeoutMs)
+{
+    drain(timeoutMs);
+    Queue& q = queue();
+    std::lock_guard<std::mutex> lock(q.mutex);
+    q.closed = true;
+    q.lines.clear();
+    q.queuedBytes = 0;
+}
+
 void ConsoleOutput::run()
 {
     Queue& q = queue();
@@ -79,6 +89,9 @@ void ConsoleOutput::run()
         const bool open = writeToStdout(chunk);
         lock.lock();
         q.writing = false;
+        if (q.closed) {
+            return; // finished while this thread was writing
+        }
         if (!open) {
             q.closed = true;
             q.lines.clear();

@@ -21,6 +21,9 @@ public:
     // Waits up to timeoutMs until everything queued has been handed to the output (or the output
     // has closed); true if it was.
     static bool drain(int timeoutMs);
+    // Drains as above, then ends console output for good: at exit, so that the writing thread
+    // touches nothing that is being torn down.
+    static void finish(int timeoutMs);
 
 private:
     // Writes all of `bytes` to standard output, blocking as long as it takes; false once the

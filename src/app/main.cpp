@@ -95,6 +95,6 @@ int main(int argc, char* argv[])
 
     ConfigurationManager::instance()->save();
     // The last lines reach a reader that keeps up; one that doesn't is not waited for long.
-    ConsoleOutput::drain(1000);
+    ConsoleOutput::finish(1000);
     return exitCode;
 }
