@@ -206,10 +206,11 @@ private slots:
         QTest::newRow("standard output to head -c 1") << "head";
         QTest::newRow("standard output never read") << "full pipe";
         QTest::newRow("configuration folder read-only") << "read-only";
+        QTest::newRow("a FIFO as global.json") << "FIFO";
     }
-    // The reader of standard output gone or stalled on a full pipe, or a configuration folder that
-    // cannot be written: the program runs on and logs to its files, ends at SIGTERM with 0, and
-    // saves what it can, warning once for the file it cannot.
+    // The reader of standard output gone or stalled on a full pipe, a configuration folder that
+    // cannot be written, a FIFO where a file was: the program starts, runs on and logs to its
+    // files, ends at SIGTERM with 0, and saves what it can, warning once for the file it cannot.
     void faultsWhileRunning()
     {
         QFETCH(QString, fault);
@@ -226,6 +227,9 @@ private slots:
             const QByteArray filler(::fcntl(fds[1], F_GETPIPE_SZ), '.');
             QCOMPARE(::write(fds[1], filler.constData(), size_t(filler.size())), ssize_t(filler.size()));
             process.setStandardOutputFile(QString("/proc/self/fd/%1").arg(fds[1]));
+        } else if (fault == "FIFO") {
+            QVERIFY(QFile::remove(box.configDir() + "/global.json"));
+            QVERIFY(::mkfifo(QFile::encodeName(box.configDir() + "/global.json"), 0600) == 0);
         } else {
             QVERIFY(QFile::setPermissions(box.configDir(), QFile::ReadOwner | QFile::ExeOwner));
         }
@@ -237,6 +241,13 @@ private slots:
         ::close(fds[0]);
         ::close(fds[1]);
         QVERIFY(box.mainLog().contains("[ShutdownSignals] Received signal 15 - quitting"));
+        if (fault == "FIFO") { // left as it is
+            struct stat info;
+            QVERIFY(::lstat(QFile::encodeName(box.configDir() + "/global.json"), &info) == 0 &&
+                    S_ISFIFO(info.st_mode));
+            QCOMPARE(box.mainLog().count("Cannot read " + box.configDir() + "/global.json (a FIFO)"), 1);
+            return;
+        }
         QJsonObject global = TestFiles::readJson(box.configDir() + "/global.json");
         const bool readOnly = fault == "read-only";
         QCOMPARE(box.mainLog().count("Failed to save " + box.configDir() + "/global.json"), readOnly ? 1 : 0);
