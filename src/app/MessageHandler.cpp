@@ -1,12 +1,14 @@
 #include "MessageHandler.h"
 
+#include "ConsoleOutput.h"
+
 #include <QCoreApplication>
 #include <QDateTime>
 #include <QFile>
 #include <QTextStream>
 #include <QThread>
 
-#include <cstdio>
+#include <atomic>
 
 namespace {
 
@@ -24,12 +26,25 @@ QString& loopLog()
 
 const QString kLoopMarker = QStringLiteral("[[loop]]");
 
+// Set once the loop log has reached its limit; cleared with new paths.
+std::atomic<bool> loopLogFull{false};
+
+// Appends prefix + message to the open file.
+void appendLine(QFile& file, const QString& prefix, const QString& message)
+{
+    QTextStream stream(&file);
+    stream.setCodec("UTF-8");
+    stream << prefix << message << "\r\n";
+    stream.flush();
+}
+
 } // namespace
 
 void MessageHandler::setLogPaths(const QString& mainLogPath, const QString& loopLogPath)
 {
     mainLog() = mainLogPath;
     loopLog() = loopLogPath;
+    loopLogFull = false;
 }
 
 QString MessageHandler::mainLogPath()
@@ -93,9 +108,13 @@ void messageHandler(QtMsgType type, const QMessageLogContext& context, const QSt
     const QString prefix = MessageHandler::linePrefix(type);
     const bool loop = MessageHandler::isLoopMessage(message);
     if (!loop) {
-        const QByteArray line = (prefix + message + QLatin1Char('\n')).toUtf8();
-        std::fwrite(line.constData(), 1, static_cast<size_t>(line.size()), stdout);
-        std::fflush(stdout);
+        ConsoleOutput::write((prefix + message + QLatin1Char('\n')).toUtf8());
+        if (type == QtFatalMsg) {
+            ConsoleOutput::drain(1000); // the process ends next
+        }
+    }
+    if (loop && loopLogFull) {
+        return;
     }
 
     // A slow disk must not stall a streaming thread: past the bound the line is lost to the file.
@@ -108,10 +127,16 @@ void messageHandler(QtMsgType type, const QMessageLogContext& context, const QSt
     QFile file(path);
     // An empty name would make QFile warn, and so re-enter this handler with the lock held.
     if (!path.isEmpty() && file.open(QIODevice::Append | QIODevice::Text)) {
-        QTextStream stream(&file);
-        stream.setCodec("UTF-8");
-        stream << prefix << message << "\r\n";
-        stream.flush();
+        // The size in bytes of UTF-8 is at most three per UTF-16 unit: a cheap upper bound.
+        const qint64 lineBound = 3 * qint64(prefix.size() + message.size() + 2);
+        if (loop && file.size() + lineBound > MessageHandler::loopLogLimitBytes) {
+            loopLogFull = true;
+            appendLine(file, prefix,
+                       QStringLiteral("[[loop]][MessageHandler] The loop log has reached its limit of "
+                                      "20 MB: no more per-frame statistics are written to it in this run"));
+        } else {
+            appendLine(file, prefix, message);
+        }
         file.close();
     }
     mutex.unlock();

@@ -6,8 +6,9 @@
 
 class QDateTime;
 
-// The one log handler of the process. Ordinary lines go to standard output and the main log;
-// lines that begin with "[[loop]]" are per-frame statistics and go to the loop log only.
+// The one log handler of the process. Ordinary lines go to standard output (never waiting for it,
+// see ConsoleOutput) and the main log; lines that begin with "[[loop]]" are per-frame statistics
+// and go to the loop log only, until it reaches its limit.
 class MessageHandler
 {
 public:
@@ -28,6 +29,9 @@ public:
 
     // How long a logging thread waits for the file before its line is dropped from it.
     static constexpr int lockTimeoutMs = 50;
+
+    // A run's loop log ends with one line saying so before it would grow past this.
+    static constexpr qint64 loopLogLimitBytes = 20 * 1000 * 1000;
 };
 
 // Installed with qInstallMessageHandler; the context is not used.

@@ -104,13 +104,13 @@ void OrvantaApp::onNewController(QString ctlName)
     }
     const ControlOptions options = deviceManager.controlOptions(ctlName);
     if (options.id.isEmpty()) {
-        qCritical().noquote() << "[OrvantaApp]: DeviceManager returned an invalid ControlOptions, ctlName: "
+        qCritical().noquote() << "[OrvantaApp]: DeviceManager returned an invalid ControlOptions, ctlName:"
                               << ctlName;
         return;
     }
     AbsRGBControllerPtr controller = deviceManager.controller(ctlName);
     if (!controller) {
-        qCritical().noquote() << "[OrvantaApp]: DeviceManager returned an empty controller, ctlName: "
+        qCritical().noquote() << "[OrvantaApp]: DeviceManager returned an empty controller, ctlName:"
                               << ctlName;
         return;
     }
@@ -130,14 +130,14 @@ void OrvantaApp::changeWorker(const QString& ctlId, const QString& effectId)
 {
     AbsRGBControllerPtr controller = deviceManager.controller(ctlId);
     if (!controller) {
-        qCritical().noquote() << "[OrvantaApp]: Not found device controller, id: " << ctlId;
+        qCritical().noquote() << "[OrvantaApp]: Not found device controller, id:" << ctlId;
         return;
     }
     controller->setWorkMode(EffectsManager::groupIdOf(effectId));
     controller->setSubMode(effectId);
     if (!effectsManager.bind(controller, effectId)) {
-        qWarning().noquote() << "[OrvantaApp]: Cannot bind controller: " << ctlId
-                             << " to effect: " << effectId;
+        qWarning().noquote() << "[OrvantaApp]: Cannot bind controller:" << ctlId
+                             << "to effect:" << effectId;
     }
     activatePanels(ctlId, effectId);
 }
@@ -254,7 +254,7 @@ void OrvantaApp::setControlPageData(QString ctlId)
     ControlPage* page = mainWindow.controlPage();
     AbsRGBControllerPtr controller = deviceManager.controller(ctlId);
     if (!controller) {
-        qCritical().noquote() << "[OrvantaApp]: Not found device controller, id: " << ctlId;
+        qCritical().noquote() << "[OrvantaApp]: Not found device controller, id:" << ctlId;
         return;
     }
     const ControlOptions& options = controller->controlOptions();

@@ -32,18 +32,32 @@ SingleInstance::~SingleInstance()
     }
 }
 
-QString SingleInstance::defaultLockFilePath()
+QString SingleInstance::defaultLockFilePath(QString* error)
 {
-    return lockFilePathFor(qEnvironmentVariable("XDG_RUNTIME_DIR"), userId());
+    const QString runtimeDir = qEnvironmentVariable("XDG_RUNTIME_DIR");
+    const QString path = lockFilePathFor(runtimeDir, userId());
+    const QString folder = QFileInfo(path).absolutePath();
+    if (!runtimeDir.isEmpty() && QFileInfo(runtimeDir).isDir()) {
+        return path;
+    }
+    const QString problem = privateFolderProblem(folder);
+    if (!problem.isEmpty()) {
+        *error = QStringLiteral("orvanta: cannot keep the single-instance lock in %1: %2. Remove it, or "
+                                "set XDG_RUNTIME_DIR to a folder of your own")
+                     .arg(folder, problem);
+        return QString();
+    }
+    return path;
 }
 
 QString SingleInstance::lockFilePathFor(const QString& runtimeDir, uint userId)
 {
-    // The runtime folder is the user's own; the temporary folder is shared, so the name says whose.
+    // The runtime folder is the user's own; the temporary folder is shared, so the lock goes
+    // into a folder of the user's own there.
     if (!runtimeDir.isEmpty() && QFileInfo(runtimeDir).isDir()) {
         return QDir(runtimeDir).filePath(QStringLiteral("OrvantaSingleApp.lock"));
     }
-    return QDir::temp().filePath(QStringLiteral("OrvantaSingleApp-%1.lock").arg(userId));
+    return QDir::temp().filePath(QStringLiteral("orvanta-%1/OrvantaSingleApp.lock").arg(userId));
 }
 
 QString SingleInstance::serverName(const QString& lockFilePath)

@@ -19,9 +19,15 @@ public:
     ~SingleInstance() override;
 
     // Per user, so that two users on one machine never meet: "OrvantaSingleApp.lock" in
-    // XDG_RUNTIME_DIR when it is set, else "OrvantaSingleApp-<uid>.lock" in QDir::temp().
-    static QString defaultLockFilePath();
+    // XDG_RUNTIME_DIR when it is set, else in the private folder "orvanta-<uid>" under
+    // QDir::temp(). Empty, with `error` saying why and naming it, when that private folder cannot
+    // be made or is not private (see privateFolderProblem).
+    static QString defaultLockFilePath(QString* error);
     static QString lockFilePathFor(const QString& runtimeDir, uint userId);
+    // Makes the folder with mode 0700 when it is absent. Empty when it is a directory (not a link)
+    // owned by this user with mode 0700, else what is wrong with it: in a shared temporary folder
+    // anyone may have made it first, to hold the lock or listen on the socket.
+    static QString privateFolderProblem(const QString& folder);
     // The local socket's full path: beside the lock file, named after it.
     static QString serverName(const QString& lockFilePath);
 

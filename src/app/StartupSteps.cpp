@@ -7,7 +7,10 @@
 #include <QCoreApplication>
 #include <QDateTime>
 #include <QDir>
+#include <QFileInfo>
+#include <QRegularExpression>
 
+#include <algorithm>
 #include <cstring>
 #include <initializer_list>
 
@@ -135,6 +138,42 @@ QString StartupSteps::mainLogFilePath(const QString& logsPath)
 QString StartupSteps::loopLogFilePath(const QString& logsPath)
 {
     return logsPath + QStringLiteral("/loop_") + logStamp() + QStringLiteral(".log");
+}
+
+int StartupSteps::removeOldLogs(const QString& logsPath, const QString& currentMainLog, int keepRuns)
+{
+    // The stamps sort as they were made; a loop log's stamp is that of its run's main log or a
+    // second later, so it goes when it is older than the oldest run kept.
+    static const QRegularExpression logName(QStringLiteral(R"(^(loop_)?(\d{4}(?:_\d\d){5})\.log$)"));
+    QDir dir(logsPath);
+    QStringList runs;
+    QList<QPair<QString, QString>> files; // stamp, name
+    for (const QString& name : dir.entryList(QDir::Files)) {
+        const QRegularExpressionMatch match = logName.match(name);
+        if (!match.hasMatch()) {
+            continue;
+        }
+        files.append({match.captured(2), name});
+        if (match.captured(1).isEmpty()) {
+            runs.append(match.captured(2));
+        }
+    }
+    const QRegularExpressionMatch current = logName.match(QFileInfo(currentMainLog).fileName());
+    if (current.hasMatch() && !runs.contains(current.captured(2))) {
+        runs.append(current.captured(2));
+    }
+    if (runs.size() <= keepRuns) {
+        return 0;
+    }
+    std::sort(runs.begin(), runs.end());
+    const QString oldestKept = runs.at(runs.size() - keepRuns);
+    int removed = 0;
+    for (const auto& file : qAsConst(files)) {
+        if (file.first < oldestKept && dir.remove(file.second)) {
+            removed += 1;
+        }
+    }
+    return removed;
 }
 
 void StartupSteps::honourCleanStartup()

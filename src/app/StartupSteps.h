@@ -30,6 +30,11 @@ public:
     // Each name takes its own reading of the clock.
     static QString mainLogFilePath(const QString& logsPath);
     static QString loopLogFilePath(const QString& logsPath);
+    // Deletes the log pairs of all but the newest `keepRuns` runs, this run (its main log path)
+    // counted, whether or not its files exist yet. Other files are left alone. Returns how many
+    // files went.
+    static int removeOldLogs(const QString& logsPath, const QString& currentMainLog, int keepRuns);
+    static constexpr int keptLogRuns = 10;
 
     // Wipes the configuration when the previous run asked for it; the request is used up.
     static void honourCleanStartup();

@@ -1,4 +1,5 @@
 #include "ConfigurationManager.h"
+#include "ConsoleOutput.h"
 #include "DeskDuplManager.h"
 #include "MessageHandler.h"
 #include "OrvantaApp.h"
@@ -13,6 +14,9 @@
 
 int main(int argc, char* argv[])
 {
+    // A reader of standard output that goes away must not take the program with it.
+    ConsoleOutput::ignoreBrokenPipe();
+
     // Without a display the platform plug-in would abort the process: help and version are
     // answered before, and a start with no display ends with one line instead of a core dump.
     if (StartupSteps::asksForHelpOrVersion(argc, argv)) {
@@ -39,7 +43,12 @@ int main(int argc, char* argv[])
     parser.process(app);
     StartupSteps::applyOptionProperties(app, parser);
 
-    const QString lockPath = SingleInstance::defaultLockFilePath();
+    QString lockFolderError;
+    const QString lockPath = SingleInstance::defaultLockFilePath(&lockFolderError);
+    if (lockPath.isEmpty()) {
+        std::fprintf(stderr, "%s\n", qPrintable(lockFolderError));
+        return 1;
+    }
     SingleInstance instance(lockPath);
     if (!instance.tryLock(StartupSteps::lockTimeoutMs)) {
         // No log, no handler, no configuration: ask the first instance to show itself and go.
@@ -55,6 +64,11 @@ int main(int argc, char* argv[])
 
     StartupSteps::honourCleanStartup();
     StartupSteps::logStartupInfo();
+    const int oldLogs = StartupSteps::removeOldLogs(logsPath, mainLog, StartupSteps::keptLogRuns);
+    if (oldLogs > 0) {
+        qInfo().noquote() << "[StartupSteps] Removed" << oldLogs << "log files of runs before the last"
+                          << StartupSteps::keptLogRuns;
+    }
 
     instance.listen();
     ShutdownSignals shutdownSignals;
@@ -80,5 +94,7 @@ int main(int argc, char* argv[])
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 
     ConfigurationManager::instance()->save();
+    // The last lines reach a reader that keeps up; one that doesn't is not waited for long.
+    ConsoleOutput::finish(1000);
     return exitCode;
 }

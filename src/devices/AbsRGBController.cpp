@@ -14,6 +14,7 @@ namespace {
 
 constexpr int kRefreshMs = 800;
 constexpr int64_t kStatisticsMs = 3000;
+constexpr int64_t kRawDumpMs = 60000;
 constexpr uint32_t kMaxBlackLeds = 0xFFFFFF; // more could not be framed anyway
 
 // A JSON number as the unsigned field it fills: truncated, and 0 where it cannot be one.
@@ -256,18 +257,25 @@ void AbsRGBController::internalUpdate()
     intervalSumMs += interval;
     intervalCount += 1;
     if (intervalSumMs > kStatisticsMs) {
-        QByteArray raw;
-        raw.reserve(ledCount * 3);
-        for (const QVector<OV_RGB>& line : qAsConst(scaled)) {
-            raw.append(reinterpret_cast<const char*>(line.constData()), line.size() * int(sizeof(OV_RGB)));
+        // The LED dump is what fills the loop log: once a minute is enough to see what was sent.
+        QString rawText;
+        if (!rawDumpTimer.isValid() || rawDumpTimer.hasExpired(kRawDumpMs)) {
+            rawDumpTimer.start();
+            QByteArray raw;
+            raw.reserve(ledCount * 3);
+            for (const QVector<OV_RGB>& line : qAsConst(scaled)) {
+                raw.append(reinterpret_cast<const char*>(line.constData()),
+                           line.size() * int(sizeof(OV_RGB)));
+            }
+            rawText = QStringLiteral("  Current raw led data: \r\n") + QString::fromLatin1(raw.toHex()) +
+                      QStringLiteral("\r\n");
         }
         const double avg = double(intervalSumMs) / double(intervalCount);
         qDebug().noquote() << QStringLiteral("[[loop]][Controller]") + options.id +
                                   QStringLiteral(", Avg update interval: ") + QString::number(avg) +
                                   QStringLiteral("ms, \r\n") + QStringLiteral("  Current worker: ") +
-                                  options.subMode + QStringLiteral("\r\n") +
-                                  QStringLiteral("  Current raw led data: \r\n") +
-                                  QString::fromLatin1(raw.toHex()) + QStringLiteral("\r\n \r\n");
+                                  options.subMode + QStringLiteral("\r\n") + rawText +
+                                  QStringLiteral(" \r\n");
         intervalSumMs = 0;
         intervalCount = 0;
     }

@@ -63,6 +63,7 @@ private:
     QElapsedTimer intervalTimer;
     int64_t intervalSumMs = 0;
     int64_t intervalCount = 0;
+    QElapsedTimer rawDumpTimer; // since the last LED dump in the statistics
 };
 
 using AbsRGBControllerPtr = QSharedPointer<AbsRGBController>;

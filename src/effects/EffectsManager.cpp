@@ -166,7 +166,7 @@ void EffectsManager::registerFactory(IEffectFactory* factory, QPluginLoader* loa
 IEffectWorkerPtr EffectsManager::bind(AbsRGBControllerPtr controller, const QString& effectId)
 {
     if (!controller) {
-        qCritical().noquote() << "[EffectsManager]: Invalid parameters. func: "
+        qCritical().noquote() << "[EffectsManager]: Invalid parameters. func:"
                               << "EffectsManager::bind";
         return {};
     }

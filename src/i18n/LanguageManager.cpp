@@ -37,7 +37,7 @@ void LanguageManager::loadLanguage()
     QString language;
     if (app.isEmpty() || !app.contains(QStringLiteral("language"))) {
         language = languageOfLocale(QLocale::system().name());
-        qInfo().noquote() << "No saved language settings,OS language is " << language;
+        qInfo().noquote() << "No saved language settings,OS language is" << language;
     } else {
         language = app.value(QStringLiteral("language")).toString();
         qInfo().noquote() << "Get saved language settings:" << language;
@@ -103,7 +103,7 @@ void LanguageManager::installSystemTranslators()
         QCoreApplication::installTranslator(system.data());
         const QString country = QLocale::countryToString(locale.country());
         systemTranslators.append({country, system});
-        qInfo().noquote() << "The " << country << "translator has been installed";
+        qInfo().noquote() << "The" << country << "translator has been installed";
     } else {
         qCritical() << "The application could not find a system-specific translator";
     }

@@ -1,5 +1,6 @@
 #include "ConfigurationManager.h"
 
+#include "ConfigurationFile.h"
 #include "ConfigurationWriter.h"
 
 #include "DefaultsFile.h"
@@ -40,29 +41,40 @@ void setAside(const QString& path, const QString& reason)
     }
 }
 
-// A missing file is an empty object. A file that does not hold a JSON object is set aside when
-// it belongs to the store, or only reported when it is read-only program data.
-QJsonObject readObjectFile(const QString& path, bool ownedByStore)
+// A missing file is an empty object. A file that does not hold a JSON object (or is larger than
+// any settings file) is set aside when it belongs to the store, or only reported when it is
+// read-only program data. A file that is there but cannot be read (permission, I/O error, not a
+// regular file) is reported, and `leaveAlone` tells the store never to write over it.
+QJsonObject readObjectFile(const QString& path, bool ownedByStore, bool* leaveAlone = nullptr)
 {
-    QFile file(path);
-    if (!file.exists()) {
+    const ConfigurationFile::ReadResult file = ConfigurationFile::read(path);
+    QString reason = file.error;
+    switch (file.status) {
+    case ConfigurationFile::Status::Missing:
         return QJsonObject();
-    }
-    if (!file.open(QIODevice::ReadOnly)) {
-        qWarning().noquote() << "[ConfigurationManager] Failed to open" << path << ":" << file.errorString();
+    case ConfigurationFile::Status::NotRegular:
+    case ConfigurationFile::Status::Unreadable:
+        qWarning().noquote() << "[ConfigurationManager] Cannot read" << path << "(" + reason + ");"
+                             << (ownedByStore ? "its settings run on defaults and the file is left as it is"
+                                              : "ignored");
+        if (leaveAlone) {
+            *leaveAlone = ownedByStore;
+        }
         return QJsonObject();
+    case ConfigurationFile::Status::TooLarge:
+        break;
+    case ConfigurationFile::Status::Read: {
+        QJsonParseError error;
+        const QJsonDocument doc = QJsonDocument::fromJson(file.bytes, &error);
+        if (error.error != QJsonParseError::NoError) {
+            reason = error.errorString() + QStringLiteral(" at offset ") + QString::number(error.offset);
+        } else if (!doc.isObject()) {
+            reason = QStringLiteral("not a JSON object");
+        } else {
+            return doc.object();
+        }
+        break;
     }
-    const QByteArray bytes = file.readAll();
-    file.close();
-    QJsonParseError error;
-    const QJsonDocument doc = QJsonDocument::fromJson(bytes, &error);
-    QString reason;
-    if (error.error != QJsonParseError::NoError) {
-        reason = error.errorString() + QStringLiteral(" at offset ") + QString::number(error.offset);
-    } else if (!doc.isObject()) {
-        reason = QStringLiteral("not a JSON object");
-    } else {
-        return doc.object();
     }
     if (ownedByStore) {
         setAside(path, reason);
@@ -171,24 +183,36 @@ void ConfigurationManager::stopWriter()
     writerThread = nullptr;
 }
 
-void ConfigurationManager::noteOnDisk(const QString& path, const QJsonObject& object)
+QJsonObject ConfigurationManager::readStoreFile(const QString& path)
 {
+    bool leaveAlone = false;
+    const QJsonObject object = readObjectFile(path, true, &leaveAlone);
     QMutexLocker locker(&writeMutex);
-    onDisk.insert(path, object);
+    if (leaveAlone) {
+        leftAlone.insert(path);
+        return object;
+    }
+    startWriter();
+    if (writer) {
+        QMetaObject::invokeMethod(
+            writer, [w = writer, path, object]() { w->noteOnDisk(path, object); }, Qt::QueuedConnection);
+    }
+    return object;
 }
 
 void ConfigurationManager::requestWrite(const QString& path, const QJsonObject& object)
 {
+    // Costs a copy of shared data and a queued call: callers may save at every change.
     QMutexLocker locker(&writeMutex);
-    // Unchanged content is not written again: a scope that was only read leaves no file behind.
-    const auto known = onDisk.constFind(path);
-    if (known != onDisk.cend() && known.value() == object) {
+    if (leftAlone.contains(path)) {
         return;
     }
-    onDisk.insert(path, object);
     startWriter();
     if (!writer) {
-        ConfigurationWriter::writeFile(path, object);
+        QString error;
+        if (!ConfigurationWriter::writeFile(path, object, &error)) {
+            qWarning().noquote() << "[ConfigurationManager] Failed to save" << path << ":" << error;
+        }
         return;
     }
     QMetaObject::invokeMethod(
@@ -197,9 +221,14 @@ void ConfigurationManager::requestWrite(const QString& path, const QJsonObject& 
 
 void ConfigurationManager::flush()
 {
-    QMutexLocker locker(&writeMutex);
-    if (writer) {
-        QMetaObject::invokeMethod(writer, &ConfigurationWriter::writePending, Qt::BlockingQueuedConnection);
+    ConfigurationWriter* current = nullptr;
+    {
+        QMutexLocker locker(&writeMutex);
+        current = writer;
+    }
+    // Not under the lock: a thread that saves meanwhile must not wait for the disk.
+    if (current) {
+        QMetaObject::invokeMethod(current, &ConfigurationWriter::writePending, Qt::BlockingQueuedConnection);
     }
 }
 
@@ -243,8 +272,7 @@ QString ConfigurationManager::effectFile(const QString& effectId)
 void ConfigurationManager::ensureGlobal()
 {
     if (!globalLoaded) {
-        global = readObjectFile(globalFile(), true);
-        noteOnDisk(globalFile(), global);
+        global = readStoreFile(globalFile());
         globalLoaded = true;
     }
 }
@@ -252,8 +280,7 @@ void ConfigurationManager::ensureGlobal()
 void ConfigurationManager::ensureApp()
 {
     if (!appLoaded) {
-        app = readObjectFile(appFile(), true);
-        noteOnDisk(appFile(), app);
+        app = readStoreFile(appFile());
         appLoaded = true;
     }
 }
@@ -297,7 +324,7 @@ void ConfigurationManager::reset()
             QMetaObject::invokeMethod(writer, &ConfigurationWriter::discardPending,
                                       Qt::BlockingQueuedConnection);
         }
-        onDisk.clear();
+        leftAlone.clear();
     }
     QMutexLocker locker(&effectMutex);
     global = QJsonObject();
@@ -358,8 +385,7 @@ QJsonObject& ConfigurationManager::controllerJsonObj(const QString& key)
 {
     auto it = controllers.find(key);
     if (it == controllers.end()) {
-        it = controllers.insert(key, readObjectFile(controllerFile(key), true));
-        noteOnDisk(controllerFile(key), it.value());
+        it = controllers.insert(key, readStoreFile(controllerFile(key)));
     }
     return it.value();
 }
@@ -373,8 +399,7 @@ QJsonObject& ConfigurationManager::effectObjectLocked(const QString& effectId)
 {
     auto it = effects.find(effectId);
     if (it == effects.end()) {
-        it = effects.insert(effectId, readObjectFile(effectFile(effectId), true));
-        noteOnDisk(effectFile(effectId), it.value());
+        it = effects.insert(effectId, readStoreFile(effectFile(effectId)));
     }
     return it.value();
 }

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <QHash>
 #include <QJsonObject>
 #include <QJsonValue>
 #include <QMap>
 #include <QMutex>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 #include <QVariant>
@@ -15,9 +15,11 @@ class QThread;
 // The one configuration store: global values, the application object, one object per
 // controller and effect values by effect id, controller id and key. JSON files under
 // configPath(), every write atomic; a file that fails to parse is set aside, never overwritten.
-// Values are readable at once; the save calls hand a copy to a writer thread, which writes each
-// file at most once per fraction of a second and only when its content changed, so no caller
-// waits on the disk. save() and flush() write everything pending before they return.
+// A file that is there but cannot be read is never written over: its scope runs on defaults.
+// Values are readable at once; the save calls hand a copy to a writer thread, which writes a lone
+// change at once, what follows within a fraction of a second together, and only what changed, so
+// no caller waits on the disk and any thread may save at every change. A failed write is tried
+// again until it works. save() and flush() write everything pending before they return.
 class ConfigurationManager
 {
 public:
@@ -69,10 +71,10 @@ private:
     QString controllerFile(const QString& key);
     QString effectFile(const QString& effectId);
 
-    // Hands the file to the writer unless it already holds, or is about to hold, that content.
+    // Hands the file to the writer, which writes it unless it holds that content already.
     void requestWrite(const QString& path, const QJsonObject& object);
-    // The content a file was read with; what a later write is compared with.
-    void noteOnDisk(const QString& path, const QJsonObject& object);
+    // Reads one of the store's files and tells the writer what it holds.
+    QJsonObject readStoreFile(const QString& path);
     void startWriter();
     void stopWriter();
     static void stopWriterAtExit();
@@ -93,7 +95,7 @@ private:
 
     // Any thread may save an effect: the writer and what it was given are guarded.
     QMutex writeMutex;
-    QHash<QString, QJsonObject> onDisk; // path -> content read or last handed to the writer
+    QSet<QString> leftAlone; // files that are there but could not be read: never written over
     QThread* writerThread = nullptr;
     ConfigurationWriter* writer = nullptr;
 };

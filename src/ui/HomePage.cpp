@@ -163,7 +163,7 @@ bool HomePage::eventFilter(QObject* watched, QEvent* event)
     }
     if (watched->objectName() == QLatin1String("ADBox1") && event->type() == QEvent::MouseButtonPress) {
         if (!QDesktopServices::openUrl(QUrl(adClickUrl))) {
-            qInfo().noquote() << "[HomePage]: Failed to open url: " << adClickUrl;
+            qInfo().noquote() << "[HomePage]: Failed to open url:" << adClickUrl;
         }
     }
     return false;

@@ -1,3 +1,4 @@
+#include "ConsoleOutput.h"
 #include "MessageHandler.h"
 #include "TestFiles.h"
 
@@ -14,19 +15,17 @@
 namespace {
 const QString kTime = QStringLiteral(R"(\[\d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2}\.\d{3}\])");
 
-// Runs `body` with standard output sent to a file, and returns what was written to it.
-template <typename Body> QByteArray captureStdout(const QString& capturePath, Body body)
+// Runs `body` with standard output sent to `fd`, and waits until what it logged has been written.
+template <typename Body> void captureStdout(int fd, Body body)
 {
     std::fflush(stdout);
     const int saved = ::dup(STDOUT_FILENO);
-    const int fd = ::open(QFile::encodeName(capturePath).constData(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     ::dup2(fd, STDOUT_FILENO);
     ::close(fd);
     body();
-    std::fflush(stdout);
+    ConsoleOutput::drain(30000);
     ::dup2(saved, STDOUT_FILENO);
     ::close(saved);
-    return TestFiles::read(capturePath);
 }
 } // namespace
 
@@ -75,20 +74,91 @@ private slots:
         // Through the handler itself: qFatal would end the test, and other values have no function.
         QString thread = "main";
         auto log = [&] { messageHandler(static_cast<QtMsgType>(type), QMessageLogContext(), message); };
-        const QByteArray out = captureStdout(capture, [&] {
-            std::unique_ptr<QThread> other(QThread::create([&] {
-                thread = "0x" + QString::number(reinterpret_cast<quintptr>(QThread::currentThreadId()), 16);
-                log();
-            }));
-            worker ? other->start() : log();
-            QVERIFY(!worker || other->wait(30000));
-        });
+        captureStdout(
+            ::open(QFile::encodeName(capture).constData(), O_WRONLY | O_CREAT | O_TRUNC, 0600), [&] {
+                std::unique_ptr<QThread> other(QThread::create([&] {
+                    thread =
+                        "0x" + QString::number(reinterpret_cast<quintptr>(QThread::currentThreadId()), 16);
+                    log();
+                }));
+                worker ? other->start() : log();
+                QVERIFY(!worker || other->wait(30000));
+            });
+        const QByteArray out = TestFiles::read(capture);
         const QString line = "^" + kTime + QRegularExpression::escape("@" + thread + "  " + tag + message);
         const QString written = QString::fromUtf8(TestFiles::read(loop ? loopLog : mainLog));
         QVERIFY2(QRegularExpression(line + "\r\n$").match(written).hasMatch(), qPrintable(written));
         QVERIFY(!QFile::exists(loop ? mainLog : loopLog));
         QVERIFY2(loop ? out.isEmpty() : QRegularExpression(line + "\n$").match(out).hasMatch(),
                  out.constData());
+    }
+
+    // Standard output a full pipe that nobody reads: every call returns at once. Once the reader
+    // takes it all, the lines that came through and the count said to be left out add up to what
+    // was logged, and the file has every line.
+    void fullStandardOutput()
+    {
+        constexpr int kLines = 3000; // about 600 kB, more than may wait
+        int fds[2];
+        QVERIFY(::pipe2(fds, O_CLOEXEC) == 0 && ::fcntl(fds[1], F_SETPIPE_SZ, 4096) > 0);
+        const QByteArray filler(::fcntl(fds[1], F_GETPIPE_SZ), '.');
+        QCOMPARE(::write(fds[1], filler.constData(), size_t(filler.size())), ssize_t(filler.size()));
+        QByteArray out;
+        const QRegularExpression report(R"(\[ConsoleOutput\] (\d+) log lines were left out)");
+        captureStdout(fds[1], [&] {
+            const QtMessageHandler previous = qInstallMessageHandler(messageHandler);
+            for (int i = 0; i < kLines; ++i) {
+                qInfo().noquote() << "[Test] line" << i << QString(180, 'x');
+            }
+            ::fcntl(fds[0], F_SETFL, O_NONBLOCK);
+            char buffer[65536];
+            for (int waited = 0; !report.match(out).hasMatch() && waited < 60000; waited += 10) {
+                for (ssize_t n; (n = ::read(fds[0], buffer, sizeof(buffer))) > 0;) {
+                    out.append(buffer, int(n));
+                }
+                QTest::qWait(10);
+            }
+            qInstallMessageHandler(previous);
+        });
+        ::close(fds[0]);
+        const QRegularExpressionMatch match = report.match(out);
+        QVERIFY2(match.hasMatch() && out.endsWith(" while it was full\n"), out.right(300).constData());
+        const int through = out.count("[Test] line ");
+        qInfo() << through << "lines came through," << match.captured(1) << "were left out";
+        QVERIFY(through > 0 && through + match.captured(1).toInt() == kLines);
+        QCOMPARE(TestFiles::read(mainLog).count("[Test] line "), kLines);
+    }
+
+    void loopLogLimit_data()
+    {
+        QTest::addColumn<qint64>("startBytes");
+        QTest::addColumn<int>("written");
+        QTest::newRow("empty") << qint64(0) << 3;
+        QTest::newRow("room for one line") << MessageHandler::loopLogLimitBytes - 1000 << 1;
+        QTest::newRow("at the limit") << MessageHandler::loopLogLimitBytes << 0;
+    }
+    // The loop log takes lines while they fit, then one line saying it stops, then nothing; the
+    // main log goes on.
+    void loopLogLimit()
+    {
+        QFETCH(qint64, startBytes);
+        QFETCH(int, written);
+        QFile file(loopLog);
+        QVERIFY(file.open(QIODevice::WriteOnly) && file.resize(startBytes)); // sparse
+        file.close();
+        for (int i = 0; i < 3; ++i) {
+            messageHandler(QtDebugMsg, QMessageLogContext(), "[[loop]][Test] " + QString(200, 'a' + i));
+        }
+        messageHandler(QtInfoMsg, QMessageLogContext(), "[Test] after");
+        QVERIFY(file.open(QIODevice::ReadOnly) && file.seek(startBytes));
+        QList<QByteArray> lines = file.readAll().split('\n');
+        QCOMPARE(lines.takeLast(), QByteArray());
+        QCOMPARE(lines.size(), qMin(written + 1, 3));
+        for (int i = 0; i < written; ++i) {
+            QVERIFY(lines.at(i).endsWith("[[loop]][Test] " + QByteArray(200, char('a' + i)) + '\r'));
+        }
+        QVERIFY(written == 3 || lines.last().contains("The loop log has reached its limit of 20 MB"));
+        QVERIFY(TestFiles::read(mainLog).contains("[Test] after"));
     }
 };
 

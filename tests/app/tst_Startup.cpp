@@ -1,3 +1,4 @@
+#include "FilePermissions.h"
 #include "SingleInstance.h"
 #include "TestFiles.h"
 
@@ -9,7 +10,10 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 constexpr int kWaitMs = 60000;
@@ -107,6 +111,8 @@ class TestStartup : public QObject
     Q_OBJECT
 
 private slots:
+    void initTestCase() { QVERIFY(FilePermissions::obey()); }
+
     // Help, version, a missing display and an unknown option end the process before the lock, the
     // logs and the configuration are touched.
     void endsBeforeTheLock_data()
@@ -145,8 +151,17 @@ private slots:
         Sandbox box;
         box.write("global.json", R"({"cleanStartup": true, "lastBinding": {"a": {"b": "c"}}})");
         box.write("controllers/OV5512%3AA1.json", R"({"nbLeds": 30})");
+        for (int second = 0; second <= 10; ++second) { // eleven earlier runs
+            const QString stamp = QString("2001_01_01_00_00_%1").arg(second, 2, 10, QChar('0'));
+            QVERIFY(TestFiles::write(box.logsDir() + "/" + stamp + ".log", "") &&
+                    TestFiles::write(box.logsDir() + "/loop_" + stamp + ".log", ""));
+        }
         QProcess process;
         box.startFirst(process, {"--advanced"});
+        // This run and the nine newest before it.
+        const QStringList runs = box.logFiles().filter(QRegularExpression("^\\d"));
+        QVERIFY2(runs.size() == 10 && runs.first() == "2001_01_01_00_00_02.log", qPrintable(runs.join(' ')));
+        QCOMPARE(box.logFiles().filter("loop_2001").size(), 9);
         const QString binary = QStringLiteral(ORVANTA_BINARY_PATH);
         const QString log = box.mainLog();
         const auto e = [](const QString& text) { return QRegularExpression::escape(text); };
@@ -183,6 +198,115 @@ private slots:
             }
         }
         QCOMPARE(box.mainLog().count(kWipe), 1);
+    }
+
+    void faultsWhileRunning_data()
+    {
+        QTest::addColumn<QString>("fault");
+        QTest::newRow("standard output to head -c 1") << "head";
+        QTest::newRow("standard output never read") << "full pipe";
+        QTest::newRow("configuration folder read-only") << "read-only";
+        QTest::newRow("a FIFO as global.json") << "FIFO";
+    }
+    // The reader of standard output gone or stalled on a full pipe, a configuration folder that
+    // cannot be written, a FIFO where a file was: the program starts, runs on and logs to its
+    // files, ends at SIGTERM with 0, and saves what it can, warning once for the file it cannot.
+    void faultsWhileRunning()
+    {
+        QFETCH(QString, fault);
+        Sandbox box;
+        box.write("global.json", R"({"keep": 1})");
+        QProcess process, head;
+        box.prepare(process, {"--auto_startup"});
+        int fds[2] = {-1, -1};
+        if (fault == "head") {
+            head.start("head", {"-c", "1"});
+            process.setStandardOutputProcess(&head);
+        } else if (fault == "full pipe") {
+            QVERIFY(::pipe2(fds, O_CLOEXEC) == 0 && ::fcntl(fds[1], F_SETPIPE_SZ, 4096) > 0);
+            const QByteArray filler(::fcntl(fds[1], F_GETPIPE_SZ), '.');
+            QCOMPARE(::write(fds[1], filler.constData(), size_t(filler.size())), ssize_t(filler.size()));
+            process.setStandardOutputFile(QString("/proc/self/fd/%1").arg(fds[1]));
+        } else if (fault == "FIFO") {
+            QVERIFY(QFile::remove(box.configDir() + "/global.json"));
+            QVERIFY(::mkfifo(QFile::encodeName(box.configDir() + "/global.json"), 0600) == 0);
+        } else {
+            QVERIFY(QFile::setPermissions(box.configDir(), QFile::ReadOwner | QFile::ExeOwner));
+        }
+        box.startFirst(process);
+        QTest::qWait(5000); // running, and logging as it goes
+        QVERIFY2(process.state() == QProcess::Running, qPrintable(QString::number(process.exitCode())));
+        stop(process);
+        QFile::setPermissions(box.configDir(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        ::close(fds[0]);
+        ::close(fds[1]);
+        QVERIFY(box.mainLog().contains("[ShutdownSignals] Received signal 15 - quitting"));
+        if (fault == "FIFO") { // left as it is
+            struct stat info;
+            QVERIFY(::lstat(QFile::encodeName(box.configDir() + "/global.json"), &info) == 0 &&
+                    S_ISFIFO(info.st_mode));
+            QCOMPARE(box.mainLog().count("Cannot read " + box.configDir() + "/global.json (a FIFO)"), 1);
+            return;
+        }
+        QJsonObject global = TestFiles::readJson(box.configDir() + "/global.json");
+        const bool readOnly = fault == "read-only";
+        QCOMPARE(box.mainLog().count("Failed to save " + box.configDir() + "/global.json"), readOnly ? 1 : 0);
+        QCOMPARE(global.take("mainWindowHandler").isString(), !readOnly);
+        QCOMPARE(global, QJsonObject({{"keep", 1}}));
+    }
+
+    void privateLockFolder_data()
+    {
+        QTest::addColumn<QString>("before"); // what stands where the folder goes
+        QTest::newRow("nothing: made private") << "nothing";
+        QTest::newRow("mode 0755") << "0755";
+        QTest::newRow("mode 1777") << "1777";
+        QTest::newRow("another user's") << "another user's";
+        QTest::newRow("a symbolic link") << "link";
+        QTest::newRow("a file") << "file";
+    }
+    // Without XDG_RUNTIME_DIR, lock and socket go to "orvanta-<uid>" under the temporary folder,
+    // made with mode 0700; anything else standing there ends the start before any log, with one
+    // line naming it. run-with-devsim checks its own folder the same way.
+    void privateLockFolder()
+    {
+        QFETCH(QString, before);
+        if (before == "another user's" && ::getuid() != 0) {
+            QSKIP("making another user's folder takes root");
+        }
+        Sandbox box;
+        QTemporaryDir tmp("/tmp/o-XXXXXX"); // short: the socket's path must fit in sun_path
+        const QString uid = QString::number(::getuid());
+        const QStringList folders{tmp.filePath("orvanta-" + uid), tmp.filePath("orvanta-devsim-" + uid)};
+        for (const QByteArray& name : {QFile::encodeName(folders[0]), QFile::encodeName(folders[1])}) {
+            const mode_t mode = before == "1777" ? 01777 : before == "0755" ? 0755 : 0700;
+            QVERIFY(before == "nothing" ||
+                    (before == "link"   ? ::symlink(".", name)
+                     : before == "file" ? ::mknod(name, S_IFREG | 0600, 0)
+                                        : ::mkdir(name, 0) + ::chmod(name, mode)) == 0);
+            QVERIFY(before != "another user's" || ::chown(name, 65534, 65534) == 0);
+        }
+        QProcess process;
+        box.prepare(process);
+        QProcessEnvironment env = process.processEnvironment();
+        env.remove("XDG_RUNTIME_DIR");
+        env.insert("TMPDIR", tmp.path());
+        process.setProcessEnvironment(env);
+        if (before == "nothing") {
+            process.start();
+            QTRY_VERIFY_WITH_TIMEOUT(box.mainLog().contains(kListening), kWaitMs);
+            struct stat info;
+            QVERIFY(::lstat(QFile::encodeName(folders[0]), &info) == 0 && (info.st_mode & 07777) == 0700);
+            return stop(process);
+        }
+        QVERIFY2(finish(process, true).contains(folders[0]) && process.exitCode() == 1,
+                 qPrintable(folders[0]));
+        QVERIFY(box.logFiles().isEmpty());
+        QProcess script;
+        script.setProcessEnvironment(env);
+        script.setProgram(QStringLiteral(ORVANTA_RUN_WITH_DEVSIM));
+        script.setArguments({QFileInfo(QStringLiteral(ORVANTA_BINARY_PATH)).absolutePath()});
+        QVERIFY2(finish(script, true).contains(folders[1]) && script.exitCode() == 1, qPrintable(folders[1]));
     }
 
     // A killed instance's lock and socket are taken over by the next start; a second start reaches

@@ -206,6 +206,9 @@ private slots:
             "[0-9.]+ms, \r\n  Current worker: com\\.orvanta\\.test\\.still\r\n"
             "  Current raw led data: \r\n7f0010\r\n \r\n$");
         QVERIFY(!log.lines().filter(stats).isEmpty());
+        // The next statistics line, seconds later, leaves the LED dump out.
+        QTRY_VERIFY_WITH_TIMEOUT(log.count("Avg update interval: ") >= 2, 30000);
+        QCOMPARE(log.lines().filter("Current raw led data").size(), 1);
     }
 
     void errorCodes_data()

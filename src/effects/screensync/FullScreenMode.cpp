@@ -133,12 +133,12 @@ void FullScreenMode::setLEDPos(int id, QPoint pos)
         size = QSize(screenWidth, screenHeight);
     }
     if (pos.x() < 0 || pos.y() < 0 || pos.x() >= size.width() || pos.y() >= size.height()) {
-        qWarning() << "[FullScreenMode]: The LED position: " << pos << " is out of range";
+        qWarning() << "[FullScreenMode]: The LED position:" << pos << "is out of range";
         return;
     }
     QMutexLocker locker(&ledMapMutex);
     if (id < 0 || id >= ledMap.size()) {
-        qWarning() << "[FullScreenMode]: The id " << id << " of LED is out of range";
+        qWarning() << "[FullScreenMode]: The id" << id << "of LED is out of range";
         return;
     }
     ledMap[id] = pos;

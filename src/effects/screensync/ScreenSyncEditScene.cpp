@@ -106,7 +106,7 @@ void ScreenSyncEditScene::dropItem(LEDItem* item)
     item->gridPos = QPoint(column, row);
     place(item);
     if (item->id < 0 || item->id >= ledItems.size()) {
-        qWarning().noquote() << "[ScreenSyncEditScene]: The id " << item->id << " is out of range";
+        qWarning().noquote() << "[ScreenSyncEditScene]: The id" << item->id << "is out of range";
         return;
     }
     emit ledItemPosChanged(item->id, deviceDir == 1 ? mirror(item->gridPos) : item->gridPos);
