@@ -59,10 +59,6 @@ VirtualLedDevice::VirtualLedDevice(QObject* parent)
         if (notifier) {
             notifier->setEnabled(true);
         }
-        // A held line brings nothing new to wake the notifier: look at once.
-        if (lineHeld) {
-            onReadable();
-        }
     });
     clock.start();
     lastInput.start();
@@ -137,7 +133,6 @@ bool VirtualLedDevice::open(const QString& linkPath)
 
 void VirtualLedDevice::close()
 {
-    lineHeld = false;
     quietTimer.stop();
     retryTimer.stop();
     delete notifier;
@@ -223,25 +218,6 @@ void VirtualLedDevice::setReadRate(int bytesPerSecond)
     budgetClock.start();
 }
 
-void VirtualLedDevice::setHoldsLine(bool hold)
-{
-    holdsLine = hold;
-    if (!hold) {
-        holdLine(false);
-    }
-}
-
-void VirtualLedDevice::holdLine(bool hold)
-{
-    if ((hold && !holdsLine) || hold == lineHeld || slaveFd < 0) {
-        return;
-    }
-    // The pty's own stop: the host's writes find no room until the line goes on.
-    if (::tcflow(slaveFd, hold ? TCOOFF : TCOON) == 0) {
-        lineHeld = hold;
-    }
-}
-
 void VirtualLedDevice::sendRaw(const QByteArray& bytes)
 {
     writeToHost(bytes);
@@ -323,7 +299,6 @@ void VirtualLedDevice::onReadable()
             if (readBudget < 1.0) {
                 notifier->setEnabled(false);
                 retryTimer.start(10);
-                holdLine(true);
                 break;
             }
             want = qMin(want, size_t(readBudget));
@@ -339,7 +314,6 @@ void VirtualLedDevice::onReadable()
             continue;
         }
         if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
-            holdLine(false);
             break;
         }
         // EIO or end of file: no slave is open. The notifier would fire without pause, so it

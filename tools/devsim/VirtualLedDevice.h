@@ -52,10 +52,6 @@ public:
     // Reads no faster than this many bytes per second, like a slow link or device; 0: at once.
     // What is not read waits in the pty, and then in the host's port.
     void setReadRate(int bytesPerSecond);
-    // While reading slowly, stops the host's writes until it has read what the pty holds, as a
-    // line does that carries no more than its rate: a pty keeps no count the host could see, so
-    // without this up to some 20 kB wait there unseen.
-    void setHoldsLine(bool hold);
 
     int salutations() const;  // "Moni-A" seen
     int frameCount() const;   // frames decoded without error
@@ -97,7 +93,6 @@ private:
     void failRun(const QString& what);
     void scheduleReply();
     void writeToHost(const QByteArray& bytes);
-    void holdLine(bool hold);
     int headerAt(int pos) const; // 1 for "Moni-A", 2 for "Ada", 0 otherwise, -1 if undecidable yet
 
     int masterFd = -1;
@@ -106,8 +101,6 @@ private:
     QTimer quietTimer;
     QTimer retryTimer; // re-arms the notifier after the master reported a hang-up
     int readRate = 0;
-    bool holdsLine = false;
-    bool lineHeld = false;
     double readBudget = 0.0; // bytes that may be read now, at readRate
     QElapsedTimer budgetClock;
     QString slave;
