@@ -23,7 +23,7 @@ struct HandshakeReply
     static HandshakeReply parse(const QByteArray& bytes, bool final);
 
     Verdict verdict = Verdict::Incomplete;
-    int length = 0;         // bytes of the input the reply takes; the rest came after it
+    int length = 0; // bytes of the input the reply takes; the rest came after it
     // The reply with its last 2 characters, the tail a device ends with, cut: what model, serial
     // and id come from. Read up to the first line end, it holds no CR LF pair to cut a header at.
     QString text;

@@ -321,44 +321,6 @@ private slots:
         QCOMPARE(lastSent(sent), frameBytes(2, QByteArray::fromHex("040404000000")));
     }
 
-    // A stored layout a frame cannot carry reads as none, with one warning naming the value;
-    // lines that don't add up are kept for the strip dialog to show.
-    void storedLayoutOutOfRange_data()
-    {
-        QTest::addColumn<QByteArray>("stored");
-        QTest::addColumn<uint>("nbLeds");
-        QTest::addColumn<QString>("warning"); // empty: none
-        QTest::newRow("2000000000 LEDs") << QByteArray(R"({"nbLeds": 2000000000, "lines": [2000000000]})")
-                                         << 0u << "\"nbLeds\" is 2000000000, not a count from 0 to 65535";
-        QTest::newRow("-5 LEDs") << QByteArray(R"({"nbLeds": -5, "lines": [-5]})") << 0u
-                                 << "\"nbLeds\" is -5, not a count from 0 to 65535";
-        QTest::newRow("65536 LEDs") << QByteArray(R"({"nbLeds": 65536, "lines": [65536]})") << 0u
-                                    << "\"nbLeds\" is 65536, not a count";
-        QTest::newRow("a line of 1e300") << QByteArray(R"({"nbLeds": 10, "lines": [5, 1e300]})") << 0u
-                                         << "line 2 is 1.0000000000000001e+300, not a count";
-        QTest::newRow("65535 LEDs") << QByteArray(R"({"nbLeds": 65535, "lines": [65535]})") << 65535u
-                                    << QString();
-        QTest::newRow("lines that don't add up")
-            << QByteArray(R"({"nbLeds": 60, "lines": [30, 20]})") << 60u << QString();
-    }
-
-    void storedLayoutOutOfRange()
-    {
-        QFETCH(QByteArray, stored);
-        QFETCH(uint, nbLeds);
-        QFETCH(QString, warning);
-        ConfigurationManager::instance()->controllerJsonObj(kId) = QJsonDocument::fromJson(stored).object();
-        LogCapture log;
-        DeviceRig rig;
-        QVERIFY(rig.start(DeviceRig::defaultOptions(3)));
-        QVERIFY(rig.controller->loadConfig());
-        QCOMPARE(rig.controller->controlOptions().nbLeds, nbLeds);
-        QCOMPARE(rig.controller->controlOptions().lines.isEmpty(), nbLeds == 0);
-        QCOMPARE(log.count("[AbsRGBController]: The layout stored for " + kId + " is ignored"),
-                 int(!warning.isEmpty()));
-        QVERIFY(warning.isEmpty() || log.count(warning) == 1);
-    }
-
     // A device that reads at the 11.5 kB/s of a 115200-baud line, half what 300 LEDs at 25 frames
     // a second need: it shows the colours in order and the last one sent, and the delay stays
     // bounded. On a pseudo-terminal the kernel reports no output queue, so the 20 kB it takes in

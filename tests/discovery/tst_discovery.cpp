@@ -129,8 +129,6 @@ private slots:
         row("lower-case magic", "ov5512,AB\r\n", false, Verdict::Device, 11, "ov5512", "OV5512:4142");
         row("no serial", "OV5512\r\n", false, Verdict::Device, 8, "OV5512", "OV5512");
         row("a third field", "OV5512,AB,CD\r\n", false, Verdict::Device, 14, "OV5512", "OV5512:4142");
-        row("LF alone: the tail is 2 characters all the same", "OV5512\n", false, Verdict::Device, 7, "OV551",
-            "OV551");
         row("more after the line end", "OV5512,C1\r\nOV5512,C2\r\n", false, Verdict::Device, 11, "OV5512",
             "OV5512:4331");
         row("63 characters and LF", "OV" + QByteArray(61, 'x') + "\n", false, Verdict::Device, 64,
@@ -140,7 +138,6 @@ private slots:
         row("half a reply: wait", "OV5512,AB", false, Verdict::Incomplete, 0, "", "");
         row("half a reply at the time-out", "OV5512", true, Verdict::Device, 6, "OV55", "OV55");
         row("magic only at the time-out", "OV", true, Verdict::Device, 2, "", "");
-        row("first letter: wait", "o", false, Verdict::Incomplete, 0, "", "");
         row("first letter at the time-out", "O", true, Verdict::NotADevice, 0, "", "");
         row("no magic", "XY5512,ABCD\r\n", false, Verdict::NotADevice, 0, "", "");
         row("wrong second letter at once", "Ox", false, Verdict::NotADevice, 0, "", "");
@@ -231,6 +228,9 @@ private slots:
             << QByteArray(R"({"OV5512": {"nbLeds": 2000000000, "lines": [2000000000]}})") << 0u
             << QVector<uint32_t>()
             << kIgnoredLayout + "\"nbLeds\" is 2000000000, not a count from 0 to 65535";
+        QTest::newRow("65536 LEDs") << QByteArray(R"({"OV5512": {"nbLeds": 65536, "lines": [65536]}})") << 0u
+                                    << QVector<uint32_t>()
+                                    << kIgnoredLayout + "\"nbLeds\" is 65536, not a count";
         QTest::newRow("a line of -5")
             << QByteArray(R"({"OV5512": {"nbLeds": 5, "lines": [10, -5]}})") << 0u << QVector<uint32_t>()
             << kIgnoredLayout + "line 2 is -5, not a count from 0 to 65535";
