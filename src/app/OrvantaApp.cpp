@@ -5,6 +5,7 @@
 #include "ControllerConfigDialog.h"
 #include "DeviceModel.h"
 #include "HomePage.h"
+#include "LedLayout.h"
 #include "WorkGroupModel.h"
 #include "WorkerModel.h"
 
@@ -31,23 +32,14 @@ const OV_RGB previewColors[15] = {
     {0, 255, 127}, {255, 255, 0}, {0, 0, 255},     {255, 255, 224}, {0, 255, 0},
     {255, 215, 0}, {128, 0, 128}, {192, 192, 192}, {255, 192, 203}, {165, 42, 42},
 };
-
-bool stripsConfigured(const ControlOptions& options)
-{
-    if (options.nbLeds == 0 || options.lines.isEmpty()) {
-        return false;
-    }
-    uint64_t sum = 0;
-    for (uint32_t n : options.lines) {
-        sum += n;
-    }
-    return sum == options.nbLeds;
-}
 } // namespace
 
 OrvantaApp::OrvantaApp(QObject* parent)
     : QObject(parent)
 {
+    // With the window in the tray, a dialog is the last window, and closing it must not end the
+    // program: it ends only by its own ways out.
+    QApplication::setQuitOnLastWindowClosed(false);
     if (!qApp->property("isAutoStartup").toBool()) {
         mainWindow.show();
     } else if (!mainWindow.trayAvailable()) {
@@ -114,7 +106,12 @@ void OrvantaApp::onNewController(QString ctlName)
                               << ctlName;
         return;
     }
-    if (!stripsConfigured(options) && !configureStrips(ctlName, controller)) {
+    const QString problem = LedLayout::problem(options.nbLeds, options.lines);
+    // No count and no lines is a strip nobody described yet, nothing to warn about.
+    if (!problem.isEmpty() && (options.nbLeds != 0 || !options.lines.isEmpty())) {
+        qWarning().noquote() << "[OrvantaApp]: The strips of" << ctlName << "are not configured:" << problem;
+    }
+    if (!problem.isEmpty() && !configureStrips(ctlName, controller)) {
         deviceManager.removeController(ctlName);
         qInfo().noquote() << "没有正确地配置LED灯珠，控制器已被释放" << ctlName;
     } else if (!options.workMode.isEmpty() && !options.subMode.isEmpty() &&
@@ -209,17 +206,17 @@ AbsRGBControllerPtr OrvantaApp::pageController()
 
 bool OrvantaApp::configureStrips(const QString& ctlId, AbsRGBControllerPtr controller)
 {
+    qInfo().noquote() << "[OrvantaApp]: Asking for the strips of" << ctlId;
     ControllerConfigDialog dialog(&mainWindow);
+    dialog.setLimit(int(LedLayout::maxLeds));
     const uint32_t savedLeds = controller->controlOptions().nbLeds;
     const QVector<uint32_t> savedLines = controller->controlOptions().lines;
     uint32_t maxLeds = 0;
-    QVector<uint32_t> lastLines;
 
     connect(&dialog, &ControllerConfigDialog::linesChanged, controller.data(),
-            [&maxLeds, &lastLines, controller](int nbLeds, QVector<uint32_t> lines) {
+            [&maxLeds, controller](int nbLeds, QVector<uint32_t> lines) {
                 // The highest count seen keeps LEDs lit earlier inside the frame, so they go dark.
                 maxLeds = std::max(maxLeds, uint32_t(std::max(nbLeds, 0)));
-                lastLines = lines;
                 controller->setLayout(maxLeds, lines);
                 QVector<QVector<OV_RGB>> colors;
                 for (int i = 0; i < lines.size(); ++i) {
@@ -227,19 +224,29 @@ bool OrvantaApp::configureStrips(const QString& ctlId, AbsRGBControllerPtr contr
                 }
                 controller->update(colors);
             });
-    connect(&dialog, &QDialog::accepted, controller.data(), [&lastLines, controller, ctlId] {
+    bool answered = false;
+    connect(&dialog, &QDialog::finished, this, [&answered] { answered = true; });
+
+    if (dialog.exec() == QDialog::Accepted) {
+        // What the dialog shows, a row removed after the last change included.
+        const QVector<uint32_t> lines = dialog.currentLines();
         uint32_t sum = 0;
-        for (uint32_t n : qAsConst(lastLines)) {
+        for (uint32_t n : lines) {
             sum += n;
         }
-        controller->setLayout(sum, lastLines);
+        controller->setLayout(sum, lines);
         qDebug().noquote() << "用户为灯带配置了" << sum << "个灯珠" << ctlId;
-    });
-    connect(&dialog, &QDialog::rejected, controller.data(), [savedLeds, savedLines, controller, ctlId] {
-        controller->setLayout(savedLeds, savedLines);
-        qDebug().noquote() << "用户取消了灯带配置" << ctlId;
-    });
-    return dialog.exec() != 0;
+        return true;
+    }
+    // Cancelled, or the program is quitting under the dialog: the stored layout is the one from
+    // before, so the next start asks again.
+    controller->setLayout(savedLeds, savedLines);
+    qDebug().noquote() << "用户取消了灯带配置" << ctlId;
+    if (!answered) {
+        // A quit (a signal, the session's end, the tray) ends every event loop, this one first.
+        qInfo().noquote() << "[OrvantaApp]: The strip dialog was open when the program quit";
+    }
+    return false;
 }
 
 void OrvantaApp::activatePanels(const QString& ctlId, const QString& effectId)

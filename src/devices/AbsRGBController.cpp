@@ -1,6 +1,7 @@
 #include "AbsRGBController.h"
 
 #include "ConfigurationManager.h"
+#include "LedLayout.h"
 
 #include <QJsonArray>
 #include <QJsonObject>
@@ -15,7 +16,6 @@ namespace {
 constexpr int kRefreshMs = 800;
 constexpr int64_t kStatisticsMs = 3000;
 constexpr int64_t kRawDumpMs = 60000;
-constexpr uint32_t kMaxBlackLeds = 0xFFFFFF; // more could not be framed anyway
 
 // A JSON number as the unsigned field it fills: truncated, and 0 where it cannot be one.
 uint32_t toUInt32(const QJsonValue& value, uint32_t fallback)
@@ -121,7 +121,7 @@ void AbsRGBController::setEnable(bool enable)
         return;
     }
     options.enable = enable;
-    blackColors = QVector<QVector<OV_RGB>>(1, QVector<OV_RGB>(int(qMin(options.nbLeds, kMaxBlackLeds))));
+    blackColors = QVector<QVector<OV_RGB>>(1, QVector<OV_RGB>(int(qMin(options.nbLeds, LedLayout::maxLeds))));
     internalUpdate();
     persist(QStringLiteral("enable"), enable);
     emit enableChanged(enable);
@@ -179,11 +179,10 @@ bool AbsRGBController::loadConfig()
     options.installDirection = toUInt32(obj.value(QStringLiteral("installDirection")), 0);
     options.subMode = obj.value(QStringLiteral("subMode")).toString();
     options.workMode = obj.value(QStringLiteral("workMode")).toString();
-    options.nbLeds = toUInt32(obj.value(QStringLiteral("nbLeds")), 0);
-    options.lines.clear();
-    const QJsonArray lines = obj.value(QStringLiteral("lines")).toArray();
-    for (const QJsonValue& v : lines) {
-        options.lines.append(toUInt32(v, 0));
+    QString why;
+    if (!LedLayout::read(obj, &options.nbLeds, &options.lines, &why)) {
+        qWarning().noquote() << QStringLiteral("[AbsRGBController]: The layout stored for ") + options.id +
+                                    QStringLiteral(" is ignored, its strips count as not configured: ") + why;
     }
     return true;
 }

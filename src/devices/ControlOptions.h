@@ -26,8 +26,4 @@ struct ControlOptions
     QString subMode;
 };
 
-// The most LEDs a strip can have: a frame carries its count in 16 bits. LED counts, lines and
-// indices from files are checked against it as well as against the strip's own length.
-constexpr uint32_t kMaxLeds = 65535;
-
 Q_DECLARE_METATYPE(ControlOptions)

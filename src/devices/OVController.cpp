@@ -1,5 +1,6 @@
 #include "OVController.h"
 
+#include "LedLayout.h"
 #include "OVSerialPort.h"
 
 #include <QDebug>
@@ -8,8 +9,6 @@ namespace {
 
 constexpr int kReleaseFlushMs = 500;
 constexpr int kReleaseSettleMs = 15;
-// Beyond this a frame would not fit in memory; such a layout is nonsense and stays dark.
-constexpr uint32_t kMaxFrameLeds = 0xFFFFFF;
 
 // Health code for a port error; false for the errors that leave the code as it is.
 bool statusFor(QSerialPort::SerialPortError error, uint32_t* code)
@@ -76,11 +75,12 @@ OVController::OVController(const ControlOptions& controlOptions, OVSerialPort* s
     port->moveToThread(portThread);
     portThread->start(QThread::InheritPriority);
     QMetaObject::invokeMethod(port, &OVSerialPort::startWriteTimer, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(port, &OVSerialPort::ignoreInput, Qt::QueuedConnection);
 }
 
 OVController::~OVController()
 {
-    writeColors(QVector<QVector<OV_RGB>>(1, QVector<OV_RGB>(int(qMin(options.nbLeds, kMaxFrameLeds)))));
+    writeColors(QVector<QVector<OV_RGB>>(1, QVector<OV_RGB>(int(qMin(options.nbLeds, LedLayout::maxLeds)))));
 
     // The black frame is queued on the port thread; this call queues behind it and returns once
     // the frame has left the port's buffer, so the device has it before the port closes.
@@ -113,9 +113,10 @@ void OVController::updateFrameHeader()
 
 void OVController::writeColors(const QVector<QVector<OV_RGB>>& colors)
 {
-    // A header not built yet reads as zero LEDs, like a count whose two bytes are both 0.
+    // A header not built yet reads as zero LEDs, like a count whose two bytes are both 0; a count
+    // the header cannot carry is never framed.
     if (frameHeader.size() < 6 || (frameHeader.at(4) == 0 && frameHeader.at(5) == 0) ||
-        options.nbLeds > kMaxFrameLeds) {
+        options.nbLeds > LedLayout::maxLeds) {
         return;
     }
     const int wanted = 3 * int(options.nbLeds);

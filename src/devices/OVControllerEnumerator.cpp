@@ -2,6 +2,8 @@
 
 #include "DefaultsFile.h"
 #include "ExtraPortsWatcher.h"
+#include "HandshakeReply.h"
+#include "LedLayout.h"
 #include "OVController.h"
 #include "OVSerialPort.h"
 #include "PortArrivalWatcher.h"
@@ -22,7 +24,7 @@
 #include <QThread>
 #include <QThreadPool>
 
-#include <limits>
+#include <algorithm>
 
 // The compiled-in pictures live in this static library; register them before the first use.
 static void initDeviceResources()
@@ -54,19 +56,6 @@ QString quoted(const QByteArray& bytes)
     return out;
 }
 
-// A count from JSON: anything but a non-negative number reads as 0.
-uint32_t toCount(const QJsonValue& value)
-{
-    if (!value.isDouble())
-        return 0;
-    const double d = value.toDouble();
-    if (!(d >= 0.0))
-        return 0;
-    if (d >= double(std::numeric_limits<uint32_t>::max()))
-        return std::numeric_limits<uint32_t>::max();
-    return uint32_t(d);
-}
-
 // A model without a picture gets a null image, quietly: QImage warns about an empty name.
 QImage loadPicture(const QString& baseDir, const QString& path)
 {
@@ -82,8 +71,10 @@ struct OVControllerEnumerator::Handshake
 {
     // Deleted on the enumerator's thread even when the last holder lets go on a port thread.
     QSharedPointer<QTimer> timer{new QTimer(), &QObject::deleteLater};
-    // Set once the port is scheduled for deletion: a reply queued in the same pass finds it.
-    bool dropped = false;
+    QMetaObject::Connection replies; // readyRead to the reply handler, cut once the reply is read
+    // Set once the reply is decided: a reply queued in the same pass, or data after the reply on a
+    // port that has moved to its controller's thread, never reaches the port from here.
+    bool done = false;
 };
 
 OVControllerEnumerator::OVControllerEnumerator(QObject* parent)
@@ -112,9 +103,9 @@ OVControllerEnumerator::~OVControllerEnumerator()
         QThread::yieldCurrentThread();
 
     // Ports still in their handshake, or answered with a known id, have no other owner.
-    for (const QPointer<OVSerialPort>& port : qAsConst(unattachedPorts)) {
-        if (port && port->thread() == thread())
-            delete port.data();
+    for (const auto& entry : qAsConst(unattachedPorts)) {
+        if (entry.first && entry.first->thread() == thread())
+            delete entry.first.data();
     }
 }
 
@@ -197,9 +188,39 @@ void OVControllerEnumerator::onDeviceArrival(QString deviceName)
     });
 }
 
+bool OVControllerEnumerator::isOpenHere(const QString& portName)
+{
+    const QString file = QFileInfo(portName).canonicalFilePath();
+    if (file.isEmpty())
+        return false;
+    const auto same = [&file](const QString& name) { return QFileInfo(name).canonicalFilePath() == file; };
+    for (const auto& entry : qAsConst(unattachedPorts)) {
+        if (entry.first && same(entry.second))
+            return true;
+    }
+    QMutexLocker locker(&mutex);
+    for (const QWeakPointer<AbsRGBController>& weak : qAsConst(controllersMap)) {
+        const AbsRGBControllerPtr controller = weak.toStrongRef();
+        if (controller && same(controller->controlOptions().portName))
+            return true;
+    }
+    return false;
+}
+
 void OVControllerEnumerator::verifyDevice(QString portName)
 {
     qDebug().noquote() << "[OVControllerEnumerator]: Start verifying device:" << portName;
+
+    // A second handle on a port would salute a device that is already talking, and two readers
+    // would share its bytes.
+    unattachedPorts.erase(std::remove_if(unattachedPorts.begin(), unattachedPorts.end(),
+                                         [](const auto& entry) { return entry.first.isNull(); }),
+                          unattachedPorts.end());
+    if (isOpenHere(portName)) {
+        qInfo().noquote() << "[OVControllerEnumerator]: The port is open here already, not opened again:"
+                          << portName;
+        return;
+    }
 
     auto* port = new OVSerialPort();
     if (!port->open(portName)) {
@@ -207,16 +228,17 @@ void OVControllerEnumerator::verifyDevice(QString portName)
         delete port;
         return;
     }
-    unattachedPorts.removeAll(QPointer<OVSerialPort>());
-    unattachedPorts.append(port);
+    unattachedPorts.append({port, portName});
+    // The reply is short: a device that streams cannot fill memory while it is judged.
+    port->serialPort()->setReadBufferSize(HandshakeReply::maxBytes);
 
     auto handshake = QSharedPointer<Handshake>::create();
     QTimer* timer = handshake->timer.data();
     const QPointer<OVSerialPort> guardedPort(port);
 
-    connect(
+    handshake->replies = connect(
         port->serialPort(), &QSerialPort::readyRead, this,
-        [this, guardedPort, portName, handshake]() { onReply(guardedPort, portName, handshake); },
+        [this, guardedPort, portName, handshake]() { takeReply(guardedPort, portName, handshake, false); },
         Qt::QueuedConnection);
     connect(this, &OVControllerEnumerator::sendSalutation, port, &OVSerialPort::write, Qt::QueuedConnection);
     // One signal for every port: each port still waiting hears the salutation again.
@@ -225,83 +247,75 @@ void OVControllerEnumerator::verifyDevice(QString portName)
     timer->setSingleShot(true);
     timer->setInterval(ResponseTimeoutMs);
     // The handshake state lives in the reply handler's connection; the timer holds it weakly.
-    Handshake* state = handshake.data();
-    connect(timer, &QTimer::timeout, this,
-            [this, guardedPort, portName, state]() { onResponseTimeout(guardedPort, portName, state); });
+    const QWeakPointer<Handshake> state = handshake;
+    connect(timer, &QTimer::timeout, this, [this, guardedPort, portName, state]() {
+        if (const QSharedPointer<Handshake> alive = state.toStrongRef())
+            takeReply(guardedPort, portName, alive, true);
+    });
     timer->start();
 }
 
-void OVControllerEnumerator::onResponseTimeout(OVSerialPort* port, const QString& portName,
-                                               Handshake* handshake)
+void OVControllerEnumerator::drop(OVSerialPort* port, Handshake* handshake)
 {
-    qInfo().noquote() << "device response timeout：" << portName;
-    if (port) {
-        handshake->dropped = true;
-        port->deleteLater();
-    }
+    handshake->done = true;
+    disconnect(handshake->replies);
+    port->deleteLater();
 }
 
-void OVControllerEnumerator::onReply(OVSerialPort* port, const QString& portName,
-                                     const QSharedPointer<Handshake>& handshake)
+void OVControllerEnumerator::takeReply(const QPointer<OVSerialPort>& port, const QString& portName,
+                                       QSharedPointer<Handshake> handshake, bool final)
 {
+    if (handshake->done) {
+        if (!final)
+            qInfo().noquote() << "[OVControllerEnumerator]: Ignored a reply on a port already dropped:"
+                              << portName;
+        return;
+    }
     if (!port)
         return;
-    if (handshake->dropped) {
-        // Queued in the same pass as the time-out that already let the port go.
-        qInfo().noquote() << "[OVControllerEnumerator]: Ignored a reply on a port already dropped:"
-                          << portName;
-        return;
-    }
-    disconnect(this, &OVControllerEnumerator::sendSalutation, port, &OVSerialPort::write);
-
-    // A port already handed to a controller lives on its own thread, so its bytes are drained
-    // there. Whatever it says later, cut differently or chatter, is not a new device: two
-    // controllers on one port would write over each other and the first release would leave the
-    // other with a dangling port.
     QSerialPort* serial = port->serialPort();
-    if (port->thread() != thread()) {
-        QByteArray late;
-        QMetaObject::invokeMethod(
-            port, [serial]() { return serial->readAll(); }, Qt::BlockingQueuedConnection, &late);
-        qInfo().noquote() << "[OVControllerEnumerator]: Ignored data on a port that already drives a device:"
-                          << quoted(portName) << quoted(late);
-        return;
-    }
+    // Only the first bytes: whoever answers later no longer hears the salutation again.
+    if (serial->bytesAvailable() > 0)
+        disconnect(this, &OVControllerEnumerator::sendSalutation, port.data(), &OVSerialPort::write);
 
-    // Whatever has arrived by now is the whole reply.
-    const QByteArray bytes = serial->readAll();
-    if (bytes.isEmpty() || !bytes.toUpper().startsWith("OV")) {
+    const HandshakeReply reply = HandshakeReply::parse(serial->peek(HandshakeReply::maxBytes), final);
+    switch (reply.verdict) {
+    case HandshakeReply::Verdict::Incomplete:
+        if (final) {
+            qInfo().noquote() << "device response timeout：" << portName;
+            drop(port, handshake.data());
+        }
+        return;
+    case HandshakeReply::Verdict::NotADevice:
         qInfo().noquote() << QStringLiteral("Failed to verify deviece <%1>").arg(portName);
-        handshake->dropped = true;
-        port->deleteLater();
+        drop(port, handshake.data());
         return;
+    case HandshakeReply::Verdict::TooLong:
+        qWarning().noquote() << "[OVControllerEnumerator]: Refused a reply of more than"
+                             << HandshakeReply::maxBytes << "bytes without a line end on" << quoted(portName)
+                             << "beginning" << quoted(serial->peek(16));
+        drop(port, handshake.data());
+        return;
+    case HandshakeReply::Verdict::Device:
+        break;
     }
 
+    handshake->done = true;
+    disconnect(handshake->replies);
     handshake->timer->stop();
+    const QByteArray bytes = serial->read(reply.length);
     qInfo().noquote() << Tag << quoted(portName) << "returned" << quoted(bytes);
-
-    // Byte for byte, so a serial's bytes come back unchanged in its hexadecimal form.
-    QString s = QString::fromLatin1(bytes);
-    s.chop(2);
-    qInfo().noquote() << Tag << quoted(portName) << "removed the raw string tail:" << quoted(s);
-    if (s.contains(QLatin1String("\r\n"))) {
-        s.remove(0, 2);
-        qInfo().noquote() << Tag << quoted(portName) << "removed the raw string hreader:" << quoted(s);
-    }
+    qInfo().noquote() << Tag << quoted(portName) << "removed the raw string tail:" << quoted(reply.text);
 
     ControlOptions options;
     options.portName = portName;
-    if (s.size() > 6 && s.at(6) == QLatin1Char(',')) {
+    options.model = reply.model;
+    options.serial = reply.serial;
+    options.id = reply.id;
+    if (reply.hasSerial)
         qDebug().noquote() << "[OVControllerEnumerator]: Loading device serial and model:" << portName;
-        options.model = s.left(6);
-        const QStringList fields = s.split(QLatin1Char(','), Qt::KeepEmptyParts);
-        options.serial = QString::fromLatin1(fields.at(1).toLatin1().toHex().toUpper());
-        options.id = fields.at(0).toUpper() + QLatin1Char(':') + options.serial;
-    } else {
+    else
         qDebug().noquote() << "[OVControllerEnumerator]: The device has no serial:" << portName;
-        options.id = s.toUpper();
-        options.model = options.id;
-    }
     qInfo().noquote() << Tag << quoted(portName) << "id:" << quoted(options.id);
 
     bool known = false;
@@ -314,8 +328,15 @@ void OVControllerEnumerator::onReply(OVSerialPort* port, const QString& portName
         qWarning().noquote() << "[OVControllerEnumerator]: The device already exists" << options.id;
         return;
     }
+    attach(port, portName, options);
+}
 
-    unattachedPorts.removeAll(QPointer<OVSerialPort>(port));
+void OVControllerEnumerator::attach(OVSerialPort* port, const QString& portName,
+                                    const ControlOptions& options)
+{
+    unattachedPorts.erase(std::remove_if(unattachedPorts.begin(), unattachedPorts.end(),
+                                         [port](const auto& entry) { return entry.first == port; }),
+                          unattachedPorts.end());
     auto* ovController = new OVController(options, port, nullptr);
     AbsRGBControllerPtr controller(ovController, &QObject::deleteLater);
 
@@ -377,21 +398,22 @@ void OVControllerEnumerator::loadDefaults(AbsRGBController* controller)
 
     ControlOptions& options = controller->controlOptions();
     const QJsonObject entry = document.object().value(options.model).toObject();
-    options.nbLeds = toCount(entry.value(QLatin1String("nbLeds")));
+    QString why;
+    const bool inRange = LedLayout::read(entry, &options.nbLeds, &options.lines, &why);
     options.icon = loadPicture(baseDir, entry.value(QLatin1String("icon")).toString());
     options.image = loadPicture(baseDir, entry.value(QLatin1String("image")).toString());
     options.brightness = float(entry.value(QLatin1String("brightness")).toDouble(0.8));
 
-    uint64_t sum = 0;
-    const QJsonArray lines = entry.value(QLatin1String("lines")).toArray();
-    for (const QJsonValue& line : lines) {
-        const uint32_t count = toCount(line);
-        options.lines.append(count);
-        sum += count;
-    }
-    if (sum != options.nbLeds || sum == 0 || options.nbLeds == 0)
+    if (!inRange) {
+        qWarning().noquote()
+            << "[OVControllerEnumerator]: The layout of" << options.model
+            << "in \"controler_config/OVController.json\" is ignored, its strips count as not "
+               "configured:"
+            << why;
+    } else if (!LedLayout::problem(options.nbLeds, options.lines).isEmpty()) {
         qWarning().noquote()
             << "[OVControllerEnumerator]: Incorrect configuration from default configuration file";
+    }
 }
 
 ControlOptions OVControllerEnumerator::readOVControllerConfig(const QString& model, const QString& serial)
@@ -416,9 +438,16 @@ ControlOptions OVControllerEnumerator::readOVControllerConfig(const QString& mod
         if (!document.isObject())
             continue;
         const QJsonObject object = document.object();
-        const uint32_t keyLen = uint32_t(object.value(QLatin1String("key_len")).toInt());
-        const uint32_t keyWid = uint32_t(object.value(QLatin1String("key_wid")).toInt());
-        const uint32_t keyNum = uint32_t(object.value(QLatin1String("key_num")).toInt());
+        uint32_t keyLen = 0;
+        uint32_t keyWid = 0;
+        uint32_t keyNum = 0;
+        if (!LedLayout::readCount(object.value(QLatin1String("key_len")), &keyLen) ||
+            !LedLayout::readCount(object.value(QLatin1String("key_wid")), &keyWid) ||
+            !LedLayout::readCount(object.value(QLatin1String("key_num")), &keyNum)) {
+            qWarning().noquote() << "ReadOVControllerConfig: a count beyond" << LedLayout::maxLeds << "in"
+                                 << path;
+            break;
+        }
         options.nbLeds = keyNum;
         options.lines = {keyLen, keyWid, keyLen};
         break;

@@ -47,15 +47,21 @@ private slots:
 private:
     void startScan();
     struct Handshake;
-    void onReply(OVSerialPort* port, const QString& portName, const QSharedPointer<Handshake>& handshake);
-    void onResponseTimeout(OVSerialPort* port, const QString& portName, Handshake* handshake);
+    // Reads the reply so far; `final` once the device has had its time to answer.
+    void takeReply(const QPointer<OVSerialPort>& port, const QString& portName,
+                   QSharedPointer<Handshake> handshake, bool final);
+    void drop(OVSerialPort* port, Handshake* handshake);
+    void attach(OVSerialPort* port, const QString& portName, const ControlOptions& identity);
     void onControllerStatus(const QString& id, uint32_t status, const QString& description);
+    // Whether the file behind portName is open here already, in a handshake or driving a device.
+    bool isOpenHere(const QString& portName);
 
     QMap<QString, QWeakPointer<AbsRGBController>> controllersMap; // "controllers": by id, weak
     QMutex mutex;                                                 // guards controllersMap
     QTimer timer;                                                 // no flow starts it
     QSet<QString> pendingArrivals;
     QAtomicInt scanTasks; // pool tasks of scanControllers still running
-    // Ports opened here and not handed to a controller: waiting, or answered with a known id.
-    QList<QPointer<OVSerialPort>> unattachedPorts;
+    // Ports opened here and not handed to a controller: waiting, or answered with a known id; with
+    // the name each was opened by.
+    QList<QPair<QPointer<OVSerialPort>, QString>> unattachedPorts;
 };

@@ -1,10 +1,21 @@
 #include "OVSerialPort.h"
 
+#include "SerialLine.h"
+
 #include <QDebug>
 #include <QMetaEnum>
 #include <QMetaType>
 #include <QSignalBlocker>
 #include <QThread>
+#include <QTimer>
+
+namespace {
+
+constexpr int kLineCheckMaxMs = 50;
+constexpr qint64 kIgnoredLineMs = 60000;
+constexpr qint64 kInputChunk = 4096;
+
+} // namespace
 
 OVSerialPort::OVSerialPort(QObject* parent)
     : QObject(parent)
@@ -27,7 +38,10 @@ OVSerialPort::OVSerialPort(QObject* parent)
                 Qt::QueuedConnection);
         }
     });
-    connect(serial, &QSerialPort::bytesWritten, this, &OVSerialPort::onBytesWritten);
+    connect(serial, &QSerialPort::bytesWritten, this, &OVSerialPort::sendWaiting);
+    lineTimer = new QTimer(this);
+    lineTimer->setSingleShot(true);
+    connect(lineTimer, &QTimer::timeout, this, &OVSerialPort::sendWaiting);
 }
 
 OVSerialPort::~OVSerialPort()
@@ -55,7 +69,14 @@ bool OVSerialPort::open(const QString& name)
     serial->setBaudRate(QSerialPort::Baud115200, QSerialPort::AllDirections);
     serial->setDataBits(QSerialPort::Data8);
     serial->setParity(QSerialPort::NoParity);
+    path = name;
     if (serial->open(QIODevice::ReadWrite)) {
+        if (!SerialLine::isTerminal(serial->handle())) {
+            const QSignalBlocker quiet(serial);
+            serial->close();
+            qWarning().noquote() << QStringLiteral("[OVSerialPort]: Not a terminal, closed unread:") << name;
+            return false;
+        }
         serial->clear(QSerialPort::AllDirections);
         return true;
     }
@@ -73,11 +94,33 @@ void OVSerialPort::write(QByteArray bytes)
         waiting.clear();
         return;
     }
-    if (serial->bytesToWrite() > 0) {
-        waiting = bytes;
+    waiting = bytes;
+    sendWaiting();
+}
+
+void OVSerialPort::sendWaiting()
+{
+    if (waiting.isEmpty() || !serial->isOpen()) {
         return;
     }
-    writeNow(bytes);
+    // What this process still holds goes first; then the kernel's queue must be under a frame.
+    if (serial->bytesToWrite() > 0) {
+        return; // bytesWritten brings this back
+    }
+    const qint64 queued = SerialLine::queuedOutput(serial->handle());
+    if (queued < waiting.size()) {
+        QByteArray next;
+        next.swap(waiting);
+        writeNow(next);
+        return;
+    }
+    // The kernel reports nothing as it drains: look again about when the excess has gone at the
+    // line's speed (10 bits a byte).
+    if (!lineTimer->isActive()) {
+        const qint64 excess = queued - waiting.size() + 1;
+        const qint64 bitsPerSecond = qMax<qint64>(serial->baudRate(), 1200);
+        lineTimer->start(int(qBound<qint64>(1, excess * 10000 / bitsPerSecond, kLineCheckMaxMs)));
+    }
 }
 
 void OVSerialPort::writeNow(const QByteArray& bytes)
@@ -99,15 +142,6 @@ void OVSerialPort::writeNow(const QByteArray& bytes)
     }
 }
 
-void OVSerialPort::onBytesWritten()
-{
-    if (serial->bytesToWrite() == 0 && !waiting.isEmpty() && serial->isOpen()) {
-        const QByteArray next = waiting;
-        waiting.clear();
-        writeNow(next);
-    }
-}
-
 void OVSerialPort::startWriteTimer()
 {
     writeTimer.start();
@@ -123,13 +157,18 @@ bool OVSerialPort::flushPending(int msecs)
     QElapsedTimer clock;
     clock.start();
     for (;;) {
-        onBytesWritten(); // the waiting frame, once the one before has left
+        sendWaiting(); // the waiting frame, once the line has room for it
         const qint64 left = msecs - clock.elapsed();
-        if (serial->bytesToWrite() == 0 || left <= 0 || !serial->waitForBytesWritten(int(left))) {
+        if ((waiting.isEmpty() && serial->bytesToWrite() == 0) || left <= 0 || !serial->isOpen()) {
             break;
         }
+        if (serial->bytesToWrite() > 0) {
+            serial->waitForBytesWritten(int(qMin<qint64>(left, kLineCheckMaxMs)));
+        } else {
+            QThread::msleep(ulong(qMin<qint64>(left, 5)));
+        }
     }
-    return serial->bytesToWrite() == 0 && waiting.isEmpty();
+    return serial->isOpen() && serial->bytesToWrite() == 0 && waiting.isEmpty();
 }
 
 qint64 OVSerialPort::queuedBytes() const
@@ -140,4 +179,31 @@ qint64 OVSerialPort::queuedBytes() const
 QString OVSerialPort::errorText() const
 {
     return serial->errorString();
+}
+
+void OVSerialPort::ignoreInput()
+{
+    serial->setReadBufferSize(kInputChunk);
+    connect(serial, &QSerialPort::readyRead, this, &OVSerialPort::drainInput, Qt::UniqueConnection);
+    drainInput(); // what came right after the reply
+}
+
+void OVSerialPort::drainInput()
+{
+    const qint64 bytes = serial->readAll().size();
+    if (bytes <= 0) {
+        return;
+    }
+    ignoredBytes += bytes;
+    emit inputIgnored(bytes);
+    if (ignoredClock.isValid() && ignoredClock.elapsed() < kIgnoredLineMs) {
+        return;
+    }
+    qInfo().noquote() << QStringLiteral(
+                             "[OVSerialPort]: Ignored %1 bytes the device sent after its handshake on "
+                             "%2 (said once a minute at most)")
+                             .arg(ignoredBytes)
+                             .arg(path);
+    ignoredBytes = 0;
+    ignoredClock.start();
 }

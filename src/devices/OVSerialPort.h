@@ -5,6 +5,8 @@
 #include <QObject>
 #include <QSerialPort>
 
+class QTimer;
+
 // Writes frames to one serial port; lives on the device's own thread once a controller owns it.
 class OVSerialPort : public QObject
 {
@@ -13,12 +15,14 @@ public:
     explicit OVSerialPort(QObject* parent = nullptr);
     ~OVSerialPort() override;
 
+    // Opens a terminal; anything else is closed again unread.
     bool open(const QString& name);
     QSerialPort* serialPort() const { return serial; }
 
 public slots:
-    // A frame that finds the previous one still leaving waits; a newer frame replaces a waiting
-    // one, so a device slower than the frames sees the latest colours and nothing piles up.
+    // A frame goes down the line once the port holds nothing more in this process and the
+    // kernel's output queue is under a frame; until then it waits, and a newer frame replaces it.
+    // A link slower than the frames thus shows the newest colours, and a fast one never waits.
     void write(QByteArray bytes);
     void startWriteTimer();
     // Pushes every queued byte to the device, waiting up to msecs; true when nothing is left.
@@ -27,14 +31,25 @@ public slots:
     QString errorText() const;
     // Bytes held in this process: the frame leaving plus the one waiting. On the port's thread.
     qint64 queuedBytes() const;
+    // From now on whatever the device sends is read and dropped here, with one line a minute at
+    // most: after its handshake a device has nothing to say. On the port's thread.
+    void ignoreInput();
+
+signals:
+    void inputIgnored(qint64 bytes);
 
 private:
+    void sendWaiting();
     void writeNow(const QByteArray& bytes);
-    void onBytesWritten();
+    void drainInput();
 
     QSerialPort* serial = nullptr;
     QElapsedTimer writeTimer;
     double writeTimeSumMs = 0.0;
     int32_t writeCount = 0;
-    QByteArray waiting; // the newest frame not yet handed to the port
+    QByteArray waiting;          // the newest frame not yet handed to the port
+    QTimer* lineTimer = nullptr; // child: looks at the line again while a frame waits
+    QString path;                // as opened, for log lines
+    qint64 ignoredBytes = 0;     // since the last line about them
+    QElapsedTimer ignoredClock;
 };

@@ -8,6 +8,7 @@
 #include "LanguageManager.h"
 #include "LogCapture.h"
 #include "OrvantaApp.h"
+#include "ShutdownSignals.h"
 #include "TestFiles.h"
 #include "VirtualLedDevice.h"
 
@@ -232,58 +233,147 @@ private slots:
         QCOMPARE(app->devices().controlOptions(strip.id).subMode, kSingle);
     }
 
-    // Lines that do not add up to the LED count: the strip dialog at arrival, every line lit in its
-    // colour while the user types; a cancel releases the device.
+    // A stored layout a frame cannot carry or whose lines don't add up: one warning naming the
+    // value, and the strip dialog at arrival, with the window in the tray. Every line lights in its
+    // colour while the user types; Return moves to the next box; the boxes stop at 65535 LEDs. OK
+    // stores the lines shown; a cancel releases the device; a SIGTERM restores the layout, so the
+    // next start asks again. Neither OK nor cancel ends the program.
     void stripDialog_data()
     {
-        QTest::addColumn<bool>("accept");
-        QTest::newRow("accepted") << true;
-        QTest::newRow("cancelled") << false;
+        QTest::addColumn<QJsonObject>("layout");
+        QTest::addColumn<QString>("warning");
+        QTest::addColumn<int>("ending"); // 0 OK, 1 the header's close button, 2 SIGTERM
+        QTest::addColumn<QJsonObject>("kept");
+        const QJsonObject none{{"nbLeds", 0}, {"lines", QJsonArray()}};
+        QTest::newRow("lines that don't add up, OK after a row removed")
+            << QJsonObject{{"nbLeds", 60}, {"lines", QJsonArray{30, 20}}}
+            << "\"lines\" add up to 50, not \"nbLeds\" 60" << 0
+            << QJsonObject{{"nbLeds", 30}, {"lines", QJsonArray{10, 20}}};
+        QTest::newRow("2000000000 LEDs, cancelled")
+            << QJsonObject{{"nbLeds", 2000000000}, {"lines", QJsonArray{2000000000}}}
+            << "\"nbLeds\" is 2000000000, not a count" << 1 << none;
+        QTest::newRow("-5 LEDs, SIGTERM") << QJsonObject{{"nbLeds", -5}, {"lines", QJsonArray{-5}}}
+                                          << "\"nbLeds\" is -5, not a count" << 2 << none;
+        QTest::newRow("lines that don't add up, SIGTERM")
+            << QJsonObject{{"nbLeds", 60}, {"lines", QJsonArray{30, 20}}}
+            << "\"lines\" add up to 50, not \"nbLeds\" 60" << 2
+            << QJsonObject{{"nbLeds", 60}, {"lines", QJsonArray{30, 20}}};
     }
     void stripDialog()
     {
-        QFETCH(bool, accept);
+        QFETCH(QJsonObject, layout);
+        QFETCH(QString, warning);
+        QFETCH(int, ending);
+        QFETCH(QJsonObject, kept);
         Strip strip("OV5512", "BBBB", link("strip1"));
-        storeDevice(strip.id, {{"nbLeds", 60}, {"lines", QJsonArray{30, 20}}});
+        storeDevice(strip.id, layout);
         LogCapture log;
-        bool sawDialog = false;
+        ShutdownSignals shutdown;
+        connect(&shutdown, &ShutdownSignals::shutdownRequested, qApp, &QCoreApplication::quit);
+        QVERIFY(shutdown.install());
         onModal<ControllerConfigDialog>(this, [&](ControllerConfigDialog* dialog) {
-            sawDialog = true;
-            auto* add = child<QPushButton>(dialog, "addBtn");
-            for (int i = 1; i <= 3; ++i) {
-                add->click();
-                dialog->findChildren<QSpinBox*>().last()->setValue(10 * i);
+            const auto steps = [&] {
+                QCOMPARE(log.count(warning), 1);
+                auto* add = child<QPushButton>(dialog, "addBtn");
+                for (int i = 1; i <= 3; ++i) {
+                    add->click();
+                    dialog->findChildren<QSpinBox*>().last()->setValue(10 * i);
+                }
+                QTRY_COMPARE(strip.device.lastColors().value(59), (Rgb{255, 165, 0}));
+                QCOMPARE(strip.device.lastColors()[0], (Rgb{255, 0, 0}));
+                QCOMPARE(strip.device.lastColors()[10], (Rgb{0, 128, 0}));
+                const QList<QSpinBox*> boxes = dialog->findChildren<QSpinBox*>();
+                boxes[0]->setFocus();
+                QTest::keyClick(boxes[0], Qt::Key_Return);
+                QCOMPARE(dialog->focusWidget(), boxes[1]);
+                QTest::keyClick(boxes[2], Qt::Key_Enter);
+                QVERIFY(dialog->isVisible());
+                // A row removed lowers the total at once and sends nothing: the preview keeps it lit.
+                child<QPushButton>(dialog, "removeBtn")->click();
+                QCOMPARE(child<QLabel>(dialog, "totalLabel")->text(), QString("总计 30 个LED灯珠"));
+                strip.watch(0);
+                QCOMPARE(strip.device.lastColors().value(59), (Rgb{255, 165, 0}));
+                boxes[0]->setValue(99999);
+                QCOMPARE(child<QLabel>(dialog, "totalLabel")->text(), QString("总计 65535 个LED灯珠"));
+                boxes[0]->setValue(10);
+            };
+            steps();
+            if (QTest::currentTestFailed() || ending == 0) {
+                dialog->accept();
+            } else if (ending == 1) {
+                QTest::mouseClick(child<QToolButton>(dialog, "toolButton"), Qt::LeftButton);
+            } else {
+                ::raise(SIGTERM);
+                return;
             }
-            QTRY_COMPARE(strip.device.lastColors().value(59), (Rgb{255, 165, 0}));
-            QCOMPARE(strip.device.lastColors()[0], (Rgb{255, 0, 0}));
-            QCOMPARE(strip.device.lastColors()[10], (Rgb{0, 128, 0}));
-            // A row removed lowers the total at once and sends nothing; the one added after it counts
-            // from its own index, and the preview keeps its 60 LEDs, the dropped ones dark.
-            child<QPushButton>(dialog, "removeBtn")->click();
-            QCOMPARE(child<QLabel>(dialog, "totalLabel")->text(), QString("总计 30 个LED灯珠"));
-            strip.watch(0);
-            QCOMPARE(strip.device.lastColors().value(59), (Rgb{255, 165, 0}));
-            add->click();
-            dialog->findChildren<QSpinBox*>().last()->setValue(5);
-            QTRY_COMPARE(strip.device.lastColors().value(35), (Rgb{0, 0, 0}));
-            QCOMPARE(strip.device.lastCount(), uint16_t(60));
-            QCOMPARE(strip.device.lastColors()[34], (Rgb{255, 165, 0}));
-            // The header's close button cancels.
-            accept ? dialog->accept()
-                   : QTest::mouseClick(child<QToolButton>(dialog, "toolButton"), Qt::LeftButton);
+            QMetaObject::invokeMethod(
+                qApp, [] { QCoreApplication::exit(42); }, Qt::QueuedConnection);
         });
+        QTimer noDialog;
+        connect(&noDialog, &QTimer::timeout, qApp, [] { QCoreApplication::exit(-1); });
+        noDialog.start(4 * kFoundMs);
         start(0);
-        QTRY_VERIFY_WITH_TIMEOUT(sawDialog, kFoundMs);
+        app->window().hide();
+        QCOMPARE(QCoreApplication::exec(), ending == 2 ? 0 : 42);
         QVERIFY(!QTest::currentTestFailed());
-        if (accept) {
-            QTRY_COMPARE(app->devices().controllerNames(), QStringList{strip.id});
-            QCOMPARE(stored(strip.id).value("nbLeds").toInt(), 35);
-            QCOMPARE(stored(strip.id).value("lines").toArray(), (QJsonArray{10, 20, 5}));
-        } else {
-            QTRY_VERIFY(log.contains("没有正确地配置LED灯珠，控制器已被释放"));
-            QVERIFY(app->devices().controllerNames().isEmpty());
-            QCOMPARE(stored(strip.id).value("lines").toArray(), (QJsonArray{30, 20}));
-        }
+        QCOMPARE(app->devices().controllerNames(), ending == 0 ? QStringList{strip.id} : QStringList());
+        QCOMPARE(log.count("The strip dialog was open when the program quit"), int(ending == 2));
+        const QJsonObject stored = this->stored(strip.id);
+        QCOMPARE(stored.value("nbLeds"), kept.value("nbLeds"));
+        QCOMPARE(stored.value("lines"), kept.value("lines"));
+    }
+
+    // The program itself on a stored layout it cannot use: it runs on, names the value once and
+    // waits at the strip dialog with the strip dark; a SIGTERM there ends it normally, the layout
+    // left as it was.
+    void badLayoutInTheProgram_data()
+    {
+        QTest::addColumn<QJsonObject>("layout");
+        QTest::addColumn<QString>("warning");
+        QTest::addColumn<QJsonObject>("kept");
+        const QJsonObject none{{"nbLeds", 0}, {"lines", QJsonArray()}};
+        QTest::newRow("2000000000 LEDs")
+            << QJsonObject{{"nbLeds", 2000000000}, {"lines", QJsonArray{2000000000}}}
+            << "\"nbLeds\" is 2000000000, not a count" << none;
+        QTest::newRow("-5 LEDs") << QJsonObject{{"nbLeds", -5}, {"lines", QJsonArray{-5}}}
+                                 << "\"nbLeds\" is -5, not a count" << none;
+        const QJsonObject short50{{"nbLeds", 60}, {"lines", QJsonArray{30, 20}}};
+        QTest::newRow("lines that don't add up")
+            << short50 << "\"lines\" add up to 50, not \"nbLeds\" 60" << short50;
+    }
+    void badLayoutInTheProgram()
+    {
+        QFETCH(QJsonObject, layout);
+        QFETCH(QString, warning);
+        QFETCH(QJsonObject, kept);
+        Strip strip("OV5512", "CCCC", link("strip1"));
+        const QString folder = QString::fromLocal8Bit(qgetenv("XDG_CONFIG_HOME")) + "/orvanta";
+        const QString file = folder + "/controllers/" + QUrl::toPercentEncoding(strip.id) + ".json";
+        QVERIFY(QDir(folder).removeRecursively());
+        QVERIFY(TestFiles::write(file, QJsonDocument(layout).toJson()));
+        QTemporaryDir runtime; // its own instance lock, whatever else runs beside this test
+        QProcess program;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("XDG_RUNTIME_DIR", runtime.path());
+        env.insert("QT_QPA_PLATFORM", "offscreen");
+        env.insert("ORVANTA_EXTRA_PORTS", strip.device.linkPath());
+        program.setProcessEnvironment(env);
+        program.setProcessChannelMode(QProcess::MergedChannels);
+        program.start(QStringLiteral(ORVANTA_BINARY_PATH), QStringList());
+        QByteArray out;
+        const QByteArray asking = "[OrvantaApp]: Asking for the strips of " + strip.id.toUtf8();
+        QTRY_VERIFY_WITH_TIMEOUT((out += program.readAll()).contains(asking), 4 * kFoundMs);
+        QCOMPARE(program.state(), QProcess::Running);
+        QCOMPARE(out.count(warning.toUtf8()), 1);
+        const QVector<Rgb> leds = strip.device.lastColors();
+        QVERIFY(std::all_of(leds.begin(), leds.end(), [](Rgb c) { return c == Rgb{}; }));
+        QCOMPARE(::kill(pid_t(program.processId()), SIGTERM), 0);
+        QVERIFY(program.waitForFinished(30000));
+        QVERIFY2(program.exitStatus() == QProcess::NormalExit && program.exitCode() == 0,
+                 QByteArray(out + program.readAll()).right(2000).constData());
+        const QJsonObject stored = TestFiles::readJson(file);
+        QCOMPARE(stored.value("nbLeds"), kept.value("nbLeds"));
+        QCOMPARE(stored.value("lines"), kept.value("lines"));
     }
 
     // The control page and the colour panels drive the strip shown, and only that one; the program

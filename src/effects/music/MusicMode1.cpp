@@ -1,6 +1,7 @@
 #include "MusicMode1.h"
 
 #include "ConfigurationManager.h"
+#include "LedLayout.h"
 #include "OptionBounds.h"
 
 #include <QColor>
@@ -53,7 +54,7 @@ void MusicMode1::readConfiguration()
                                    .toObject();
     const QJsonObject stored = config.value(QStringLiteral("fragments")).toObject();
     // A fragment's LEDs must lie on this strip, which is never longer than a frame can carry.
-    const double lastEnd = std::min(controlOptions.nbLeds, kMaxLeds);
+    const double lastEnd = std::min(controlOptions.nbLeds, LedLayout::maxLeds);
     constexpr int anyInt = std::numeric_limits<int>::max();
     for (auto it = stored.constBegin(); it != stored.constEnd(); ++it) {
         const QString name = it.key();

@@ -3,11 +3,10 @@
 #include "ui_ControllerConfigDialog.h"
 
 #include <QEvent>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QMetaType>
 #include <QSpinBox>
-
-#include <limits>
 
 ControllerConfigDialog::ControllerConfigDialog(QWidget* parent)
     : BaseDialog(parent)
@@ -39,8 +38,9 @@ void ControllerConfigDialog::addLine()
     auto* label = new QLabel(tr("line %1").arg(n + 1), ui->scrollAreaWidgetContents);
     auto* spinBox = new QSpinBox(ui->scrollAreaWidgetContents);
     spinBox->setMinimum(0);
-    spinBox->setMaximum(std::numeric_limits<int>::max());
+    spinBox->setMaximum(limit - total);
     spinBox->setValue(0);
+    spinBox->installEventFilter(this);
     ui->linesLayout->addWidget(label, n, 0, Qt::AlignRight);
     ui->linesLayout->addWidget(spinBox, n, 1);
     connect(spinBox, QOverload<int>::of(&QSpinBox::valueChanged), this,
@@ -61,6 +61,7 @@ void ControllerConfigDialog::onValueChanged(int index, int value)
     lines[index] = uint32_t(value);
     total += value;
     showTotal();
+    updateMaxima();
     emit linesChanged(total, lines);
 }
 
@@ -75,6 +76,41 @@ void ControllerConfigDialog::removeLine()
     showTotal();
     delete row.spinBox;
     delete row.label;
+    updateMaxima();
+}
+
+void ControllerConfigDialog::setLimit(int maxTotal)
+{
+    limit = maxTotal;
+    updateMaxima();
+}
+
+// Each box may take what the others leave of the limit, so the total never passes it.
+void ControllerConfigDialog::updateMaxima()
+{
+    for (const Row& row : qAsConst(rows)) {
+        const int own = int(lines[row.index]);
+        row.spinBox->setMaximum(qMax(own, limit - (total - own)));
+    }
+}
+
+bool ControllerConfigDialog::eventFilter(QObject* watched, QEvent* event)
+{
+    if (event->type() == QEvent::KeyPress) {
+        const int key = static_cast<QKeyEvent*>(event)->key();
+        for (int i = 0; (key == Qt::Key_Return || key == Qt::Key_Enter) && i < rows.size(); ++i) {
+            if (rows[i].spinBox != watched) {
+                continue;
+            }
+            rows[i].spinBox->interpretText();
+            if (i + 1 < rows.size()) {
+                rows[i + 1].spinBox->setFocus(Qt::TabFocusReason);
+                rows[i + 1].spinBox->selectAll();
+            }
+            return true;
+        }
+    }
+    return BaseDialog::eventFilter(watched, event);
 }
 
 void ControllerConfigDialog::showTotal()

@@ -5,6 +5,7 @@
 #include <QVector>
 
 #include <cstdint>
+#include <limits>
 
 class QLabel;
 class QSpinBox;
@@ -25,12 +26,16 @@ public:
     // LEDs per line, in line order, and their sum, as the user has set them so far.
     QVector<uint32_t> currentLines() const { return lines; }
     int currentTotal() const { return total; }
+    // The most LEDs all lines together may hold: the boxes stop there.
+    void setLimit(int maxTotal);
 
 signals:
     void linesChanged(int nbLeds, QVector<uint32_t> lines);
 
 protected:
     void changeEvent(QEvent* event) override;
+    // Return in a line's box moves on to the next box instead of accepting the dialog.
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 private slots:
     void addLine();
@@ -46,9 +51,11 @@ private:
 
     void onValueChanged(int index, int value);
     void showTotal();
+    void updateMaxima();
 
     Ui::ControllerConfigDialog* ui;
     QVector<Row> rows;
     QVector<uint32_t> lines;
     int total = 0;
+    int limit = std::numeric_limits<int>::max();
 };
