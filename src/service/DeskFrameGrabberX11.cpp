@@ -438,29 +438,48 @@ void DeskFrameGrabberX11::releaseStages()
     pendingDamage.clear();
 }
 
+int DeskFrameGrabberX11::halvings(int from, int to)
+{
+    int n = 0;
+    while (to > 0 && (int64_t(to) << (n + 1)) <= from) {
+        ++n;
+    }
+    return n;
+}
+
 bool DeskFrameGrabberX11::buildStages(const QRect& area, const QSize& size)
 {
     releaseStages();
     static const char bilinear[] = "bilinear";
+    // Each axis ends in exact 2:1 steps (2 x 2 means); the first pass, a free ratio below 2 on the
+    // full picture, brings it to the target times a power of two. Halving first and stretching
+    // last would drop the odd row or column of every step: the bottom 8 rows of 1080 at 67.
+    const int nx = halvings(area.width(), size.width());
+    const int ny = halvings(area.height(), size.height());
+    QVector<QSize> plan;
+    const QSize start(size.width() << nx, size.height() << ny);
+    if (start != area.size() || (nx == 0 && ny == 0)) {
+        plan.append(start);
+    }
+    for (int pass = 0; pass < std::max(nx, ny); ++pass) {
+        const QSize previous = plan.isEmpty() ? area.size() : plan.constLast();
+        plan.append(QSize(pass < nx ? previous.width() / 2 : previous.width(),
+                          pass < ny ? previous.height() / 2 : previous.height()));
+    }
     QSize current = area.size();
     xcb_render_picture_t source = rootPicture;
     QPoint offset = area.topLeft();
-    do {
-        // Each axis halves with an exact 2:1 step (a 2 x 2 mean) while it is at least twice the
-        // target; the remaining ratio, below 2, is one last bilinear step.
-        const bool halveX = current.width() >= 2 * size.width();
-        const bool halveY = current.height() >= 2 * size.height();
-        const QSize next(halveX ? current.width() / 2 : size.width(),
-                         halveY ? current.height() / 2 : size.height());
-        const double sx = halveX ? 2.0 : double(current.width()) / next.width();
-        const double sy = halveY ? 2.0 : double(current.height()) / next.height();
+    for (int i = 0; i < plan.size(); ++i) {
+        const QSize next = plan[i];
+        const double sx = double(current.width()) / next.width();
+        const double sy = double(current.height()) / next.height();
         const xcb_render_transform_t transform{
             fixed(sx), 0, fixed(offset.x()), 0, fixed(sy), fixed(offset.y()), 0, 0, fixed(1.0)};
         xcb_render_set_picture_transform(connection, source, transform);
 
         // Passes keep the root's format, which the server scales on its fast path; only the
         // small last one converts to the format the frame is read in.
-        const bool last = next == size;
+        const bool last = i == plan.size() - 1;
         Stage stage;
         stage.size = next;
         stage.pixmap = xcb_generate_id(connection);
@@ -475,7 +494,7 @@ bool DeskFrameGrabberX11::buildStages(const QRect& area, const QSize& size)
         source = stage.picture;
         offset = QPoint();
         current = next;
-    } while (current != size);
+    }
     stagedArea = area;
     stagedSize = size;
     return !xcb_connection_has_error(connection);
@@ -654,15 +673,53 @@ DeskFrameGrabber::Result DeskFrameGrabberX11::grabScaled(const QRect& area, cons
     return Result::Frame;
 }
 
+QRect DeskFrameGrabberX11::rootRect()
+{
+    auto geometry = reply(xcb_get_geometry_reply(connection, xcb_get_geometry(connection, root), nullptr));
+    return geometry ? QRect(0, 0, geometry->width, geometry->height) : QRect();
+}
+
 DeskFrameGrabber::Result DeskFrameGrabberX11::grabFull(const QRect& area, const QSize& size, QImage* frame)
 {
+    if (area != fullArea) {
+        fullArea = area;
+        rootBounds = rootRect();
+        clipLogged = false;
+        unreadableLogged = false;
+    }
+    // A read that reaches beyond the root fails as a whole: read the part on the screen.
+    QRect visible;
     const uint8_t* data = nullptr;
-    const Result result = readPixels(root, area.x(), area.y(), area.width(), area.height(), &data);
+    auto read = [&] {
+        visible = area & rootBounds;
+        return visible.isEmpty()
+                   ? Result::Skip
+                   : readPixels(root, visible.x(), visible.y(), visible.width(), visible.height(), &data);
+    };
+    Result result = read();
+    if (result == Result::Skip) {
+        const QRect fresh = rootRect(); // the screen may have been resized
+        if (fresh != rootBounds) {
+            rootBounds = fresh;
+            result = read();
+        }
+    }
+    if (result == Result::Skip && !unreadableLogged) {
+        unreadableLogged = true;
+        qWarning().noquote() << "[DeskDuplManager]: Cannot read" << area << "of" << display
+                             << "- the screen is" << rootBounds.size() << "- its frames are skipped";
+    }
     if (result != Result::Frame) {
         return result;
     }
+    if (visible != area && !clipLogged) {
+        clipLogged = true;
+        qInfo().noquote() << "[DeskDuplManager]: The monitor" << area << "reaches beyond the screen"
+                          << rootBounds.size() << "of" << display << "- mode 1 reads only" << visible;
+    }
     QImage out(size, QImage::Format_RGBA8888);
-    averageAreas(data, area.width(), area.height(), strideOf(area.width(), rootLayout), rootLayout, &out);
+    averageAreas(data, visible.width(), visible.height(), strideOf(visible.width(), rootLayout), rootLayout,
+                 &out);
     *frame = out;
     return Result::Frame;
 }
