@@ -2,6 +2,7 @@
 
 #include "ScreenSyncEditScene.h"
 
+#include <QFontMetricsF>
 #include <QPainter>
 
 LEDItem::LEDItem(int id, QGraphicsItem* parent)
@@ -13,17 +14,44 @@ LEDItem::LEDItem(int id, QGraphicsItem* parent)
     setCacheMode(DeviceCoordinateCache);
 }
 
+QString LEDItem::label() const
+{
+    return QStringLiteral("%1").arg(id + 1);
+}
+
+QFont LEDItem::labelFont(QFont font) const
+{
+    font.setPointSize(label().size() > 2 ? 15 : 20);
+    return font;
+}
+
+QRectF LEDItem::labelRect() const
+{
+    const QFontMetricsF metrics(labelFont(QFont()));
+    QRectF box(0, 0, metrics.horizontalAdvance(label()), metrics.height());
+    box.moveCenter(rect().center());
+    return box;
+}
+
+void LEDItem::setLabelShown(bool shown)
+{
+    if (shown != labelShown) {
+        labelShown = shown;
+        update();
+    }
+}
+
 void LEDItem::paint(QPainter* painter, const QStyleOptionGraphicsItem*, QWidget*)
 {
     painter->setPen(QPen(QColor(0, 164, 237, 255), 2));
     painter->setBrush(QColor(0, 155, 224, 196));
     painter->drawRect(rect());
-    const QString label = QStringLiteral("%1").arg(id + 1);
-    QFont font = painter->font();
-    font.setPointSize(label.size() > 2 ? 15 : 20);
-    painter->setFont(font);
+    if (!labelShown) {
+        return;
+    }
+    painter->setFont(labelFont(painter->font()));
     painter->setPen(QColor(239, 239, 239, 255));
-    painter->drawText(rect(), Qt::AlignCenter, label);
+    painter->drawText(rect(), Qt::AlignCenter, label());
 }
 
 void LEDItem::mouseReleaseEvent(QGraphicsSceneMouseEvent* event)
