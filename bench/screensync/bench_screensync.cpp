@@ -1,7 +1,9 @@
 // Screen sync figures on a private Xvfb at 1920x1080x24: the cost of a grab in both capture
-// modes, the X server's CPU while capturing, the latency from a repaint to the strip, and the
-// pipeline's cost per frame, and the time from a drop in the layout editor to the strip.
+// modes, the X server's CPU while capturing, the latency from a repaint to the strip, the
+// pipeline's cost per frame, the time from a drop in the layout editor to the strip, and the
+// resident memory of three strips over a minute. Arguments pick sections: "a d f" runs those.
 #include "AbsWorkerWidget.h"
+#include "ConfigurationManager.h"
 #include "DeskCaptureBackendX11.h"
 #include "DeskCaptureOption.h"
 #include "DeskDuplManager.h"
@@ -18,12 +20,14 @@
 
 #include <QApplication>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QMouseEvent>
 #include <QRandomGenerator>
 #include <QTemporaryDir>
 #include <QTimer>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <ctime>
@@ -318,6 +322,81 @@ void editorDrop(ScreenPainter& painter)
     effects.unbind(id);
 }
 
+qint64 residentKb()
+{
+    QFile status(QStringLiteral("/proc/self/status"));
+    if (!status.open(QIODevice::ReadOnly)) {
+        return -1;
+    }
+    for (const QByteArray& line : status.readAll().split('\n')) {
+        if (line.startsWith("VmRSS:")) {
+            return line.mid(6).trimmed().split(' ').first().toLongLong();
+        }
+    }
+    return -1;
+}
+
+// Three strips on full screen at blur 1.0 while the whole screen changes at 30 Hz: the work
+// thread keeps the newest frame of each source, so a pipeline slower than the capture skips
+// frames and memory stays flat.
+void memoryFlat(ScreenPainter& painter, int seconds)
+{
+    std::printf(
+        "(f) resident memory, 3 strips of 72 LEDs on full screen at blur 1.0, the screen repainted at 30 "
+        "Hz, %d s after 5 s of warm-up\n",
+        seconds);
+    EffectsManager effects;
+    const QString effect = QStringLiteral("com.orvanta.screenSync.fullScreen");
+    DeviceRig rigs[3];
+    std::atomic<int> processed{0};
+    for (int i = 0; i < 3; ++i) {
+        ControlOptions options = DeviceRig::defaultOptions(72);
+        options.lines = {18, 36, 18};
+        options.id = QStringLiteral("OV5512:MEMORY%1").arg(i);
+        if (!rigs[i].start(options)) {
+            std::printf("    no virtual device\n");
+            return;
+        }
+        rigs[i].device.setKeepFrames(false);
+        ConfigurationManager::instance()->setEffectVariant(effect, options.id, QStringLiteral("blurStrength"),
+                                                           1.0);
+        const IEffectWorkerPtr worker = effects.bind(rigs[i].controller, effect);
+        QObject::connect(
+            worker.data(), qOverload<QVector<QVector<OV_RGB>>>(&IEffectWorker::updateColors), worker.data(),
+            [&processed] { ++processed; }, Qt::DirectConnection);
+    }
+    QTimer repaint;
+    int phase = 0;
+    QObject::connect(&repaint, &QTimer::timeout, [&] {
+        ++phase;
+        painter.paint(QRect(QPoint(), screen),
+                      {{QRect(QPoint(), screen), QColor::fromHsv(phase * 7 % 360, 255, 255)}});
+    });
+    repaint.start(33);
+    int captured = 0;
+    QObject receiver;
+    QObject::connect(DeskDuplManager::instance()->capturer(0).data(), &IDeskCapture::frameTick, &receiver,
+                     [&captured] { ++captured; });
+    wait(5000);
+    const qint64 start = residentKb();
+    const int startProcessed = processed.load();
+    captured = 0;
+    qint64 peak = start;
+    for (int s = 0; s < seconds; ++s) {
+        wait(1000);
+        peak = std::max(peak, residentKb());
+    }
+    const qint64 end = residentKb();
+    repaint.stop();
+    std::printf("    resident %.1f MB at the start, %.1f MB at the end (growth %+.2f MB, peak %+.2f MB); "
+                "%d frames captured, %d colour sets out of 3 workers (%.1f per worker per second)\n",
+                start / 1024.0, end / 1024.0, (end - start) / 1024.0, (peak - start) / 1024.0, captured,
+                processed.load() - startProcessed, (processed.load() - startProcessed) / 3.0 / seconds);
+    for (DeviceRig& rig : rigs) {
+        effects.unbind(rig.controller->controlOptions().id);
+    }
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -337,13 +416,31 @@ int main(int argc, char** argv)
     painter.open(server.display());
     painter.paint(QRect(QPoint(), screen), ScreenPainter::pictureA(screen));
 
-    grabCost(server.display(), painter);
+    // Sections by letter; none given: all of them.
+    QStringList sections = app.arguments().mid(1);
+    if (sections.isEmpty()) {
+        sections = QStringList{"a", "b", "c", "d", "e", "f"};
+    }
+    if (sections.contains("a")) {
+        grabCost(server.display(), painter);
+    }
     DeskDuplManager* registry = DeskDuplManager::instance();
-    serverCpu(server, *registry, painter);
+    if (sections.contains("b")) {
+        serverCpu(server, *registry, painter);
+    }
     registry->option()->setCurMode(0);
-    latency(painter);
-    pipelineCost();
-    editorDrop(painter);
+    if (sections.contains("c")) {
+        latency(painter);
+    }
+    if (sections.contains("d")) {
+        pipelineCost();
+    }
+    if (sections.contains("e")) {
+        editorDrop(painter);
+    }
+    if (sections.contains("f")) {
+        memoryFlat(painter, 60);
+    }
     registry->shutdown();
     return 0;
 }
