@@ -438,48 +438,61 @@ void DeskFrameGrabberX11::releaseStages()
     pendingDamage.clear();
 }
 
-int DeskFrameGrabberX11::halvings(int from, int to)
+QVector<DeskFrameGrabberX11::Step> DeskFrameGrabberX11::axisSteps(int from, int to)
 {
-    int n = 0;
-    while (to > 0 && (int64_t(to) << (n + 1)) <= from) {
-        ++n;
+    // Exact halvings (2 x 2 means) while the size is even and at least twice the target.
+    QVector<Step> steps;
+    int size = from;
+    while (size % 2 == 0 && size >= 2 * to) {
+        size /= 2;
+        steps.append({size, 2.0});
     }
-    return n;
+    if (size == to) {
+        return steps;
+    }
+    // Then one bilinear step to the target times a power of two, at a ratio between 0.75 and 1.5
+    // so that every row weighs at least half as much as its neighbours, and exact halvings down
+    // to the target. Halving an odd size instead dropped its last row: the bottom 8 rows of 1080
+    // never reached 67.
+    int halvings = 0;
+    while ((to << (halvings + 1)) <= size) {
+        ++halvings;
+    }
+    if (double(size) / (to << halvings) > 1.5) {
+        ++halvings;
+    }
+    const int next = to << halvings;
+    if (next != size) {
+        steps.append({next, double(size) / next});
+    }
+    for (int i = halvings - 1; i >= 0; --i) {
+        steps.append({to << i, 2.0});
+    }
+    return steps;
 }
 
 bool DeskFrameGrabberX11::buildStages(const QRect& area, const QSize& size)
 {
     releaseStages();
     static const char bilinear[] = "bilinear";
-    // Each axis ends in exact 2:1 steps (2 x 2 means); the first pass, a free ratio below 2 on the
-    // full picture, brings it to the target times a power of two. Halving first and stretching
-    // last would drop the odd row or column of every step: the bottom 8 rows of 1080 at 67.
-    const int nx = halvings(area.width(), size.width());
-    const int ny = halvings(area.height(), size.height());
-    QVector<QSize> plan;
-    const QSize start(size.width() << nx, size.height() << ny);
-    if (start != area.size() || (nx == 0 && ny == 0)) {
-        plan.append(start);
-    }
-    for (int pass = 0; pass < std::max(nx, ny); ++pass) {
-        const QSize previous = plan.isEmpty() ? area.size() : plan.constLast();
-        plan.append(QSize(pass < nx ? previous.width() / 2 : previous.width(),
-                          pass < ny ? previous.height() / 2 : previous.height()));
-    }
-    QSize current = area.size();
+    const QVector<Step> xs = axisSteps(area.width(), size.width());
+    const QVector<Step> ys = axisSteps(area.height(), size.height());
+    // The shorter axis keeps its size (a bilinear copy at 1:1) once it is done; one pass at least,
+    // which converts the picture to the format read.
+    const int passes = std::max({xs.size(), ys.size(), 1});
     xcb_render_picture_t source = rootPicture;
     QPoint offset = area.topLeft();
-    for (int i = 0; i < plan.size(); ++i) {
-        const QSize next = plan[i];
-        const double sx = double(current.width()) / next.width();
-        const double sy = double(current.height()) / next.height();
+    for (int i = 0; i < passes; ++i) {
+        const Step x = i < xs.size() ? xs[i] : Step{size.width(), 1.0};
+        const Step y = i < ys.size() ? ys[i] : Step{size.height(), 1.0};
+        const QSize next(x.size, y.size);
         const xcb_render_transform_t transform{
-            fixed(sx), 0, fixed(offset.x()), 0, fixed(sy), fixed(offset.y()), 0, 0, fixed(1.0)};
+            fixed(x.scale), 0, fixed(offset.x()), 0, fixed(y.scale), fixed(offset.y()), 0, 0, fixed(1.0)};
         xcb_render_set_picture_transform(connection, source, transform);
 
         // Passes keep the root's format, which the server scales on its fast path; only the
         // small last one converts to the format the frame is read in.
-        const bool last = i == plan.size() - 1;
+        const bool last = i == passes - 1;
         Stage stage;
         stage.size = next;
         stage.pixmap = xcb_generate_id(connection);
@@ -493,7 +506,6 @@ bool DeskFrameGrabberX11::buildStages(const QRect& area, const QSize& size)
         stages.append(stage);
         source = stage.picture;
         offset = QPoint();
-        current = next;
     }
     stagedArea = area;
     stagedSize = size;

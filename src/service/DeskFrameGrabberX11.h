@@ -12,8 +12,9 @@
 #include <cstdint>
 
 // X11 grabbing on a connection of its own. Mode 0 lets the server scale a RENDER picture of the
-// root (with its inferiors) down: one free-ratio pass, then halving passes, each 2:1 bilinear step
-// an exact 2 x 2 mean, and reads only the small result; with DAMAGE the passes redo only what
+// root (with its inferiors) down in halving passes, each 2:1 bilinear step an exact 2 x 2 mean,
+// plus on each axis at most one step of a ratio between 0.75 and 1.5 where its size doesn't halve
+// down to the target, and reads only the small result; with DAMAGE the passes redo only what
 // changed since the last frame. Mode 1, and mode 0 without RENDER, read the monitor full size
 // (clipped to the root) and average areas on the CPU. Reads go through a MIT-SHM segment when a
 // probe proved that the server can share memory with us, else through GetImage.
@@ -39,8 +40,15 @@ public:
     // Averages every output pixel over its source rectangle (integer box sums) into out.
     static void averageAreas(const uint8_t* src, int width, int height, int stride, const PixelLayout& layout,
                              QImage* out);
-    // How many exact halvings take `from` down to no less than `to`.
-    static int halvings(int from, int to);
+
+    // One pass of mode 0's scaling along one axis: the size it makes and the ratio it scales by.
+    struct Step
+    {
+        int size;
+        double scale;
+    };
+    // The passes that take one axis from `from` pixels down to `to`, none losing a row.
+    static QVector<Step> axisSteps(int from, int to);
 
 private:
     enum class ShmKind
