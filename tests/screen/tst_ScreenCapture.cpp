@@ -346,12 +346,14 @@ private slots:
         effects->activeOperate(id, topId);
         auto* combo = effects->workerOptions(topId).optionWidget->findChild<QComboBox*>("comboBox");
         const auto rowsMatch = [&] {
-            const QList<int> all = registry()->allCapturer();
-            bool same = combo->count() == all.size();
-            for (int i = 0; same && i < all.size(); ++i) {
-                same = combo->itemText(i) == registry()->capturerDesc(all[i]);
+            QStringList rows, descs;
+            for (int i = 0; i < combo->count(); ++i) {
+                rows << combo->itemText(i);
             }
-            return same;
+            for (int source : registry()->allCapturer()) {
+                descs << registry()->capturerDesc(source);
+            }
+            return rows == descs;
         };
         const auto xrandr = [](const QStringList& args) { return QProcess::execute("xrandr", args) == 0; };
         QTRY_VERIFY(shows(*rig, 0, orange));
@@ -380,16 +382,17 @@ private slots:
                 [&sent](QVector<QVector<OV_RGB>> lines) {
                     sent.append(QColor(lines[0][0].r, lines[0][0].g, lines[0][0].b));
                 });
-        QSemaphore held, gate;
-        auto release = qScopeGuard([&gate] { gate.release(); });
+        // Shared with the work thread, which may still be leaving acquire() when the case ends.
+        const auto held = QSharedPointer<QSemaphore>::create(), gate = QSharedPointer<QSemaphore>::create();
+        auto release = qScopeGuard([gate] { gate->release(); });
         QMetaObject::invokeMethod(
             worker.data(),
-            [&] {
-                held.release();
-                gate.acquire();
+            [held, gate] {
+                held->release();
+                gate->acquire();
             },
             Qt::QueuedConnection);
-        QVERIFY(held.tryAcquire(1, 5000));
+        QVERIFY(held->tryAcquire(1, 5000));
         QColor seen;
         connect(registry()->capturer(0).data(), &IDeskCapture::frameTick, &receiver,
                 [&seen](QImage f) { seen = f.pixelColor(10, 33); }); // left of the half painted on top
@@ -399,7 +402,7 @@ private slots:
         }
         const int held0 = sent.size();
         release.dismiss();
-        gate.release();
+        gate->release();
         QTRY_VERIFY(shows(*rig, 0, Qt::yellow));
         QVERIFY(!sent.mid(held0).contains(QColor(Qt::cyan)) &&
                 !sent.mid(held0).contains(QColor(Qt::magenta)));

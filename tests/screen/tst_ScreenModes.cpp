@@ -306,7 +306,7 @@ private slots:
         Worker w(topId, QStringLiteral("NOMAP"), {8});
         qApp->setProperty("isScreenshot", false);
         const qint64 made = clock.elapsed();
-        const auto colour = [](int i) { return QColor(10 + i, 20 + 2 * i, 30 + 3 * i); };
+        const auto colour = [](int i) { return QColor(10 + i % 240, 50, 90); };
         int first = -1; // the first frame fed with more than 5 s on the worker's clock for sure
         int last = 0;   // frames up to this one were done before 5 s on any clock
         for (int i = 0; first < 0; ++i) {
