@@ -24,6 +24,7 @@
 #include <QMouseEvent>
 #include <QRandomGenerator>
 #include <QTemporaryDir>
+#include <QThread>
 #include <QTimer>
 
 #include <algorithm>
@@ -336,35 +337,10 @@ qint64 residentKb()
     return -1;
 }
 
-// Three strips on full screen at blur 1.0 while the whole screen changes at 30 Hz: the work
-// thread keeps the newest frame of each source, so a pipeline slower than the capture skips
-// frames and memory stays flat.
-void memoryFlat(ScreenPainter& painter, int seconds)
+// Resident memory over `seconds` while the whole screen changes at 30 Hz, after 5 s of warm-up,
+// with the colour sets `processed` counts.
+void measureResident(ScreenPainter& painter, int seconds, const std::atomic<int>& processed, int workers)
 {
-    std::printf(
-        "(f) resident memory, 3 strips of 72 LEDs on full screen at blur 1.0, the screen repainted at 30 "
-        "Hz, %d s after 5 s of warm-up\n",
-        seconds);
-    EffectsManager effects;
-    const QString effect = QStringLiteral("com.orvanta.screenSync.fullScreen");
-    DeviceRig rigs[3];
-    std::atomic<int> processed{0};
-    for (int i = 0; i < 3; ++i) {
-        ControlOptions options = DeviceRig::defaultOptions(72);
-        options.lines = {18, 36, 18};
-        options.id = QStringLiteral("OV5512:MEMORY%1").arg(i);
-        if (!rigs[i].start(options)) {
-            std::printf("    no virtual device\n");
-            return;
-        }
-        rigs[i].device.setKeepFrames(false);
-        ConfigurationManager::instance()->setEffectVariant(effect, options.id, QStringLiteral("blurStrength"),
-                                                           1.0);
-        const IEffectWorkerPtr worker = effects.bind(rigs[i].controller, effect);
-        QObject::connect(
-            worker.data(), qOverload<QVector<QVector<OV_RGB>>>(&IEffectWorker::updateColors), worker.data(),
-            [&processed] { ++processed; }, Qt::DirectConnection);
-    }
     QTimer repaint;
     int phase = 0;
     QObject::connect(&repaint, &QTimer::timeout, [&] {
@@ -387,13 +363,78 @@ void memoryFlat(ScreenPainter& painter, int seconds)
         peak = std::max(peak, residentKb());
     }
     const qint64 end = residentKb();
-    repaint.stop();
-    std::printf("    resident %.1f MB at the start, %.1f MB at the end (growth %+.2f MB, peak %+.2f MB); "
-                "%d frames captured, %d colour sets out of 3 workers (%.1f per worker per second)\n",
-                start / 1024.0, end / 1024.0, (end - start) / 1024.0, (peak - start) / 1024.0, captured,
-                processed.load() - startProcessed, (processed.load() - startProcessed) / 3.0 / seconds);
-    for (DeviceRig& rig : rigs) {
-        effects.unbind(rig.controller->controlOptions().id);
+    const int sets = processed.load() - startProcessed;
+    std::printf(
+        "      resident %.1f MB at the start, %.1f MB at the end: growth %+.2f MB (peak %+.2f MB); %d "
+        "frames captured, %.1f colour sets a worker a second\n",
+        start / 1024.0, end / 1024.0, (end - start) / 1024.0, (peak - start) / 1024.0, captured,
+        sets / double(workers) / seconds);
+}
+
+// Three workers at blur 1.0: the work thread keeps the newest frame of each source, so a pipeline
+// slower than the capture skips frames and memory stays flat.
+void memoryFlat(ScreenPainter& painter, int seconds)
+{
+    std::printf(
+        "(f) resident memory of 3 screen workers at blur 1.0, the screen repainted at 30 Hz, %d s after "
+        "5 s of warm-up\n",
+        seconds);
+    const QString full = QStringLiteral("com.orvanta.screenSync.fullScreen");
+    std::atomic<int> processed{0};
+    const auto count = [&processed](const IEffectWorkerPtr& worker) {
+        QObject::connect(
+            worker.data(), qOverload<QVector<QVector<OV_RGB>>>(&IEffectWorker::updateColors), worker.data(),
+            [&processed] { ++processed; }, Qt::DirectConnection);
+    };
+    {
+        std::printf("    3 strips of 72 LEDs on full screen, each on a virtual device\n");
+        EffectsManager effects;
+        DeviceRig rigs[3];
+        for (int i = 0; i < 3; ++i) {
+            ControlOptions options = DeviceRig::defaultOptions(72);
+            options.lines = {18, 36, 18};
+            options.id = QStringLiteral("OV5512:MEMORY%1").arg(i);
+            if (!rigs[i].start(options)) {
+                std::printf("    no virtual device\n");
+                return;
+            }
+            rigs[i].device.setKeepFrames(false);
+            ConfigurationManager::instance()->setEffectVariant(full, options.id,
+                                                               QStringLiteral("blurStrength"), 1.0);
+            count(effects.bind(rigs[i].controller, full));
+        }
+        measureResident(painter, seconds, processed, 3);
+        for (DeviceRig& rig : rigs) {
+            effects.unbind(rig.controller->controlOptions().id);
+        }
+    }
+    {
+        // A slower machine: the work thread is taken 25 ms of every 33 by other work.
+        std::printf(
+            "    3 top bands of 65535 LEDs with no device, the work thread busy 25 ms of every 33 ms: a "
+            "pipeline slower than the capture\n");
+        const QString top = QStringLiteral("com.orvanta.screenSync.topHalfScreen");
+        InternalEffectFactory factory;
+        QVector<IEffectWorkerPtr> workers;
+        for (int i = 0; i < 3; ++i) {
+            ControlOptions options;
+            options.id = QStringLiteral("BENCH:SLOW%1").arg(i);
+            options.model = QStringLiteral("BENCH");
+            options.nbLeds = 65535;
+            options.lines = {65535};
+            ConfigurationManager::instance()->setEffectVariant(top, options.id,
+                                                               QStringLiteral("blurStrength"), 1.0);
+            workers.append(IEffectWorkerPtr(factory.create(top), &QObject::deleteLater));
+            count(workers.last());
+            workers.last()->load(options);
+        }
+        auto* busy = new QTimer;
+        busy->setInterval(33);
+        busy->moveToThread(AbsScreenSync::currentWorkThread());
+        QObject::connect(busy, &QTimer::timeout, busy, [] { QThread::msleep(25); });
+        QMetaObject::invokeMethod(busy, qOverload<>(&QTimer::start));
+        measureResident(painter, seconds, processed, 3);
+        QMetaObject::invokeMethod(busy, &QObject::deleteLater);
     }
 }
 
