@@ -12,6 +12,7 @@ LEDItem::LEDItem(int id, QGraphicsItem* parent)
     setFlags(ItemIsMovable | ItemSendsGeometryChanges);
     // Drawn once, then blitted: the frame behind repaints the whole scene for every live frame.
     setCacheMode(DeviceCoordinateCache);
+    setZValue(1); // numbered: above the squares without one
 }
 
 QString LEDItem::label() const
@@ -19,15 +20,17 @@ QString LEDItem::label() const
     return QStringLiteral("%1").arg(id + 1);
 }
 
-QFont LEDItem::labelFont(QFont font) const
+// The scene's font, so that the room the scene gives a number is the room it takes.
+QFont LEDItem::labelFont() const
 {
+    QFont font = scene() ? scene()->font() : QFont();
     font.setPointSize(label().size() > 2 ? 15 : 20);
     return font;
 }
 
 QRectF LEDItem::labelRect() const
 {
-    const QFontMetricsF metrics(labelFont(QFont()));
+    const QFontMetricsF metrics(labelFont());
     QRectF box(0, 0, metrics.horizontalAdvance(label()), metrics.height());
     box.moveCenter(rect().center());
     return box;
@@ -37,6 +40,7 @@ void LEDItem::setLabelShown(bool shown)
 {
     if (shown != labelShown) {
         labelShown = shown;
+        setZValue(shown ? 1 : 0);
         update();
     }
 }
@@ -49,7 +53,7 @@ void LEDItem::paint(QPainter* painter, const QStyleOptionGraphicsItem*, QWidget*
     if (!labelShown) {
         return;
     }
-    painter->setFont(labelFont(painter->font()));
+    painter->setFont(labelFont());
     painter->setPen(QColor(239, 239, 239, 255));
     painter->drawText(rect(), Qt::AlignCenter, label());
 }

@@ -25,7 +25,7 @@ protected:
 
 private:
     QString label() const;
-    QFont labelFont(QFont font) const;
+    QFont labelFont() const;
 
     bool labelShown = true;
 };
