@@ -1,7 +1,9 @@
 // Screen sync figures on a private Xvfb at 1920x1080x24: the cost of a grab in both capture
-// modes, the X server's CPU while capturing, the latency from a repaint to the strip, and the
-// pipeline's cost per frame, and the time from a drop in the layout editor to the strip.
+// modes, the X server's CPU while capturing, the latency from a repaint to the strip, the
+// pipeline's cost per frame, the time from a drop in the layout editor to the strip, and the
+// resident memory of three strips over a minute. Arguments pick sections: "a d f" runs those.
 #include "AbsWorkerWidget.h"
+#include "ConfigurationManager.h"
 #include "DeskCaptureBackendX11.h"
 #include "DeskCaptureOption.h"
 #include "DeskDuplManager.h"
@@ -18,12 +20,15 @@
 
 #include <QApplication>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QMouseEvent>
 #include <QRandomGenerator>
 #include <QTemporaryDir>
+#include <QThread>
 #include <QTimer>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <ctime>
@@ -318,6 +323,121 @@ void editorDrop(ScreenPainter& painter)
     effects.unbind(id);
 }
 
+qint64 residentKb()
+{
+    QFile status(QStringLiteral("/proc/self/status"));
+    if (!status.open(QIODevice::ReadOnly)) {
+        return -1;
+    }
+    for (const QByteArray& line : status.readAll().split('\n')) {
+        if (line.startsWith("VmRSS:")) {
+            return line.mid(6).trimmed().split(' ').first().toLongLong();
+        }
+    }
+    return -1;
+}
+
+// Resident memory over `seconds` while the whole screen changes at 30 Hz, after 5 s of warm-up,
+// with the colour sets `processed` counts.
+void measureResident(ScreenPainter& painter, int seconds, const std::atomic<int>& processed, int workers)
+{
+    QTimer repaint;
+    int phase = 0;
+    QObject::connect(&repaint, &QTimer::timeout, [&] {
+        ++phase;
+        painter.paint(QRect(QPoint(), screen),
+                      {{QRect(QPoint(), screen), QColor::fromHsv(phase * 7 % 360, 255, 255)}});
+    });
+    repaint.start(33);
+    int captured = 0;
+    QObject receiver;
+    QObject::connect(DeskDuplManager::instance()->capturer(0).data(), &IDeskCapture::frameTick, &receiver,
+                     [&captured] { ++captured; });
+    wait(5000);
+    const qint64 start = residentKb();
+    const int startProcessed = processed.load();
+    captured = 0;
+    qint64 peak = start;
+    for (int s = 0; s < seconds; ++s) {
+        wait(1000);
+        peak = std::max(peak, residentKb());
+    }
+    const qint64 end = residentKb();
+    const int sets = processed.load() - startProcessed;
+    std::printf(
+        "      resident %.1f MB at the start, %.1f MB at the end: growth %+.2f MB (peak %+.2f MB); %d "
+        "frames captured, %.1f colour sets a worker a second\n",
+        start / 1024.0, end / 1024.0, (end - start) / 1024.0, (peak - start) / 1024.0, captured,
+        sets / double(workers) / seconds);
+}
+
+// Three workers at blur 1.0: the work thread keeps the newest frame of each source, so a pipeline
+// slower than the capture skips frames and memory stays flat.
+void memoryFlat(ScreenPainter& painter, int seconds)
+{
+    std::printf(
+        "(f) resident memory of 3 screen workers at blur 1.0, the screen repainted at 30 Hz, %d s after "
+        "5 s of warm-up\n",
+        seconds);
+    const QString full = QStringLiteral("com.orvanta.screenSync.fullScreen");
+    std::atomic<int> processed{0};
+    const auto count = [&processed](const IEffectWorkerPtr& worker) {
+        QObject::connect(
+            worker.data(), qOverload<QVector<QVector<OV_RGB>>>(&IEffectWorker::updateColors), worker.data(),
+            [&processed] { ++processed; }, Qt::DirectConnection);
+    };
+    {
+        std::printf("    3 strips of 72 LEDs on full screen, each on a virtual device\n");
+        EffectsManager effects;
+        DeviceRig rigs[3];
+        for (int i = 0; i < 3; ++i) {
+            ControlOptions options = DeviceRig::defaultOptions(72);
+            options.lines = {18, 36, 18};
+            options.id = QStringLiteral("OV5512:MEMORY%1").arg(i);
+            if (!rigs[i].start(options)) {
+                std::printf("    no virtual device\n");
+                return;
+            }
+            rigs[i].device.setKeepFrames(false);
+            ConfigurationManager::instance()->setEffectVariant(full, options.id,
+                                                               QStringLiteral("blurStrength"), 1.0);
+            count(effects.bind(rigs[i].controller, full));
+        }
+        measureResident(painter, seconds, processed, 3);
+        for (DeviceRig& rig : rigs) {
+            effects.unbind(rig.controller->controlOptions().id);
+        }
+    }
+    {
+        // A slower machine: the work thread is taken 25 ms of every 33 by other work.
+        std::printf(
+            "    3 top bands of 65535 LEDs with no device, the work thread busy 25 ms of every 33 ms: a "
+            "pipeline slower than the capture\n");
+        const QString top = QStringLiteral("com.orvanta.screenSync.topHalfScreen");
+        InternalEffectFactory factory;
+        QVector<IEffectWorkerPtr> workers;
+        for (int i = 0; i < 3; ++i) {
+            ControlOptions options;
+            options.id = QStringLiteral("BENCH:SLOW%1").arg(i);
+            options.model = QStringLiteral("BENCH");
+            options.nbLeds = 65535;
+            options.lines = {65535};
+            ConfigurationManager::instance()->setEffectVariant(top, options.id,
+                                                               QStringLiteral("blurStrength"), 1.0);
+            workers.append(IEffectWorkerPtr(factory.create(top), &QObject::deleteLater));
+            count(workers.last());
+            workers.last()->load(options);
+        }
+        auto* busy = new QTimer;
+        busy->setInterval(33);
+        busy->moveToThread(AbsScreenSync::currentWorkThread());
+        QObject::connect(busy, &QTimer::timeout, busy, [] { QThread::msleep(25); });
+        QMetaObject::invokeMethod(busy, qOverload<>(&QTimer::start));
+        measureResident(painter, seconds, processed, 3);
+        QMetaObject::invokeMethod(busy, &QObject::deleteLater);
+    }
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -337,13 +457,31 @@ int main(int argc, char** argv)
     painter.open(server.display());
     painter.paint(QRect(QPoint(), screen), ScreenPainter::pictureA(screen));
 
-    grabCost(server.display(), painter);
+    // Sections by letter; none given: all of them.
+    QStringList sections = app.arguments().mid(1);
+    if (sections.isEmpty()) {
+        sections = QStringList{"a", "b", "c", "d", "e", "f"};
+    }
+    if (sections.contains("a")) {
+        grabCost(server.display(), painter);
+    }
     DeskDuplManager* registry = DeskDuplManager::instance();
-    serverCpu(server, *registry, painter);
+    if (sections.contains("b")) {
+        serverCpu(server, *registry, painter);
+    }
     registry->option()->setCurMode(0);
-    latency(painter);
-    pipelineCost();
-    editorDrop(painter);
+    if (sections.contains("c")) {
+        latency(painter);
+    }
+    if (sections.contains("d")) {
+        pipelineCost();
+    }
+    if (sections.contains("e")) {
+        editorDrop(painter);
+    }
+    if (sections.contains("f")) {
+        memoryFlat(painter, 60);
+    }
     registry->shutdown();
     return 0;
 }

@@ -7,21 +7,26 @@
 
 #include <QtDebug>
 
+#include <algorithm>
+
 DeskCaptureRunner::DeskCaptureRunner(DeskCapturer* capturer)
     : capturer(capturer)
     , timer(this)
+    , retryTimer(this)
 {
     // A grab that overruns makes the timer skip the ticks it missed; nothing piles up.
     timer.setTimerType(Qt::PreciseTimer);
     timer.setInterval(intervalMs);
     connect(&timer, &QTimer::timeout, this, &DeskCaptureRunner::tick);
+    retryTimer.setSingleShot(true);
+    connect(&retryTimer, &QTimer::timeout, this, &DeskCaptureRunner::recheck);
 }
 
 DeskCaptureRunner::~DeskCaptureRunner() = default;
 
 void DeskCaptureRunner::recheck()
 {
-    const bool run = active && !broken && capturer->hasListeners();
+    const bool run = active && !retryTimer.isActive() && capturer->hasListeners();
     if (run && !timer.isActive()) {
         timer.start();
     } else if (!run && timer.isActive()) {
@@ -32,15 +37,22 @@ void DeskCaptureRunner::recheck()
     }
 }
 
+void DeskCaptureRunner::sendBlack()
+{
+    QImage black(capturer->outputSize(), QImage::Format_RGBA8888);
+    black.fill(QColor(0, 0, 0, 255));
+    emit capturer->frameTick(black);
+}
+
 void DeskCaptureRunner::setActive(bool on, bool blackFrame)
 {
-    if (!on && active && blackFrame && capturer->hasListeners()) {
-        QImage black(capturer->outputSize(), QImage::Format_RGBA8888);
-        black.fill(QColor(0, 0, 0, 255));
-        emit capturer->frameTick(black);
+    // A failed source already went dark.
+    if (!on && active && blackFrame && !failing && capturer->hasListeners()) {
+        sendBlack();
     }
     active = on;
-    broken = false;
+    retryTimer.stop();
+    retryMs = 0; // a source listed again starts its back-off afresh
     if (!on) {
         grabber.reset();
     }
@@ -50,8 +62,28 @@ void DeskCaptureRunner::setActive(bool on, bool blackFrame)
 void DeskCaptureRunner::shutdown()
 {
     timer.stop();
+    retryTimer.stop();
     grabber.reset();
     active = false;
+}
+
+void DeskCaptureRunner::fail(const char* what)
+{
+    grabber.reset();
+    timer.stop();
+    retryMs = std::clamp(retryMs * 2, int(firstRetryMs), int(lastRetryMs));
+    retryTimer.start(retryMs);
+    if (failing) {
+        return;
+    }
+    failing = true;
+    qWarning().noquote() << "[DeskDuplManager]: Capture of" << capturer->geometry() << what
+                         << "- retrying in 1 s, then less often, up to every 30 s";
+    // Dark rather than frozen on the last picture.
+    if (capturer->hasListeners()) {
+        sendBlack();
+    }
+    emit capturer->grabberFailed();
 }
 
 void DeskCaptureRunner::tick()
@@ -62,10 +94,10 @@ void DeskCaptureRunner::tick()
         return;
     }
     if (!grabber) {
+        capturer->connects.fetch_add(1);
         grabber.reset(capturer->backend->createGrabber());
         if (!grabber) {
-            broken = true;
-            recheck();
+            fail("cannot connect to the display");
             return;
         }
     }
@@ -80,13 +112,17 @@ void DeskCaptureRunner::tick()
     QImage frame;
     const DeskFrameGrabber::Result result = grabber->grab(area, size, mode, &frame);
     if (result == DeskFrameGrabber::Result::Lost) {
-        grabber.reset();
-        broken = true; // the registry tells us when the display is back
-        recheck();
+        fail("lost its connection to the display");
         return;
     }
     if (result != DeskFrameGrabber::Result::Frame) {
         return;
+    }
+    if (failing) {
+        failing = false;
+        retryMs = 0;
+        qInfo().noquote() << "[DeskDuplManager]: Capture of" << area << "is back";
+        emit capturer->grabberRecovered();
     }
     const QString technique = grabber->technique(mode);
     if (technique != loggedTechnique) {

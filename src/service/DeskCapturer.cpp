@@ -5,6 +5,8 @@
 #include <QMetaMethod>
 #include <QtDebug>
 
+#include <algorithm>
+
 DeskCapturer::DeskCapturer(const DeskCaptureBackend* backend, const DeskCaptureOption* option,
                            const QRect& geometry, QObject* parent)
     : IDeskCapture(parent)
@@ -36,13 +38,18 @@ void DeskCapturer::stop()
     thread.wait();
 }
 
-QSize DeskCapturer::defaultOutputSize(const QSize& source)
+int DeskCapturer::aspectHeight(int width, const QSize& source)
 {
     if (source.width() <= 0 || source.height() <= 0) {
-        return QSize(120, 1);
+        return 1;
     }
+    return std::max(1, int(width / (double(source.width()) / double(source.height()))));
+}
+
+QSize DeskCapturer::defaultOutputSize(const QSize& source)
+{
     // 120 wide at the source's aspect: 120 x 67 at 16:9.
-    return QSize(120, std::max(1, int(120.0 * source.height() / source.width())));
+    return QSize(120, aspectHeight(120, source));
 }
 
 QSize DeskCapturer::outputSize() const
@@ -77,9 +84,12 @@ void DeskCapturer::setOutputSize(int width, int height)
 void DeskCapturer::setGeometry(const QRect& geometry)
 {
     QMutexLocker locker(&mutex);
+    const bool resized = geometry.size() != area.size();
     area = geometry;
-    if (output.width() > area.width() || output.height() > area.height()) {
-        output = defaultOutputSize(area.size());
+    if (resized) {
+        // The width asked for stays; the height follows the new aspect.
+        const int width = std::max(1, std::min(output.width(), area.width()));
+        output = QSize(width, std::min(aspectHeight(width, area.size()), std::max(1, area.height())));
     }
 }
 

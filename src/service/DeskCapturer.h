@@ -13,7 +13,8 @@ class DeskCaptureOption;
 class DeskCaptureRunner;
 
 // One monitor as a capture source. It grabs on a thread of its own at 30 frames a second, and
-// only while it is active and something listens to frameTick.
+// only while it is active and something listens to frameTick. Its output keeps the monitor's
+// aspect: a resize or rotation changes the height at the next frame.
 class DeskCapturer : public IDeskCapture
 {
     Q_OBJECT
@@ -36,7 +37,16 @@ public:
 
     bool hasListeners() const;
     int grabCount() const { return grabs.load(); }
+    int connectCount() const { return connects.load(); } // grabber connections tried
     static QSize defaultOutputSize(const QSize& source);
+    // The height that keeps the source's aspect at this width, as the screen workers ask for it.
+    static int aspectHeight(int width, const QSize& source);
+
+signals:
+    // Emitted on the capture thread: the grabber's own connection failed or dropped (it is
+    // retried with back-off), and the first frame after that.
+    void grabberFailed();
+    void grabberRecovered();
 
 protected:
     void connectNotify(const QMetaMethod& signal) override;
@@ -54,4 +64,5 @@ private:
     DeskCaptureRunner* runner; // gone once the thread has ended
     std::atomic<bool> stopped{false};
     std::atomic<int> grabs{0};
+    std::atomic<int> connects{0};
 };

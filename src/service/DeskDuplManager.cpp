@@ -170,6 +170,10 @@ void DeskDuplManager::onMonitorsChanged(int backendIndex)
                 source.name = monitor.name;
                 source.capturer.reset(
                     new DeskCapturer(backends[backendIndex], captureOption, monitor.geometry));
+                connect(source.capturer.data(), &DeskCapturer::grabberFailed, this,
+                        [this, id] { onGrabberFailed(id); });
+                connect(source.capturer.data(), &DeskCapturer::grabberRecovered, this,
+                        [this, id] { onGrabberRecovered(id); });
                 sources.insert(id, source);
             }
             Source& source = sources[id];
@@ -190,6 +194,7 @@ void DeskDuplManager::onMonitorsChanged(int backendIndex)
                 it->present = false;
                 activations.append({it->capturer, false});
                 failed.append(it.key());
+                it->failed = false;
             }
         }
     }
@@ -215,6 +220,7 @@ void DeskDuplManager::onConnectionLost(int backendIndex)
         for (auto it = sources.begin(); it != sources.end(); ++it) {
             if (it->backend == backendIndex && it->present) {
                 it->present = false;
+                it->failed = false;
                 failed.append(it.key());
                 silenced.append(it->capturer);
             }
@@ -227,4 +233,30 @@ void DeskDuplManager::onConnectionLost(int backendIndex)
     for (int id : qAsConst(failed)) {
         emit capturerFailed(id);
     }
+}
+
+void DeskDuplManager::onGrabberFailed(int id)
+{
+    {
+        QMutexLocker locker(&mutex);
+        const auto it = sources.find(id);
+        if (it == sources.end() || !it->present || it->failed) {
+            return;
+        }
+        it->failed = true;
+    }
+    emit capturerFailed(id);
+}
+
+void DeskDuplManager::onGrabberRecovered(int id)
+{
+    {
+        QMutexLocker locker(&mutex);
+        const auto it = sources.find(id);
+        if (it == sources.end() || !it->present || !it->failed) {
+            return;
+        }
+        it->failed = false;
+    }
+    emit capturerReady(id);
 }

@@ -438,29 +438,61 @@ void DeskFrameGrabberX11::releaseStages()
     pendingDamage.clear();
 }
 
+QVector<DeskFrameGrabberX11::Step> DeskFrameGrabberX11::axisSteps(int from, int to)
+{
+    // Exact halvings (2 x 2 means) while the size is even and at least twice the target.
+    QVector<Step> steps;
+    int size = from;
+    while (size % 2 == 0 && size >= 2 * to) {
+        size /= 2;
+        steps.append({size, 2.0});
+    }
+    if (size == to) {
+        return steps;
+    }
+    // Then one bilinear step to the target times a power of two, at a ratio between 0.75 and 1.5
+    // so that every row weighs at least half as much as its neighbours, and exact halvings down
+    // to the target. Halving an odd size instead dropped its last row: the bottom 8 rows of 1080
+    // never reached 67.
+    int halvings = 0;
+    while ((to << (halvings + 1)) <= size) {
+        ++halvings;
+    }
+    if (double(size) / (to << halvings) > 1.5) {
+        ++halvings;
+    }
+    const int next = to << halvings;
+    if (next != size) {
+        steps.append({next, double(size) / next});
+    }
+    for (int i = halvings - 1; i >= 0; --i) {
+        steps.append({to << i, 2.0});
+    }
+    return steps;
+}
+
 bool DeskFrameGrabberX11::buildStages(const QRect& area, const QSize& size)
 {
     releaseStages();
     static const char bilinear[] = "bilinear";
-    QSize current = area.size();
+    const QVector<Step> xs = axisSteps(area.width(), size.width());
+    const QVector<Step> ys = axisSteps(area.height(), size.height());
+    // The shorter axis keeps its size (a bilinear copy at 1:1) once it is done; one pass at least,
+    // which converts the picture to the format read.
+    const int passes = std::max({xs.size(), ys.size(), 1});
     xcb_render_picture_t source = rootPicture;
     QPoint offset = area.topLeft();
-    do {
-        // Each axis halves with an exact 2:1 step (a 2 x 2 mean) while it is at least twice the
-        // target; the remaining ratio, below 2, is one last bilinear step.
-        const bool halveX = current.width() >= 2 * size.width();
-        const bool halveY = current.height() >= 2 * size.height();
-        const QSize next(halveX ? current.width() / 2 : size.width(),
-                         halveY ? current.height() / 2 : size.height());
-        const double sx = halveX ? 2.0 : double(current.width()) / next.width();
-        const double sy = halveY ? 2.0 : double(current.height()) / next.height();
+    for (int i = 0; i < passes; ++i) {
+        const Step x = i < xs.size() ? xs[i] : Step{size.width(), 1.0};
+        const Step y = i < ys.size() ? ys[i] : Step{size.height(), 1.0};
+        const QSize next(x.size, y.size);
         const xcb_render_transform_t transform{
-            fixed(sx), 0, fixed(offset.x()), 0, fixed(sy), fixed(offset.y()), 0, 0, fixed(1.0)};
+            fixed(x.scale), 0, fixed(offset.x()), 0, fixed(y.scale), fixed(offset.y()), 0, 0, fixed(1.0)};
         xcb_render_set_picture_transform(connection, source, transform);
 
         // Passes keep the root's format, which the server scales on its fast path; only the
         // small last one converts to the format the frame is read in.
-        const bool last = next == size;
+        const bool last = i == passes - 1;
         Stage stage;
         stage.size = next;
         stage.pixmap = xcb_generate_id(connection);
@@ -474,8 +506,7 @@ bool DeskFrameGrabberX11::buildStages(const QRect& area, const QSize& size)
         stages.append(stage);
         source = stage.picture;
         offset = QPoint();
-        current = next;
-    } while (current != size);
+    }
     stagedArea = area;
     stagedSize = size;
     return !xcb_connection_has_error(connection);
@@ -654,15 +685,53 @@ DeskFrameGrabber::Result DeskFrameGrabberX11::grabScaled(const QRect& area, cons
     return Result::Frame;
 }
 
+QRect DeskFrameGrabberX11::rootRect()
+{
+    auto geometry = reply(xcb_get_geometry_reply(connection, xcb_get_geometry(connection, root), nullptr));
+    return geometry ? QRect(0, 0, geometry->width, geometry->height) : QRect();
+}
+
 DeskFrameGrabber::Result DeskFrameGrabberX11::grabFull(const QRect& area, const QSize& size, QImage* frame)
 {
+    if (area != fullArea) {
+        fullArea = area;
+        rootBounds = rootRect();
+        clipLogged = false;
+        unreadableLogged = false;
+    }
+    // A read that reaches beyond the root fails as a whole: read the part on the screen.
+    QRect visible;
     const uint8_t* data = nullptr;
-    const Result result = readPixels(root, area.x(), area.y(), area.width(), area.height(), &data);
+    auto read = [&] {
+        visible = area & rootBounds;
+        return visible.isEmpty()
+                   ? Result::Skip
+                   : readPixels(root, visible.x(), visible.y(), visible.width(), visible.height(), &data);
+    };
+    Result result = read();
+    if (result == Result::Skip) {
+        const QRect fresh = rootRect(); // the screen may have been resized
+        if (fresh != rootBounds) {
+            rootBounds = fresh;
+            result = read();
+        }
+    }
+    if (result == Result::Skip && !unreadableLogged) {
+        unreadableLogged = true;
+        qWarning().noquote() << "[DeskDuplManager]: Cannot read" << area << "of" << display
+                             << "- the screen is" << rootBounds.size() << "- its frames are skipped";
+    }
     if (result != Result::Frame) {
         return result;
     }
+    if (visible != area && !clipLogged) {
+        clipLogged = true;
+        qInfo().noquote() << "[DeskDuplManager]: The monitor" << area << "reaches beyond the screen"
+                          << rootBounds.size() << "of" << display << "- mode 1 reads only" << visible;
+    }
     QImage out(size, QImage::Format_RGBA8888);
-    averageAreas(data, area.width(), area.height(), strideOf(area.width(), rootLayout), rootLayout, &out);
+    averageAreas(data, visible.width(), visible.height(), strideOf(visible.width(), rootLayout), rootLayout,
+                 &out);
     *frame = out;
     return Result::Frame;
 }

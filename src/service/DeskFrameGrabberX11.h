@@ -13,10 +13,11 @@
 
 // X11 grabbing on a connection of its own. Mode 0 lets the server scale a RENDER picture of the
 // root (with its inferiors) down in halving passes, each 2:1 bilinear step an exact 2 x 2 mean,
-// and reads only the small result; with DAMAGE the passes redo only what changed since the last
-// frame. Mode 1, and mode 0 without RENDER, read the monitor full size and average areas on the
-// CPU. Reads go through a MIT-SHM segment when a probe proved that the server can share memory
-// with us, else through GetImage.
+// plus on each axis at most one step of a ratio between 0.75 and 1.5 where its size doesn't halve
+// down to the target, and reads only the small result; with DAMAGE the passes redo only what
+// changed since the last frame. Mode 1, and mode 0 without RENDER, read the monitor full size
+// (clipped to the root) and average areas on the CPU. Reads go through a MIT-SHM segment when a
+// probe proved that the server can share memory with us, else through GetImage.
 class DeskFrameGrabberX11 : public DeskFrameGrabber
 {
 public:
@@ -40,6 +41,15 @@ public:
     static void averageAreas(const uint8_t* src, int width, int height, int stride, const PixelLayout& layout,
                              QImage* out);
 
+    // One pass of mode 0's scaling along one axis: the size it makes and the ratio it scales by.
+    struct Step
+    {
+        int size;
+        double scale;
+    };
+    // The passes that take one axis from `from` pixels down to `to`, none losing a row.
+    static QVector<Step> axisSteps(int from, int to);
+
 private:
     enum class ShmKind
     {
@@ -53,7 +63,6 @@ private:
         xcb_pixmap_t pixmap = 0;
         xcb_render_picture_t picture = 0;
         QSize size;
-        QSize scale; // 2 or 1 per axis, or 0 for the last free-ratio step
     };
 
     explicit DeskFrameGrabberX11(xcb_connection_t* connection, int screenNumber, const QString& display);
@@ -74,6 +83,7 @@ private:
     Result grabScaled(const QRect& area, const QSize& size, QImage* frame);
     Result grabFull(const QRect& area, const QSize& size, QImage* frame);
     int strideOf(int width, const PixelLayout& layout) const;
+    QRect rootRect();
 
     QString display;
     xcb_connection_t* connection;
@@ -108,4 +118,11 @@ private:
     size_t segmentSize = 0;
     int sysvId = -1;
     uint8_t* replyData = nullptr; // the last GetImage reply, freed at the next read
+
+    // Mode 1 reads the part of a monitor that lies on the root; each area is logged once when
+    // clipped and once when it can't be read.
+    QRect fullArea;
+    QRect rootBounds;
+    bool clipLogged = false;
+    bool unreadableLogged = false;
 };

@@ -5,6 +5,7 @@
 
 #include <QImage>
 #include <QJsonArray>
+#include <QtTest>
 
 #include <optional>
 
@@ -87,6 +88,17 @@ inline std::optional<QColor> expectedA(const QSize& screenSize, const QSize& fra
         }
     }
     return at(p.x(), p.y());
+}
+
+// Waits up to ten times the target (at least 5 s) and prints what it took: on a loaded machine a
+// target is a figure, not a verdict.
+template <typename Done> bool waitMeasured(const char* what, int targetMs, Done done)
+{
+    QElapsedTimer clock;
+    clock.start();
+    const bool ok = QTest::qWaitFor(done, std::max(5000, 10 * targetMs));
+    qInfo("%s: %lld ms (target %d ms)%s", what, qint64(clock.elapsed()), targetMs, ok ? "" : ", not reached");
+    return ok;
 }
 
 inline bool near(const QColor& a, int r, int g, int b, int tolerance = 4)

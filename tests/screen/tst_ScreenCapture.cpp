@@ -12,7 +12,10 @@
 #include "ScreenSyncEditView.h"
 
 #include <QComboBox>
+#include <QProcess>
 #include <QPushButton>
+#include <QScopeGuard>
+#include <QSemaphore>
 #include <QSlider>
 #include <QtTest>
 
@@ -47,6 +50,13 @@ class TestScreenCapture : public QObject
         }
         effects->bind(rig->controller, effect);
         return rig;
+    }
+    // The controller's entry of an effect's file, as written (the panel's changes go through at once).
+    static QJsonObject onDisk(const QString& effect, const QString& controller)
+    {
+        ConfigurationManager::instance()->flush();
+        const QString path = ConfigurationManager::instance()->configPath() + "/effects/" + effect + ".json";
+        return TestFiles::readJson(path).value(controller).toObject();
     }
     static bool shows(const DeviceRig& rig, int led, const QColor& colour)
     {
@@ -109,10 +119,12 @@ private slots:
         QTRY_VERIFY(shows(*rig, 11, orange));
         blur->setValue(100);
         QTRY_VERIFY(rig->device.lastColors().value(11).r < 190 && rig->device.lastColors().value(11).b > 130);
+        QCOMPARE(onDisk(topId, id).value("blurStrength").toDouble(), 1.0);
         blur->setValue(0);
 
         panel->findChild<QComboBox*>("comboBox")->setCurrentIndex(1);
         QTRY_VERIFY(shows(*rig, 0, Qt::blue));
+        QCOMPARE(onDisk(topId, id).value("sourceIndex").toInt(), 1);
         effects->unbind(id);
         QCOMPARE(ConfigurationManager::instance()->effectVariant(topId, id, "sourceIndex").toInt(), 1);
         QVERIFY(painter.deleteMonitor(QStringLiteral("RIGHT-HALF")) && paintA());
@@ -223,6 +235,9 @@ private slots:
         drag(QPointF(12.5, 33.5));
         QCOMPARE(first->gridPos, QPoint(12, 33));
         QTRY_VERIFY(shows(*rig, 0, Qt::green));
+        const QJsonObject stored =
+            onDisk(fullId, id).value("map").toObject().value("ledMap").toArray()[0].toObject();
+        QCOMPARE(QPoint(stored.value("x").toInt(), stored.value("y").toInt()), QPoint(dir ? 107 : 12, 33));
         QTRY_VERIFY(mismatchesA(rig->device.lastColors().mid(1), points.mid(1), screen) == 0);
         const auto editorShows = [&](const QPointF& cell, const QColor& colour) {
             const QRgb p = view->viewport()->grab().toImage().pixel(at(cell));
@@ -237,6 +252,28 @@ private slots:
         QTRY_VERIFY(shows(*rig, 0, Qt::red));
         panel->findChild<QPushButton*>("resetBtn")->click();
         QTRY_COMPARE(rig->device.lastColors().value(0), before);
+
+        // Numbers only where they have room, none over another; zoomed in, every one.
+        const auto labelled = [&] {
+            int n = 0;
+            for (LEDItem* a : scene->leds()) {
+                for (LEDItem* b : scene->leds()) {
+                    if (a != b && a->hasLabel() && b->hasLabel() &&
+                        a->labelRect().translated(a->pos()).intersects(b->labelRect().translated(b->pos()))) {
+                        return -1;
+                    }
+                }
+                n += a->hasLabel();
+            }
+            return n;
+        };
+        const int unzoomed = labelled();
+        QWheelEvent wheel(QPointF(10, 10), view->viewport()->mapToGlobal(QPoint(10, 10)), QPoint(),
+                          QPoint(0, 30 * 120), Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
+        QApplication::sendEvent(view->viewport(), &wheel);
+        qInfo("%d of 72 numbers at zoom 1, %d at zoom 6", unzoomed, labelled());
+        QVERIFY(unzoomed > 0 && unzoomed < 72);
+        QCOMPARE(labelled(), 72);
         effects->unbind(id);
     }
 
@@ -295,9 +332,87 @@ private slots:
         QVERIFY(paintA());
     }
 
+    // A monitor added with xrandr under a worker of the top band: the panel's rows match the
+    // registry and the new row moves the strip there. Deleted while followed: the worker moves to
+    // the first source, logged once, and the panel shows that row.
+    void workerFollowsHotplug()
+    {
+        const QColor orange(200, 150, 100);
+        const QRect half(960, 0, 960, 1080); // painted last by the case before: on top
+        QVERIFY(painter.paint(QRect(QPoint(), screen), {{QRect(QPoint(), screen), orange}}) &&
+                painter.paint(half, {{QRect(QPoint(), half.size()), Qt::blue}}));
+        auto rig = bindStrip(topId, QStringLiteral("OV2408"));
+        const QString id = rig->controller->controlOptions().id;
+        effects->activeOperate(id, topId);
+        auto* combo = effects->workerOptions(topId).optionWidget->findChild<QComboBox*>("comboBox");
+        const auto rowsMatch = [&] {
+            QStringList rows, descs;
+            for (int i = 0; i < combo->count(); ++i) {
+                rows << combo->itemText(i);
+            }
+            for (int source : registry()->allCapturer()) {
+                descs << registry()->capturerDesc(source);
+            }
+            return rows == descs;
+        };
+        const auto xrandr = [](const QStringList& args) { return QProcess::execute("xrandr", args) == 0; };
+        QTRY_VERIFY(shows(*rig, 0, orange));
+        QVERIFY(xrandr({"--setmonitor", "HOTPLUG", "960/254x1080/286+960+0", "none"}));
+        QTRY_VERIFY(registry()->allCapturer().size() == 2 && rowsMatch());
+        combo->setCurrentIndex(1);
+        QTRY_VERIFY(shows(*rig, 0, Qt::blue));
+        LogCapture log;
+        QVERIFY(xrandr({"--delmonitor", "HOTPLUG"}));
+        QTRY_VERIFY(shows(*rig, 0, orange));
+        QTRY_VERIFY(rowsMatch() && combo->currentIndex() == 0);
+        QCOMPARE(log.count("moves to capturer 0"), 1);
+        effects->unbind(id);
+        QVERIFY(paintA() && painter.paint(half, ScreenPainter::pictureA(half.size())));
+    }
+
+    // The work thread held while the screen shows three pictures in turn: released, the worker
+    // takes the newest frame, so the strip never shows the first two.
+    void newestFrameOnly()
+    {
+        auto rig = bindStrip(topId, QStringLiteral("OV2408"));
+        const IEffectWorkerPtr worker = effects->bind(rig->controller, topId);
+        QVector<QColor> sent; // LED 0 of every colour set the worker sent
+        QObject receiver;     // what is still queued when the case ends dies with it
+        connect(worker.data(), qOverload<QVector<QVector<OV_RGB>>>(&IEffectWorker::updateColors), &receiver,
+                [&sent](QVector<QVector<OV_RGB>> lines) {
+                    sent.append(QColor(lines[0][0].r, lines[0][0].g, lines[0][0].b));
+                });
+        // Shared with the work thread, which may still be leaving acquire() when the case ends.
+        const auto held = QSharedPointer<QSemaphore>::create(), gate = QSharedPointer<QSemaphore>::create();
+        auto release = qScopeGuard([gate] { gate->release(); });
+        QMetaObject::invokeMethod(
+            worker.data(),
+            [held, gate] {
+                held->release();
+                gate->acquire();
+            },
+            Qt::QueuedConnection);
+        QVERIFY(held->tryAcquire(1, 5000));
+        QColor seen;
+        connect(registry()->capturer(0).data(), &IDeskCapture::frameTick, &receiver,
+                [&seen](QImage f) { seen = f.pixelColor(10, 33); }); // left of the half painted on top
+        for (const QColor& c : {QColor(Qt::cyan), QColor(Qt::magenta), QColor(Qt::yellow)}) {
+            QVERIFY(painter.paint(QRect(QPoint(), screen), {{QRect(QPoint(), screen), c}}));
+            QTRY_COMPARE(seen, c); // the source has sent it
+        }
+        const int held0 = sent.size();
+        release.dismiss();
+        gate->release();
+        QTRY_VERIFY(shows(*rig, 0, Qt::yellow));
+        QVERIFY(!sent.mid(held0).contains(QColor(Qt::cyan)) &&
+                !sent.mid(held0).contains(QColor(Qt::magenta)));
+        effects->unbind(rig->controller->controlOptions().id);
+        QVERIFY(paintA());
+    }
+
     // The screen shrunk under a bound worker: the same source re-read (the registry waits 200 ms
-    // after a burst; the limit leaves room for a loaded machine), the new picture on the strip, a
-    // worker bound now asking for the new aspect.
+    // after a burst; the limit leaves room for a loaded machine) at the new aspect, the new
+    // picture on the strip.
     void screenResized()
     {
         auto rig = bindStrip(fullId, QStringLiteral("OV5512"));
@@ -307,6 +422,7 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(!ready.isEmpty(), 5000);
         QCOMPARE(ready.last().at(0).toInt(), 0);
         QCOMPARE(registry()->capturer(0)->sourceSize(), small);
+        QCOMPARE(registry()->capturer(0)->outputSize(), QSize(120, 96)); // the new aspect, bound already
         QCOMPARE(registry()->capturerDesc(0), QStringLiteral("screen 1280x1024+0+0"));
         QVERIFY(painter.paint(QRect(QPoint(), small), ScreenPainter::pictureA(small)));
         const QVector<QPoint> points = readPoints(fullId, 72, QSize(120, 67), 0, map5512);

@@ -14,6 +14,9 @@
 #include <QThreadPool>
 #include <QtDebug>
 
+#include <algorithm>
+#include <limits>
+
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 
@@ -119,6 +122,31 @@ QThread* AbsScreenSync::currentWorkThread()
     return workThread;
 }
 
+double AbsScreenSync::storedStrength(const QString& key, double low, double high)
+{
+    const QVariant stored =
+        ConfigurationManager::instance()->effectVariant(options.id, controlOptions.id, key);
+    if (!stored.isValid() || stored.isNull()) {
+        return 0.0;
+    }
+    bool ok = false;
+    const double value = stored.toDouble(&ok);
+    if (ok && value >= low && value <= high) {
+        return value;
+    }
+    // What the panel can't set: a hand-edited file. NaN and text give the default.
+    const double used = ok && value > high ? high : ok && value < low ? low : 0.0;
+    const QString shown =
+        stored.toString().isEmpty() ? QString::fromLatin1(stored.typeName()) : stored.toString();
+    qWarning().noquote() << QStringLiteral(
+                                "[AbsScreenSync]: The stored \"%1\" of %2 is %3, outside %4 to %5: using %6")
+                                .arg(key, controlOptions.id, shown)
+                                .arg(low)
+                                .arg(high)
+                                .arg(used);
+    return used;
+}
+
 int32_t AbsScreenSync::load(const ControlOptions& ctlOptions)
 {
     colors.resize(ctlOptions.lines.size());
@@ -127,28 +155,27 @@ int32_t AbsScreenSync::load(const ControlOptions& ctlOptions)
     }
     installDirection = ctlOptions.installDirection;
     controlOptions = ctlOptions;
+    lastGoodColors = blackColors();
 
     ConfigurationManager* store = ConfigurationManager::instance();
-    blurStrength =
-        store->effectVariant(options.id, controlOptions.id, QStringLiteral("blurStrength")).toDouble();
-    saturationStrength =
-        store->effectVariant(options.id, controlOptions.id, QStringLiteral("saturationStrength")).toDouble();
+    blurStrength = storedStrength(QStringLiteral("blurStrength"), 0.0, 1.0);
+    saturationStrength = storedStrength(QStringLiteral("saturationStrength"), -1.0, 1.0);
 
     DeskDuplManager* manager = DeskDuplManager::instance();
     connect(manager, &DeskDuplManager::capturerReady, this, &AbsScreenSync::onCapturerReady);
+    connect(manager, &DeskDuplManager::capturerFailed, this, &AbsScreenSync::onCapturerFailed);
 
     bool ok = false;
-    int index =
-        int(store->effectVariant(options.id, controlOptions.id, QStringLiteral("sourceIndex")).toDouble(&ok));
+    const double stored =
+        store->effectVariant(options.id, controlOptions.id, QStringLiteral("sourceIndex")).toDouble(&ok);
+    // Beyond int the conversion is undefined; such an id is unknown anyway.
+    ok = ok && stored >= 0.0 && stored <= double(std::numeric_limits<int>::max());
     const QList<int> all = manager->allCapturer();
     if (all.isEmpty()) {
         qWarning() << "[AbsScreenSync]: Cannot connect to any capture";
         return 0;
     }
-    if (!ok) {
-        index = all.first();
-    }
-    setInputSourceIdx(index);
+    setInputSourceIdx(ok ? qintptr(stored) : all.first());
     return 0;
 }
 
@@ -163,6 +190,30 @@ void AbsScreenSync::onCapturerReady(int id)
     if (capturer.isNull()) {
         setInputSourceIdx(id);
     }
+}
+
+void AbsScreenSync::onCapturerFailed(int id)
+{
+    if (capturer.isNull() || id != sourceIndex) {
+        return;
+    }
+    DeskDuplManager* manager = DeskDuplManager::instance();
+    if (manager->capturer(id)) {
+        return; // still listed: its grabber comes back by itself
+    }
+    disconnect(capturer.data(), nullptr, this, nullptr);
+    capturer.reset();
+    pendingFrame = QImage();
+    const QList<int> all = manager->allCapturer();
+    if (all.isEmpty()) {
+        qWarning().noquote() << "[AbsScreenSync]: The capturer" << id << "of" << options.id << "on"
+                             << controlOptions.id << "is gone and no other is left: black until one appears";
+        emit updateColors(blackColors());
+        return;
+    }
+    qInfo().noquote() << "[AbsScreenSync]: The capturer" << id << "is gone:" << options.id << "on"
+                      << controlOptions.id << "moves to capturer" << all.first();
+    setInputSourceIdx(all.first());
 }
 
 void AbsScreenSync::unload()
@@ -189,10 +240,12 @@ QStringList AbsScreenSync::capturerDescs() const
 
 void AbsScreenSync::setInputSourceIdx(qintptr sourceIdx)
 {
+    const qintptr previous = capturer ? sourceIndex : -1;
     if (capturer) {
         qInfo().noquote() << "[AbsScreenSync]: The" << options.id << "is disconnected from the" << sourceIndex
                           << "capturer.";
         disconnect(capturer.data(), nullptr, this, nullptr);
+        capturer.reset();
     }
     sourceIndex = sourceIdx;
     DeskDuplManager* manager = DeskDuplManager::instance();
@@ -218,10 +271,36 @@ void AbsScreenSync::setInputSourceIdx(qintptr sourceIdx)
             capturer->setOutputSize(120, height);
         }
     }
-    connect(capturer.data(), SIGNAL(frameTick(QImage)), this, SLOT(frameInput(QImage)), Qt::QueuedConnection);
+    // Into the mailbox: a slow pipeline takes the newest frame and skips the rest.
+    connect(capturer.data(), &IDeskCapture::frameTick, this, &AbsScreenSync::takeFrame, Qt::QueuedConnection);
     qInfo().noquote() << "[AbsScreenSync]: The" << options.id << "is connected from the" << sourceIndex
                       << "capturer"
                       << "\r\n outputSize:" << capturer->outputSize();
+    if (previous >= 0 && previous != sourceIndex) {
+        storeEffectValue(QStringLiteral("sourceIndex"), int(sourceIndex));
+    }
+    emit inputSourceChanged(sourceIndex);
+}
+
+void AbsScreenSync::takeFrame(QImage frame)
+{
+    // A source this worker has left may still have frames queued.
+    if (sender() != capturer.data()) {
+        return;
+    }
+    pendingFrame = frame;
+    if (!drainPosted) {
+        drainPosted = true;
+        QMetaObject::invokeMethod(this, &AbsScreenSync::drainFrame, Qt::QueuedConnection);
+    }
+}
+
+void AbsScreenSync::drainFrame()
+{
+    drainPosted = false;
+    QImage frame;
+    frame.swap(pendingFrame);
+    frameInput(frame);
 }
 
 void AbsScreenSync::frameInput(QImage originFrame, QImage resizedFrame)
@@ -241,6 +320,35 @@ void AbsScreenSync::frameInput(QImage frame)
         return;
     }
     emit frameImageTick(frame);
+    QVector<QVector<OV_RGB>> result;
+    // Nothing thrown may leave a queued slot: that would end the program.
+    try {
+        result = blurAndRead(frame);
+    } catch (const std::exception& error) {
+        if (!frameFaultLogged) {
+            frameFaultLogged = true;
+            qWarning().noquote() << "[AbsScreenSync]:" << options.id << "on" << controlOptions.id
+                                 << "could not process a frame:" << error.what()
+                                 << "- sending the last good colours (logged once)";
+        }
+        emit updateColors(lastGoodColors);
+        return;
+    }
+    lastGoodColors = result;
+    emit updateColors(result);
+
+    frameTimeSum += frameTimer.restart();
+    ++frameCount;
+    if (frameCount > 90) {
+        qDebug().noquote() << "[[loop]][AbsScreenSync]:" << controlOptions.id
+                           << "avg frame time:" << double(frameTimeSum) / double(frameCount) << "ms";
+        frameTimeSum = 0;
+        frameCount = 0;
+    }
+}
+
+QVector<QVector<OV_RGB>> AbsScreenSync::blurAndRead(QImage frame)
+{
     if (frame.depth() != 32) {
         frame = frame.convertToFormat(QImage::Format_RGBA8888);
     }
@@ -280,17 +388,26 @@ void AbsScreenSync::frameInput(QImage frame)
     if (installDirection == 1) {
         image = image.mirrored(true, false);
     }
-    const QVector<QVector<OV_RGB>> result = processFrame(image);
-    emit updateColors(result);
+    return processFrame(image);
+}
 
-    frameTimeSum += frameTimer.restart();
-    ++frameCount;
-    if (frameCount > 90) {
-        qDebug().noquote() << "[[loop]][AbsScreenSync]:" << controlOptions.id
-                           << "avg frame time:" << double(frameTimeSum) / double(frameCount) << "ms";
-        frameTimeSum = 0;
-        frameCount = 0;
+QVector<QVector<OV_RGB>> AbsScreenSync::blackColors() const
+{
+    QVector<QVector<OV_RGB>> black = colors;
+    for (QVector<OV_RGB>& line : black) {
+        line.fill(OV_RGB{0, 0, 0});
     }
+    return black;
+}
+
+void AbsScreenSync::storeEffectValue(const QString& key, const QVariant& value)
+{
+    if (controlOptions.id.isEmpty()) {
+        return; // not loaded: nothing to keep it under
+    }
+    ConfigurationManager* store = ConfigurationManager::instance();
+    store->setEffectVariant(options.id, controlOptions.id, key, value);
+    store->saveEffectJsonObj(options.id);
 }
 
 OV_RGB AbsScreenSync::saturate(int red, int green, int blue) const
@@ -309,12 +426,23 @@ OV_RGB AbsScreenSync::saturate(int red, int green, int blue) const
 
 void AbsScreenSync::setBlurStrength(float strength)
 {
-    blurStrength = double(strength);
+    // The kernel grows with it: the panel's range, whoever calls. NaN fails both tests.
+    const double value = strength >= 0.0f ? std::min(double(strength), 1.0) : 0.0;
+    if (value == blurStrength) {
+        return;
+    }
+    blurStrength = value;
+    storeEffectValue(QStringLiteral("blurStrength"), blurStrength);
 }
 
 void AbsScreenSync::setSaturationStrength(float strength)
 {
-    saturationStrength = double(strength);
+    const double value = strength >= -1.0f ? std::min(double(strength), 1.0) : strength < -1.0f ? -1.0 : 0.0;
+    if (value == saturationStrength) {
+        return;
+    }
+    saturationStrength = value;
+    storeEffectValue(QStringLiteral("saturationStrength"), saturationStrength);
 }
 
 void AbsScreenSync::onCtlDirChanged(uint32_t dir)

@@ -15,7 +15,9 @@ class QThread;
 
 // Base of the screen-following effects: takes the frames of one capture source, blurs and
 // mirrors them, lets the mode read the LEDs off the frame and publishes the colours. All screen
-// workers share one work thread, started with the first and ended with the last.
+// workers share one work thread, started with the first and ended with the last. A worker keeps
+// only the newest frame of its source, so a slow pipeline skips frames instead of queueing them;
+// its source gone, it moves to the first there is, or sends black while there is none.
 class AbsScreenSync : public IEffectWorker
 {
     Q_OBJECT
@@ -48,6 +50,8 @@ signals:
     frameOutput(QVector<QVector<OV_RGB>> colors); // declared for listeners; colours leave by updateColors
     void frameImageTick(QImage frame);
     void originFrameTick(QImage frame);
+    // The source this worker now follows, whoever chose it.
+    void inputSourceChanged(qintptr sourceIdx);
 
 public slots:
     void frameInput(QImage frame);
@@ -77,8 +81,26 @@ protected:
     qint64 frameTimeSum = 0;
     int frameCount = 0;
 
+    // Called on a change: the value goes to the store at once.
+    void storeEffectValue(const QString& key, const QVariant& value);
+    // Black in the shape of the strip.
+    QVector<QVector<OV_RGB>> blackColors() const;
+
+private slots:
+    void takeFrame(QImage frame);
+    void drainFrame();
+
 private:
     void onCapturerReady(int id);
+    void onCapturerFailed(int id);
+    // Blur, mirror and the mode's reading of the LEDs: steps 3 to 9 of a frame.
+    QVector<QVector<OV_RGB>> blurAndRead(QImage frame);
+    double storedStrength(const QString& key, double low, double high);
+
+    QImage pendingFrame;      // the newest frame not yet processed
+    bool drainPosted = false; // a drainFrame call is queued
+    QVector<QVector<OV_RGB>> lastGoodColors;
+    bool frameFaultLogged = false;
 
     static QThread* workThread;
     static std::atomic<int> instanceCount;

@@ -46,8 +46,25 @@ QJsonObject FullScreenMode::readDefaultFile() const
 
 void FullScreenMode::applyMap(const QJsonObject& object)
 {
-    screenWidth = object.value(QStringLiteral("screenWidth")).toInt(screenWidth);
-    screenHeight = object.value(QStringLiteral("screenHeight")).toInt(screenHeight);
+    // The sizes the editor's boxes can set: a hand-edited file may hold anything.
+    const auto size = [this, &object](const char* key, int current, int low, int high) {
+        const QJsonValue value = object.value(QLatin1String(key));
+        const double wanted = value.toDouble(current);
+        if (wanted >= low && wanted <= high) {
+            return int(wanted);
+        }
+        const int used = wanted > high ? high : low;
+        qWarning().noquote()
+            << QStringLiteral(
+                   "[FullScreenMode]: The LED map's \"%1\" of %2 is %3, outside %4 to %5: using %6")
+                   .arg(QLatin1String(key), controlOptions.id, QString::number(wanted))
+                   .arg(low)
+                   .arg(high)
+                   .arg(used);
+        return used;
+    };
+    screenWidth = size("screenWidth", screenWidth, minScreenWidth, maxScreenWidth);
+    screenHeight = size("screenHeight", screenHeight, minScreenHeight, maxScreenHeight);
     const QJsonArray entries = object.value(QStringLiteral("ledMap")).toArray();
     for (const QJsonValue& value : entries) {
         const QJsonObject entry = value.toObject();
@@ -66,6 +83,43 @@ void FullScreenMode::applyMap(const QJsonObject& object)
             point.setY(y);
         }
     }
+    // The default grid may reach beyond a smaller screen: every LED on it, as the editor shows.
+    clampPoints();
+}
+
+void FullScreenMode::clampPoints()
+{
+    for (QPoint& point : ledMap) {
+        point.setX(std::max(std::min(point.x(), screenWidth - 1), 0));
+        point.setY(std::max(std::min(point.y(), screenHeight - 1), 0));
+    }
+}
+
+QJsonObject FullScreenMode::mapObject()
+{
+    QMutexLocker sizeLocker(&sizeMutex);
+    QMutexLocker mapLocker(&ledMapMutex);
+    QJsonObject object;
+    object.insert(QStringLiteral("screenWidth"), screenWidth);
+    object.insert(QStringLiteral("screenHeight"), screenHeight);
+    QJsonArray entries;
+    for (int i = 0; i < ledMap.size(); ++i) {
+        entries.append(QJsonObject{{QStringLiteral("id"), i + 1},
+                                   {QStringLiteral("x"), ledMap[i].x()},
+                                   {QStringLiteral("y"), ledMap[i].y()}});
+    }
+    object.insert(QStringLiteral("ledMap"), entries);
+    return object;
+}
+
+void FullScreenMode::storeMap()
+{
+    if (controlOptions.id.isEmpty()) {
+        return;
+    }
+    ConfigurationManager* store = ConfigurationManager::instance();
+    store->setEffectJsonValue(options.id, controlOptions.id, QStringLiteral("map"), mapObject());
+    store->saveEffectJsonObj(options.id);
 }
 
 int32_t FullScreenMode::load(const ControlOptions& ctlOptions)
@@ -91,10 +145,13 @@ int32_t FullScreenMode::load(const ControlOptions& ctlOptions)
 
 void FullScreenMode::resetLEDMap()
 {
-    QMutexLocker sizeLocker(&sizeMutex);
-    QMutexLocker mapLocker(&ledMapMutex);
-    makeDefaultMap();
-    applyMap(readDefaultFile());
+    {
+        QMutexLocker sizeLocker(&sizeMutex);
+        QMutexLocker mapLocker(&ledMapMutex);
+        makeDefaultMap();
+        applyMap(readDefaultFile());
+    }
+    storeMap();
 }
 
 QVector<QPoint> FullScreenMode::ledMapCopy()
@@ -111,18 +168,19 @@ QSize FullScreenMode::screenSize()
 
 void FullScreenMode::setScreenSize(QSize size)
 {
-    if (size.width() < 0 || size.width() > 300 || size.height() < 0 || size.height() > 200) {
+    if (size.width() < 0 || size.width() > maxScreenWidth || size.height() < 0 ||
+        size.height() > maxScreenHeight) {
         qWarning() << "[FullScreenMode]: The size is invalid";
         return;
     }
-    QMutexLocker sizeLocker(&sizeMutex);
-    QMutexLocker mapLocker(&ledMapMutex);
-    screenWidth = size.width();
-    screenHeight = size.height();
-    for (QPoint& point : ledMap) {
-        point.setX(std::max(std::min(point.x(), screenWidth - 1), 0));
-        point.setY(std::max(std::min(point.y(), screenHeight - 1), 0));
+    {
+        QMutexLocker sizeLocker(&sizeMutex);
+        QMutexLocker mapLocker(&ledMapMutex);
+        screenWidth = size.width();
+        screenHeight = size.height();
+        clampPoints();
     }
+    storeMap();
 }
 
 void FullScreenMode::setLEDPos(int id, QPoint pos)
@@ -136,12 +194,15 @@ void FullScreenMode::setLEDPos(int id, QPoint pos)
         qWarning() << "[FullScreenMode]: The LED position:" << pos << "is out of range";
         return;
     }
-    QMutexLocker locker(&ledMapMutex);
-    if (id < 0 || id >= ledMap.size()) {
-        qWarning() << "[FullScreenMode]: The id" << id << "of LED is out of range";
-        return;
+    {
+        QMutexLocker locker(&ledMapMutex);
+        if (id < 0 || id >= ledMap.size()) {
+            qWarning() << "[FullScreenMode]: The id" << id << "of LED is out of range";
+            return;
+        }
+        ledMap[id] = pos;
     }
-    ledMap[id] = pos;
+    storeMap();
 }
 
 void FullScreenMode::onCtlDirChanged(uint32_t dir)
@@ -176,21 +237,7 @@ QVector<QVector<OV_RGB>> FullScreenMode::processFrame(QImage frame)
 
 void FullScreenMode::unload()
 {
-    QJsonObject object;
-    {
-        QMutexLocker sizeLocker(&sizeMutex);
-        QMutexLocker mapLocker(&ledMapMutex);
-        object.insert(QStringLiteral("screenWidth"), screenWidth);
-        object.insert(QStringLiteral("screenHeight"), screenHeight);
-        QJsonArray entries;
-        for (int i = 0; i < ledMap.size(); ++i) {
-            entries.append(QJsonObject{{QStringLiteral("id"), i + 1},
-                                       {QStringLiteral("x"), ledMap[i].x()},
-                                       {QStringLiteral("y"), ledMap[i].y()}});
-        }
-        object.insert(QStringLiteral("ledMap"), entries);
-    }
     ConfigurationManager::instance()->setEffectJsonValue(options.id, controlOptions.id, QStringLiteral("map"),
-                                                         object);
+                                                         mapObject());
     AbsScreenSync::unload();
 }

@@ -9,7 +9,8 @@
 
 // Every LED reads one pixel of a small virtual screen; the map comes from the user's stored
 // value, else from the model's default file, else a plain grid. The layout editor changes the
-// map from the user-interface thread, hence the two locks (size first, then map).
+// map from the user-interface thread, hence the two locks (size first, then map); each change
+// goes to the store at once.
 class FullScreenMode : public AbsScreenSync
 {
     Q_OBJECT
@@ -25,6 +26,12 @@ public:
     QSize screenSize();
     void setScreenSize(QSize size);
     void resetLEDMap();
+
+    // What the editor's boxes can set, and what a stored map is held to.
+    static constexpr int minScreenWidth = 10;
+    static constexpr int maxScreenWidth = 300;
+    static constexpr int minScreenHeight = 5;
+    static constexpr int maxScreenHeight = 200;
 
 signals:
     void frameSnapshot(QImage frame);
@@ -46,4 +53,8 @@ private:
     void makeDefaultMap();
     QJsonObject readDefaultFile() const;
     void applyMap(const QJsonObject& object);
+    void clampPoints();
+    // Takes both locks.
+    QJsonObject mapObject();
+    void storeMap();
 };

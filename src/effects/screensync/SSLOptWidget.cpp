@@ -24,9 +24,9 @@ SSLOptWidget::SSLOptWidget(QWidget* parent)
     heightBox->setObjectName(QStringLiteral("heightBox"));
     resetBtn->setObjectName(QStringLiteral("resetBtn"));
     resetBtn->setProperty("class", QStringLiteral("Button1"));
-    widthBox->setRange(10, 300);
+    widthBox->setRange(FullScreenMode::minScreenWidth, FullScreenMode::maxScreenWidth);
     widthBox->setValue(120);
-    heightBox->setRange(5, 200);
+    heightBox->setRange(FullScreenMode::minScreenHeight, FullScreenMode::maxScreenHeight);
     heightBox->setValue(67);
 
     auto* controls = new QHBoxLayout;

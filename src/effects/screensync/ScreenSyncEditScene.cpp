@@ -4,7 +4,10 @@
 #include "LEDItem.h"
 
 #include <QDebug>
+#include <QHash>
 #include <QPainter>
+
+#include <cmath>
 
 ScreenSyncEditScene::ScreenSyncEditScene(QObject* parent)
     : QGraphicsScene(parent)
@@ -46,6 +49,36 @@ void ScreenSyncEditScene::setLEDs(QVector<QPoint> points)
         ledItems.append(item);
     }
     deviceDir = 0;
+    relabel();
+}
+
+void ScreenSyncEditScene::relabel()
+{
+    // Labels are a few tens of units wide: a spatial hash keeps this linear in the LEDs.
+    constexpr double bucket = 64.0;
+    QHash<quint64, QVector<QRectF>> taken;
+    const auto key = [](int x, int y) { return quint64(quint32(x)) << 32 | quint32(y); };
+    for (LEDItem* item : qAsConst(ledItems)) {
+        const QRectF box = item->labelRect().translated(item->pos());
+        const int x0 = int(std::floor(box.left() / bucket));
+        const int x1 = int(std::floor(box.right() / bucket));
+        const int y0 = int(std::floor(box.top() / bucket));
+        const int y1 = int(std::floor(box.bottom() / bucket));
+        bool room = true;
+        for (int x = x0; x <= x1 && room; ++x) {
+            for (int y = y0; y <= y1 && room; ++y) {
+                for (const QRectF& other : taken.value(key(x, y))) {
+                    room = room && !other.intersects(box);
+                }
+            }
+        }
+        item->setLabelShown(room);
+        for (int x = x0; x <= x1 && room; ++x) {
+            for (int y = y0; y <= y1; ++y) {
+                taken[key(x, y)].append(box);
+            }
+        }
+    }
 }
 
 void ScreenSyncEditScene::setDeviceDir(int dir)
@@ -60,6 +93,7 @@ void ScreenSyncEditScene::setDeviceDir(int dir)
             item->gridPos = mirror(item->gridPos);
             place(item);
         }
+        relabel();
     }
     update();
 }
@@ -79,6 +113,7 @@ void ScreenSyncEditScene::setGridSize(int columns, int rows)
     for (LEDItem* item : qAsConst(ledItems)) {
         place(item);
     }
+    relabel();
     update();
 }
 
@@ -90,6 +125,7 @@ void ScreenSyncEditScene::onSceneRectChanged(QRectF rect)
     for (LEDItem* item : qAsConst(ledItems)) {
         place(item);
     }
+    relabel();
 }
 
 void ScreenSyncEditScene::dropItem(LEDItem* item)
@@ -105,6 +141,7 @@ void ScreenSyncEditScene::dropItem(LEDItem* item)
     const int row = qBound(0, int((item->y() + h / 2) / cellHeight), gridSize.height() - 1);
     item->gridPos = QPoint(column, row);
     place(item);
+    relabel();
     if (item->id < 0 || item->id >= ledItems.size()) {
         qWarning().noquote() << "[ScreenSyncEditScene]: The id" << item->id << "is out of range";
         return;

@@ -40,6 +40,9 @@ private slots:
 
 private:
     void place(LEDItem* item);
+    // Numbers only where they have room: in LED order, none over another's. More fit as the
+    // view zooms in.
+    void relabel();
     QPoint mirror(const QPoint& cell) const;
 
     QSize gridSize{31, 17};

@@ -54,13 +54,28 @@ ScreenSyncSOptWidget::~ScreenSyncSOptWidget()
 void ScreenSyncSOptWidget::onCapturerReady(qintptr)
 {
     DeskDuplManager* sources = DeskDuplManager::instance();
+    const QString shown = ui->comboBox->currentText();
     const bool blocked = ui->comboBox->blockSignals(true);
     ui->comboBox->clear();
+    capturerIds.clear();
     const QList<int> ids = sources->allCapturer();
     for (int id : ids) {
         ui->comboBox->addItem(sources->capturerDesc(id));
         capturerIds.append(id);
     }
+    ui->comboBox->setCurrentText(shown);
+    ui->comboBox->blockSignals(blocked);
+    showSource();
+}
+
+void ScreenSyncSOptWidget::showSource()
+{
+    const int row = capturerIds.indexOf(shownSource);
+    if (row < 0) {
+        return;
+    }
+    const bool blocked = ui->comboBox->blockSignals(true);
+    ui->comboBox->setCurrentIndex(row);
     ui->comboBox->blockSignals(blocked);
 }
 
@@ -71,12 +86,8 @@ void ScreenSyncSOptWidget::onEffectWorkerChanged(IEffectWorkerPtr worker)
     if (!screen) {
         return;
     }
-    if (capturerIds.contains(screen->currentSourceIndex())) {
-        const bool blocked = ui->comboBox->blockSignals(true);
-        ui->comboBox->setCurrentText(
-            DeskDuplManager::instance()->capturerDesc(int(screen->currentSourceIndex())));
-        ui->comboBox->blockSignals(blocked);
-    }
+    shownSource = screen->currentSourceIndex();
+    showSource();
     {
         const bool blocked = blockSignals(true);
         ui->saturationStrengthSlider->setValue(int(screen->currentSaturationStrength() * 100 + 100));
@@ -88,6 +99,14 @@ void ScreenSyncSOptWidget::onEffectWorkerChanged(IEffectWorkerPtr worker)
     connect(this, &ScreenSyncSOptWidget::frameSourcesChanged, screen, &AbsScreenSync::setInputSourceIdx);
     connect(screen, &AbsScreenSync::frameImageTick, this, &ScreenSyncSOptWidget::onFrameUpdated,
             Qt::QueuedConnection);
+    // The worker moves by itself when its monitor goes.
+    connect(
+        screen, &AbsScreenSync::inputSourceChanged, this,
+        [this](qintptr id) {
+            shownSource = id;
+            showSource();
+        },
+        Qt::QueuedConnection);
 }
 
 void ScreenSyncSOptWidget::onBlurChanged(int value)

@@ -38,8 +38,12 @@ private slots:
 
 private:
     explicit ScreenSyncSOptWidget(QWidget* parent = nullptr);
+    // Selects the row of shownSource, signals blocked; a source not listed leaves the text.
+    void showSource();
 
     Ui::ScreenSyncSOptWidget* ui;
-    // Only ever appended to: after a refresh the earlier ids stay in front.
+    // The ids of the rows, rebuilt with them from the registry at each change, so a row always
+    // picks the monitor it names.
     QVector<qintptr> capturerIds;
+    qintptr shownSource = -1; // the source of the worker shown
 };
