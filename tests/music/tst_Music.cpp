@@ -201,17 +201,14 @@ private slots:
         });
         PeakFollower::setClock(nullptr);
         const int lit = lastMask(meterFrames).count('#');
-        QSet<int> thirds;
+        int classes[3] = {0, 0, 0}; // blue, between, red
         for (const OV_RGB& c : analyserFrames.last().at(0).value<Frame>().value(0)) {
-            thirds.insert(std::min(2, 3 * c.r / std::max(1, c.r + c.b)));
+            ++classes[std::min(2, 3 * c.r / std::max(1, c.r + c.b))];
         }
-        qInfo("meter: %d of 72 LEDs lit; analyser: %d colour classes", lit, int(thirds.size()));
+        qInfo("meter: %d of 72 LEDs lit; analyser: %d blue, %d between, %d red", lit, classes[0], classes[1],
+              classes[2]);
         QVERIFY(lit >= 8 && lit <= 64);
-        QEXPECT_FAIL("",
-                     "mode 4 weighs a bin by its distance from the strip's end (up to 36) times its "
-                     "strength 3: anything within 59 dB of the peak is red at the centre",
-                     Continue);
-        QVERIFY(thirds.size() >= 3);
+        QVERIFY(classes[0] > 0 && classes[1] > 0 && classes[2] > 0);
     }
 
     // Mode 1's fragments from the model's file, or from the store when it holds them (as a
@@ -335,20 +332,30 @@ private slots:
         PeakFollower::setClock(nullptr);
     }
 
+    // Mode 4 on 5 LEDs, half 3: the centre LED's second fragment, on the right channel, replaces
+    // its first; one line whatever the lines. Every band at one level shows one colour: the 20 dB
+    // from 24 to 4 dB under the peak span the gradient, silence stays at its start.
+    void mode4Fragments_data()
+    {
+        QTest::addColumn<float>("level");
+        QTest::addColumn<int>("pixel");
+        QTest::newRow("silence") << 0.0f << 0;
+        QTest::newRow("13.5 dB under the peak") << 62.0f << 157;
+        QTest::newRow("the peak") << 80.0f << 299;
+    }
     void mode4Fragments()
     {
-        // 5 LEDs, half 3: the centre LED's second fragment, on the right channel, replaces its first;
-        // one line whatever the lines; LED 1 weighs 2: 5 dB times 3 times 2 reads 30, pixel 112.
+        QFETCH(float, level);
+        QFETCH(int, pixel);
         MusicMode4 mode(EffectWorkerOptions::make("com.orvanta.dynamicMusic.mode_4", "m4", 3));
         mode.load(strip("M4", 5, {2, 3}));
         QCOMPARE(describe(mode.getFragments()),
                  QStringLiteral("0:0-1:0:1 1:1-2:0:1 2:2-3:0:2 3:3-4:0:2 4:4-5:0:2"));
         QCOMPARE(mode.getStrength(), 3.0);
         QSignalSpy spy(&mode, QOverload<Frame>::of(&IEffectWorker::updateColors));
-        const Fragment one = mode.getFragments().value("1");
-        mode.spectrumUpdate(delivery(one.minFrequency + 1, one.maxFrequency - 1, 5, 0));
+        mode.spectrumUpdate(delivery(0, 24000, level, level));
         const Flat row = MusicMode3::paintRow({{0.0, QColor(0, 0, 255)}, {1.0, QColor(255, 0, 0)}});
-        QCOMPARE(spy.last().at(0).value<Frame>(), (Frame{{row[0], row[112], row[0], row[0], row[0]}}));
+        QCOMPARE(spy.last().at(0).value<Frame>(), Frame{Flat(5, row[pixel])});
     }
     // Each model's file: every LED in one fragment; bass, mids and highs within 20 to 16000 Hz;
     // both channels; the loudest bin (80) fills a bar at the default strength, one 30 dB below it

@@ -1,7 +1,5 @@
 #include "MusicMode4.h"
 
-#include <algorithm>
-
 MusicMode4::MusicMode4(const EffectWorkerOptions& options, QObject* parent)
     : MusicMode3(options, parent)
 {
@@ -20,7 +18,11 @@ int32_t MusicMode4::load(const ControlOptions& ctlOptions)
     for (int i = 0; i < half; ++i) {
         const double high = low + step;
         Fragment fragment;
-        fragment.dbEnhance = 0.0;
+        // Bands read 80 at the recent peak and 4/3 less per dB below it. The level is (band - 48)
+        // times the strength: at strength 3 the gradient spans the 20 dB ending 4 dB under the peak,
+        // and silence stays at its start. No extra weight for the higher bands: on this scale it
+        // flattens the spectrum into one or two colours.
+        fragment.dbEnhance = -48.0;
         fragment.mulEnhance = 3.0;
         fragment.minFrequency = low;
         fragment.maxFrequency = high;
@@ -44,13 +46,4 @@ int32_t MusicMode4::load(const ControlOptions& ctlOptions)
 void MusicMode4::unload()
 {
     MusicMode3::unload();
-}
-
-QVector<OV_RGB> MusicMode4::barColors(const QString& name, Fragment& fragment, double value)
-{
-    const int weight = fragment.soundChannel == 1
-                           ? fragment.beginIndex + 1
-                           : static_cast<int>(controlOptions.nbLeds) - fragment.beginIndex;
-    const double v = std::clamp(weight * value, 0.0, 79.99999);
-    return MusicMode3::barColors(name, fragment, v);
 }

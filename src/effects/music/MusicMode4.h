@@ -13,5 +13,4 @@ public:
 
     int32_t load(const ControlOptions& ctlOptions) override;
     void unload() override;
-    QVector<OV_RGB> barColors(const QString& name, Fragment& fragment, double value) override;
 };
