@@ -133,8 +133,7 @@ void OrvantaApp::changeWorker(const QString& ctlId, const QString& effectId)
     controller->setWorkMode(EffectsManager::groupIdOf(effectId));
     controller->setSubMode(effectId);
     if (!effectsManager.bind(controller, effectId)) {
-        qWarning().noquote() << "[OrvantaApp]: Cannot bind controller:" << ctlId
-                             << "to effect:" << effectId;
+        qWarning().noquote() << "[OrvantaApp]: Cannot bind controller:" << ctlId << "to effect:" << effectId;
     }
     activatePanels(ctlId, effectId);
 }

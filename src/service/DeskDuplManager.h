@@ -17,8 +17,8 @@ class DeskCapturer;
 // The registry of screen-capture sources: one per monitor of each backend, ids from one counter.
 // A monitor keeps its id and its object for the whole run: gone, it is unlisted and silent;
 // back under its name, the same object is listed again. A listed source whose grabber fails is
-// announced failed once (and again when it is unlisted) and ready again with its first frame. The lists are read from the
-// screen sync work thread too, hence the mutex.
+// announced failed once (and again when it is unlisted) and ready again with its first frame. The lists are
+// read from the screen sync work thread too, hence the mutex.
 class DeskDuplManager : public QObject
 {
     Q_OBJECT
