@@ -3,9 +3,9 @@
 //    which includes the 500 ms settle delay every arrival waits out;
 //  - from the enumerator's construction to the end of a start-up scan of 10 silent ports.
 // Runs with private configuration folders, so no user settings are touched.
-#include "DeviceManager.h"
-#include "OVControllerEnumerator.h"
 #include "VirtualLedDevice.h"
+#include "devices/DeviceManager.h"
+#include "devices/OVControllerEnumerator.h"
 
 #include <QCoreApplication>
 #include <QDir>

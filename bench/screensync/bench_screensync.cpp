@@ -2,21 +2,22 @@
 // modes, the X server's CPU while capturing, the latency from a repaint to the strip, the
 // pipeline's cost per frame, the time from a drop in the layout editor to the strip, and the
 // resident memory of three strips over a minute. Arguments pick sections: "a d f" runs those.
-#include "AbsWorkerWidget.h"
-#include "ConfigurationManager.h"
-#include "DeskCaptureBackendX11.h"
-#include "DeskCaptureOption.h"
-#include "DeskDuplManager.h"
-#include "DeskFrameGrabberX11.h"
 #include "DeviceRig.h"
-#include "EffectsManager.h"
-#include "FullScreenMode.h"
-#include "InternalEffectFactory.h"
-#include "LEDItem.h"
 #include "PrivateXServer.h"
 #include "ScreenPainter.h"
-#include "ScreenSyncEditScene.h"
-#include "ScreenSyncEditView.h"
+#include "effects/EffectsManager.h"
+#include "effects/InternalEffectFactory.h"
+#include "effects/panels/AbsWorkerWidget.h"
+#include "effects/panels/EffectPanelMaker.h"
+#include "effects/screensync/FullScreenMode.h"
+#include "effects/screensync/panels/LEDItem.h"
+#include "effects/screensync/panels/ScreenSyncEditScene.h"
+#include "effects/screensync/panels/ScreenSyncEditView.h"
+#include "service/config/ConfigurationManager.h"
+#include "service/screen/DeskCaptureOption.h"
+#include "service/screen/DeskDuplManager.h"
+#include "service/screen/x11/DeskCaptureBackendX11.h"
+#include "service/screen/x11/DeskFrameGrabberX11.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
@@ -446,6 +447,7 @@ int main(int argc, char** argv)
     QTemporaryDir home; // the editor's drags are stored: never in the user's own settings
     qputenv("XDG_CONFIG_HOME", QFile::encodeName(home.filePath(QStringLiteral("config"))));
     QApplication app(argc, argv);
+    EffectPanelMaker::install();
     qSetMessagePattern(QStringLiteral("%{if-warning}%{message}%{endif}%{if-critical}%{message}%{endif}"));
     PrivateXServer server;
     if (!server.start()) {

@@ -1,13 +1,13 @@
-#include "OrvantaApp.h"
+#include "app/OrvantaApp.h"
 
-#include "AbsWorkerWidget.h"
-#include "ControlPage.h"
-#include "ControllerConfigDialog.h"
-#include "DeviceModel.h"
-#include "HomePage.h"
-#include "LedLayout.h"
-#include "WorkGroupModel.h"
-#include "WorkerModel.h"
+#include "devices/LedLayout.h"
+#include "effects/panels/AbsWorkerWidget.h"
+#include "ui/ControlPage.h"
+#include "ui/DeviceModel.h"
+#include "ui/HomePage.h"
+#include "ui/WorkGroupModel.h"
+#include "ui/WorkerModel.h"
+#include "ui/dialogs/ControllerConfigDialog.h"
 
 #include <QApplication>
 #include <QDebug>

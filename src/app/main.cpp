@@ -1,11 +1,12 @@
-#include "ConfigurationManager.h"
-#include "ConsoleOutput.h"
-#include "DeskDuplManager.h"
-#include "MessageHandler.h"
-#include "OrvantaApp.h"
-#include "ShutdownSignals.h"
-#include "SingleInstance.h"
-#include "StartupSteps.h"
+#include "app/ConsoleOutput.h"
+#include "app/MessageHandler.h"
+#include "app/OrvantaApp.h"
+#include "app/ShutdownSignals.h"
+#include "app/SingleInstance.h"
+#include "app/StartupSteps.h"
+#include "effects/panels/EffectPanelMaker.h"
+#include "service/config/ConfigurationManager.h"
+#include "service/screen/DeskDuplManager.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
@@ -80,6 +81,9 @@ int main(int argc, char* argv[])
     DeskDuplManager* deskDupl = DeskDuplManager::instance();
     app.setProperty("com.orvanta.runtime.options.deskCaptureOption",
                     QVariant::fromValue(quintptr(deskDupl->option())));
+
+    // Before the effects registry, which asks it for the option panels.
+    EffectPanelMaker::install();
 
     int exitCode = 0;
     {

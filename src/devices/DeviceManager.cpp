@@ -1,7 +1,7 @@
-#include "DeviceManager.h"
+#include "devices/DeviceManager.h"
 
-#include "IDeviceEnumerator.h"
-#include "OVControllerEnumerator.h"
+#include "devices/IDeviceEnumerator.h"
+#include "devices/OVControllerEnumerator.h"
 
 #include <QCoreApplication>
 #include <QDebug>

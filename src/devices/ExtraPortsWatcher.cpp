@@ -1,4 +1,4 @@
-#include "ExtraPortsWatcher.h"
+#include "devices/ExtraPortsWatcher.h"
 
 #include <QDebug>
 #include <QDir>

@@ -1,7 +1,7 @@
-#include "OVController.h"
+#include "devices/OVController.h"
 
-#include "LedLayout.h"
-#include "OVSerialPort.h"
+#include "devices/LedLayout.h"
+#include "devices/OVSerialPort.h"
 
 #include <QDebug>
 

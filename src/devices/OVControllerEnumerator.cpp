@@ -1,12 +1,12 @@
-#include "OVControllerEnumerator.h"
+#include "devices/OVControllerEnumerator.h"
 
-#include "DefaultsFile.h"
-#include "ExtraPortsWatcher.h"
-#include "HandshakeReply.h"
-#include "LedLayout.h"
-#include "OVController.h"
-#include "OVSerialPort.h"
-#include "PortArrivalWatcher.h"
+#include "devices/ExtraPortsWatcher.h"
+#include "devices/HandshakeReply.h"
+#include "devices/LedLayout.h"
+#include "devices/OVController.h"
+#include "devices/OVSerialPort.h"
+#include "devices/PortArrivalWatcher.h"
+#include "service/config/DefaultsFile.h"
 
 #include <QCoreApplication>
 #include <QDebug>

@@ -1,4 +1,4 @@
-#include "PortArrivalWatcherUdev.h"
+#include "devices/PortArrivalWatcherUdev.h"
 
 #include <QDebug>
 #include <QSocketNotifier>

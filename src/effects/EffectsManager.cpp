@@ -1,9 +1,9 @@
-#include "EffectsManager.h"
+#include "effects/EffectsManager.h"
 
-#include "AbsWorkerWidget.h"
-#include "ConfigurationManager.h"
-#include "IEffectFactory.h"
-#include "InternalEffectFactory.h"
+#include "effects/IEffectFactory.h"
+#include "effects/IPanelMaker.h"
+#include "effects/InternalEffectFactory.h"
+#include "service/config/ConfigurationManager.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -145,7 +145,8 @@ void EffectsManager::registerFactory(IEffectFactory* factory, QPluginLoader* loa
         entry.order = record.order;
         entry.optionWidget = record.optionWidget;
         entry.extraOptionWidget = record.extraOptionWidget;
-        panels[record.id] = Panels{record.optionWidget, record.extraOptionWidget};
+        panels[record.id] =
+            Panels{IPanelMaker::follow(record.optionWidget), IPanelMaker::follow(record.extraOptionWidget)};
         entry.tags = record.tags;
 
         const QString groupId = groupIdOf(record.id);
@@ -226,13 +227,9 @@ void EffectsManager::unbind(const QString& ctlId)
         qInfo().noquote() << ctlId << "与" << effectId << "解绑";
         binding.worker->unload();
         const EffectWorkerOptions record = workerOptions(effectId);
-        if (record.extraOptionWidget) {
-            record.extraOptionWidget->setEffectWorker(IEffectWorkerPtr());
-        }
+        IPanelMaker::pointPanel(record.extraOptionWidget, IEffectWorkerPtr());
         // A record may name no panel (a plug-in, a row without options): then there is none to release.
-        if (record.optionWidget) {
-            record.optionWidget->setEffectWorker(IEffectWorkerPtr());
-        }
+        IPanelMaker::pointPanel(record.optionWidget, IEffectWorkerPtr());
     }
     bindings.remove(ctlId);
 }
@@ -259,12 +256,8 @@ void EffectsManager::activeOperate(const QString& ctlId, const QString& effectId
         return;
     }
     const EffectWorkerOptions record = workerOptions(effectId);
-    if (record.optionWidget) {
-        record.optionWidget->setEffectWorker(worker);
-    }
-    if (record.extraOptionWidget) {
-        record.extraOptionWidget->setEffectWorker(worker);
-    }
+    IPanelMaker::pointPanel(record.optionWidget, worker);
+    IPanelMaker::pointPanel(record.extraOptionWidget, worker);
 }
 
 QString EffectsManager::lastBinding(const QString& ctlId, const QString& groupId)
@@ -326,8 +319,8 @@ EffectWorkerOptions EffectsManager::workerOptions(const QString& effectId) const
 {
     EffectWorkerOptions record = workers.value(effectId);
     const Panels live = panels.value(effectId);
-    record.optionWidget = live.option.data();
-    record.extraOptionWidget = live.extra.data();
+    record.optionWidget = live.option ? record.optionWidget : nullptr;
+    record.extraOptionWidget = live.extra ? record.extraOptionWidget : nullptr;
     return record;
 }
 

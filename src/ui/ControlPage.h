@@ -1,7 +1,7 @@
 #pragma once
 
-#include "WorkGroupModel.h"
-#include "WorkerModel.h"
+#include "ui/WorkGroupModel.h"
+#include "ui/WorkerModel.h"
 
 #include <QImage>
 #include <QMap>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "DeviceModel.h"
+#include "ui/DeviceModel.h"
 
 #include <QHash>
 #include <QSharedPointer>

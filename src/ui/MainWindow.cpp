@@ -1,9 +1,9 @@
-#include "MainWindow.h"
+#include "ui/MainWindow.h"
 
-#include "ConfigurationManager.h"
-#include "ControlPage.h"
-#include "HomePage.h"
-#include "LanguageManager.h"
+#include "i18n/LanguageManager.h"
+#include "service/config/ConfigurationManager.h"
+#include "ui/ControlPage.h"
+#include "ui/HomePage.h"
 #include "ui_MainWindow.h"
 
 #include <QAction>

@@ -1,11 +1,11 @@
-#include "AbsScreenSync.h"
-#include "ConfigurationManager.h"
-#include "EffectsManager.h"
-#include "FullScreenMode.h"
-#include "InternalEffectFactory.h"
 #include "LogCapture.h"
 #include "RecordingController.h"
 #include "ScreenRig.h"
+#include "effects/EffectsManager.h"
+#include "effects/InternalEffectFactory.h"
+#include "effects/screensync/AbsScreenSync.h"
+#include "effects/screensync/FullScreenMode.h"
+#include "service/config/ConfigurationManager.h"
 
 #include <QtTest>
 

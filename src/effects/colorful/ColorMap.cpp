@@ -1,6 +1,6 @@
-#include "ColorMap.h"
+#include "effects/colorful/ColorMap.h"
 
-#include "ConfigurationManager.h"
+#include "service/config/ConfigurationManager.h"
 
 #include <QCoreApplication>
 #include <QtDebug>

@@ -1,7 +1,7 @@
-#include "MoodShadow.h"
+#include "effects/colorful/MoodShadow.h"
 
-#include "ConfigurationManager.h"
-#include "OptionBounds.h"
+#include "effects/OptionBounds.h"
+#include "service/config/ConfigurationManager.h"
 
 #include <QImage>
 #include <QJsonArray>

@@ -1,7 +1,7 @@
-#include "AbsMusicEffect.h"
+#include "effects/music/AbsMusicEffect.h"
 
-#include "AudioCapManager.h"
-#include "ConfigurationManager.h"
+#include "service/audio/AudioCapManager.h"
+#include "service/config/ConfigurationManager.h"
 
 #include <QtDebug>
 

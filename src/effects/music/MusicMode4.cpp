@@ -1,4 +1,4 @@
-#include "MusicMode4.h"
+#include "effects/music/MusicMode4.h"
 
 #include <algorithm>
 

@@ -1,11 +1,11 @@
-#include "AbsScreenSync.h"
+#include "effects/screensync/AbsScreenSync.h"
 
-#include "ConfigurationManager.h"
-#include "DeskDuplManager.h"
-#include "FrameWidget.h"
+#include "effects/IPanelMaker.h"
+#include "service/config/ConfigurationManager.h"
+#include "service/screen/DeskDuplManager.h"
 
-#include <QApplication>
 #include <QColor>
+#include <QCoreApplication>
 #include <QDateTime>
 #include <QDir>
 #include <QMutex>
@@ -58,15 +58,10 @@ AbsScreenSync::AbsScreenSync(const EffectWorkerOptions& workerOptions, QObject* 
     : IEffectWorker(parent)
     , options(workerOptions)
 {
-    if (qApp && qApp->property("isAdvanced").toBool() && qobject_cast<QApplication*>(qApp)) {
-        originFrameWidget = QSharedPointer<FrameWidget>(new FrameWidget(), &QObject::deleteLater);
-        frameImageWidget = QSharedPointer<FrameWidget>(new FrameWidget(), &QObject::deleteLater);
-        connect(this, &AbsScreenSync::frameImageTick, frameImageWidget.data(), &FrameWidget::setImage,
-                Qt::QueuedConnection);
-        connect(this, &AbsScreenSync::originFrameTick, originFrameWidget.data(), &FrameWidget::setImage,
-                Qt::QueuedConnection);
-        frameImageWidget->move(0, 0);
-        frameImageWidget->show();
+    IPanelMaker* maker = IPanelMaker::current();
+    if (maker && qApp->property("isAdvanced").toBool()) {
+        originFrameWidget = QSharedPointer<QObject>(maker->frameView(this, true), &QObject::deleteLater);
+        frameImageWidget = QSharedPointer<QObject>(maker->frameView(this, false), &QObject::deleteLater);
     }
     {
         QMutexLocker locker(&threadMutex());

@@ -1,7 +1,7 @@
-#include "FullScreenMode.h"
+#include "effects/screensync/FullScreenMode.h"
 
-#include "ConfigurationManager.h"
-#include "DefaultsFile.h"
+#include "service/config/ConfigurationManager.h"
+#include "service/config/DefaultsFile.h"
 
 #include <QFile>
 #include <QJsonArray>

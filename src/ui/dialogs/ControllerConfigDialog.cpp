@@ -1,4 +1,4 @@
-#include "ControllerConfigDialog.h"
+#include "ui/dialogs/ControllerConfigDialog.h"
 
 #include "ui_ControllerConfigDialog.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "BaseDialog.h"
+#include "ui/widgets/BaseDialog.h"
 
 #include <QVector>
 
