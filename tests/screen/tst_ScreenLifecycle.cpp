@@ -313,24 +313,6 @@ private slots:
         }
     }
 
-    // For any monitor size, mode 0's passes end on the target, each an exact halving of an even
-    // size or the one step of a ratio between 0.75 and 1.5: no row weighs next to nothing.
-    void passesLoseNoRow()
-    {
-        for (int to : {67, 93, 96, 120, 135}) {
-            for (int from = to, size = to, others = 0; from <= 8192; ++from, size = from, others = 0) {
-                for (const DeskFrameGrabberX11::Step& step : DeskFrameGrabberX11::axisSteps(from, to)) {
-                    const bool halving = step.scale == 2.0 && step.size * 2 == size;
-                    others += !halving;
-                    QVERIFY(halving || (step.scale >= 0.75 && step.scale <= 1.5 &&
-                                        step.scale == double(size) / step.size));
-                    size = step.size;
-                }
-                QVERIFY2(size == to && others <= 1, qPrintable(QStringLiteral("%1 to %2").arg(from).arg(to)));
-            }
-        }
-    }
-
     // Mode 0 redoes only what the server reports drawn: the result must be the full pass's, on a
     // monitor at an offset too, and for a change across the monitor's edge.
     void partialPassEqualsFull_data()

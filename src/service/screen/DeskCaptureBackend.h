@@ -5,6 +5,8 @@
 #include <QString>
 #include <QVector>
 
+#include <memory>
+
 class DeskFrameGrabber;
 
 struct DeskMonitor
@@ -28,7 +30,7 @@ public:
     // Main thread: the monitors now, empty while disconnected.
     virtual QVector<DeskMonitor> monitors() const = 0;
     // Any thread: a grabber for the calling thread, null when the display can't be reached.
-    virtual DeskFrameGrabber* createGrabber() const = 0;
+    virtual std::unique_ptr<DeskFrameGrabber> createGrabber() const = 0;
 
     // The display's own monitors and the X11 backend for the display named by DISPLAY.
     static DeskCaptureBackend* createDefault(QObject* parent = nullptr);

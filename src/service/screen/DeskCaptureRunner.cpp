@@ -95,7 +95,7 @@ void DeskCaptureRunner::tick()
     }
     if (!grabber) {
         capturer->connects.fetch_add(1);
-        grabber.reset(capturer->backend->createGrabber());
+        grabber = capturer->backend->createGrabber();
         if (!grabber) {
             fail("cannot connect to the display");
             return;

@@ -1,6 +1,7 @@
 #include "service/screen/x11/DeskCaptureBackendX11.h"
 
 #include "service/screen/x11/DeskFrameGrabberX11.h"
+#include "service/screen/x11/X11Setup.h"
 
 #include <QSocketNotifier>
 #include <QtDebug>
@@ -11,14 +12,9 @@
 #include <cstdlib>
 #include <memory>
 
+using X11Setup::reply;
+
 namespace {
-
-template <typename T> using Reply = std::unique_ptr<T, decltype(&std::free)>;
-
-template <typename T> Reply<T> reply(T* r)
-{
-    return Reply<T>(r, &std::free);
-}
 
 QString describe(const QString& display)
 {
@@ -156,7 +152,7 @@ QVector<DeskMonitor> DeskCaptureBackendX11::monitors() const
     return list;
 }
 
-DeskFrameGrabber* DeskCaptureBackendX11::createGrabber() const
+std::unique_ptr<DeskFrameGrabber> DeskCaptureBackendX11::createGrabber() const
 {
     return DeskFrameGrabberX11::open(display);
 }

@@ -20,7 +20,7 @@ public:
 
     void start() override;
     QVector<DeskMonitor> monitors() const override;
-    DeskFrameGrabber* createGrabber() const override;
+    std::unique_ptr<DeskFrameGrabber> createGrabber() const override;
 
     static constexpr int settleMs = 200;
     static constexpr int retryMs = 2000;
