@@ -149,15 +149,7 @@ bool X11ShmSegment::attach(size_t bytes)
     }
     if (error || xcb_connection_has_error(connection)) {
         std::free(error);
-        // Never attached: only our side to undo.
-        if (sysvId >= 0) {
-            shmdt(memory);
-        } else {
-            munmap(memory, size);
-        }
-        memory = nullptr;
-        size = 0;
-        sysvId = -1;
+        unmap(); // never attached: only our side to undo
         return false;
     }
     return true;
@@ -170,6 +162,11 @@ void X11ShmSegment::detach()
     }
     xcb_shm_detach(connection, segment);
     xcb_flush(connection);
+    unmap();
+}
+
+void X11ShmSegment::unmap()
+{
     if (sysvId >= 0) {
         shmdt(memory);
     } else {

@@ -40,6 +40,7 @@ public:
 private:
     bool attach(size_t bytes);
     void detach();
+    void unmap();
 
     xcb_connection_t* connection;
     Kind type;
