@@ -13,6 +13,9 @@
 
 #include <cstdio>
 
+// Logs under StartupSteps's name: the log texts of this part are fixed that way.
+constexpr char kTag[] = "[StartupSteps]";
+
 int main(int argc, char* argv[])
 {
     // A reader of standard output that goes away must not take the program with it.
@@ -67,7 +70,7 @@ int main(int argc, char* argv[])
     StartupSteps::logStartupInfo();
     const int oldLogs = StartupSteps::removeOldLogs(logsPath, mainLog, StartupSteps::keptLogRuns);
     if (oldLogs > 0) {
-        qInfo().noquote() << "[StartupSteps] Removed" << oldLogs << "log files of runs before the last"
+        qInfo().noquote() << kTag << "Removed" << oldLogs << "log files of runs before the last"
                           << StartupSteps::keptLogRuns;
     }
 

@@ -14,6 +14,9 @@
 #include <QPluginLoader>
 #include <QtDebug>
 
+// The group texts log as "[EffectManager]", spelt so in their fixed log texts.
+constexpr char kTag[] = "[EffectsManager]:";
+
 EffectsManager::EffectsManager(QObject* parent)
     : QObject(parent)
 {
@@ -67,7 +70,7 @@ void EffectsManager::loadGroupFile(const QString& path)
     }
     // Other data shares the folder (the strap defaults): an object without groups is not a group file.
     if (doc.isObject() && !doc.object().contains(QStringLiteral("groups"))) {
-        qDebug().noquote() << "[EffectsManager]: Not a group file, skipped:" << path;
+        qDebug().noquote() << kTag << "Not a group file, skipped:" << path;
         return;
     }
     const QJsonArray array = doc.object().value(QStringLiteral("groups")).toArray();
@@ -167,7 +170,7 @@ void EffectsManager::registerFactory(IEffectFactory* factory, QPluginLoader* loa
 IEffectWorkerPtr EffectsManager::bind(AbsRGBControllerPtr controller, const QString& effectId)
 {
     if (!controller) {
-        qCritical().noquote() << "[EffectsManager]: Invalid parameters. func:"
+        qCritical().noquote() << kTag << "Invalid parameters. func:"
                               << "EffectsManager::bind";
         return {};
     }
@@ -177,13 +180,12 @@ IEffectWorkerPtr EffectsManager::bind(AbsRGBControllerPtr controller, const QStr
     }
     const auto factoryIt = factories.constFind(effectId);
     if (factoryIt == factories.constEnd()) {
-        qCritical().noquote() << "[EffectsManager]: Not found worker factory for this effect, id: " +
-                                     effectId;
+        qCritical().noquote() << kTag << "Not found worker factory for this effect, id: " + effectId;
         return {};
     }
     IEffectWorker* created = factoryIt->first->create(effectId);
     if (!created) {
-        qCritical().noquote() << "[EffectsManager]: Failed to create effect worker, id: " + effectId;
+        qCritical().noquote() << kTag << "Failed to create effect worker, id: " + effectId;
         return {};
     }
     IEffectWorkerPtr worker(created, &QObject::deleteLater);
@@ -237,20 +239,21 @@ void EffectsManager::unbind(const QString& ctlId)
 void EffectsManager::activeOperate(const QString& ctlId, const QString& effectId)
 {
     if (ctlId.isEmpty() || effectId.isEmpty()) {
-        qCritical().noquote() << "[EffectsManager]: Invalid parameters. func: " +
+        qCritical().noquote() << kTag
+                              << "Invalid parameters. func: " +
                                      QStringLiteral("EffectsManager::activeOperate");
         return;
     }
     const auto it = bindings.constFind(ctlId);
     if (it == bindings.constEnd()) {
-        qCritical().noquote() << "[EffectsManager]: Cannot binding, ctlId: " + ctlId +
-                                     "   effectId: " + effectId;
+        qCritical().noquote() << kTag << "Cannot binding, ctlId: " + ctlId + "   effectId: " + effectId;
         return;
     }
     const IEffectWorkerPtr worker = it->worker;
     const QString boundId = worker ? worker->workerOptions().id : QString();
     if (boundId != effectId) {
-        qCritical().noquote() << "[EffectsManager]: The worker bound in the manager is different from the "
+        qCritical().noquote() << kTag
+                              << "The worker bound in the manager is different from the "
                                  "input parameter \r\n" +
                                      QStringLiteral("In manager: ") + boundId + "\t Input: " + effectId;
         return;

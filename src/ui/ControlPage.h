@@ -5,6 +5,7 @@
 
 #include <QImage>
 #include <QMap>
+#include <QScopedPointer>
 #include <QSharedPointer>
 #include <QString>
 #include <QWidget>
@@ -79,7 +80,7 @@ private:
     void revealOptions();
     void followChoice();
 
-    Ui::ControlPage* ui;
+    QScopedPointer<Ui::ControlPage> ui;
     QMap<QString, WorkerEntry> workers;
     QMap<QString, GroupEntry> groups;
     QString currentGroup;

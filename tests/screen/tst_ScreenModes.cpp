@@ -107,34 +107,32 @@ private slots:
     // last rows and column of an odd size reach the frame.
     void cpuAveraging_data()
     {
-        QTest::addColumn<int>("bits");
-        QTest::addColumn<bool>("swap");
+        const QSize hd(1920, 1080), odd(1001, 777);
+        QTest::addColumn<QString>("layout"); // bits a pixel, and whether the server swaps bytes
         QTest::addColumn<QSize>("source");
         QTest::addColumn<QString>("picture");
         QTest::addColumn<int>("tolerance");
-        const QSize hd(1920, 1080), odd(1001, 777);
-        QTest::newRow("uniform, 32 bits") << 32 << false << hd << "uniform" << 0;
-        QTest::newRow("uniform, 32 bits, bytes swapped") << 32 << true << hd << "uniform" << 0;
-        QTest::newRow("uniform, 24 bits packed") << 24 << false << odd << "uniform" << 0;
-        QTest::newRow("uniform, 16 bits 565") << 16 << false << odd << "uniform" << 5;
-        QTest::newRow("checkerboard: means, not samples") << 32 << false << hd << "checker" << 1;
-        QTest::newRow("1080p, the bottom 8 rows") << 32 << false << hd << "bottom" << 0;
-        QTest::newRow("1001 wide, the last column") << 24 << true << odd << "right" << 0;
+        QTest::newRow("uniform, 32 bits") << "32" << hd << "uniform" << 0;
+        QTest::newRow("uniform, 32 bits, bytes swapped") << "32 swapped" << hd << "uniform" << 0;
+        QTest::newRow("uniform, 24 bits packed") << "24" << odd << "uniform" << 0;
+        QTest::newRow("uniform, 16 bits 565") << "16" << odd << "uniform" << 5;
+        QTest::newRow("checkerboard: means, not samples") << "32" << hd << "checker" << 1;
+        QTest::newRow("1080p, the bottom 8 rows") << "32" << hd << "bottom" << 0;
+        QTest::newRow("1001 wide, the last column") << "24 swapped" << odd << "right" << 0;
     }
     void cpuAveraging()
     {
-        QFETCH(int, bits);
-        QFETCH(bool, swap);
+        QFETCH(QString, layout);
         QFETCH(QSize, source);
         QFETCH(QString, picture);
         QFETCH(int, tolerance);
-        AreaAverager::PixelLayout layout;
-        layout.bitsPerPixel = bits;
-        layout.swapBytes = swap;
-        if (bits == 16) {
-            layout.masks[0] = 0xf800;
-            layout.masks[1] = 0x07e0;
-            layout.masks[2] = 0x001f;
+        AreaAverager::PixelLayout pixels;
+        pixels.bitsPerPixel = layout.section(' ', 0, 0).toInt();
+        pixels.swapBytes = layout.endsWith("swapped");
+        if (pixels.bitsPerPixel == 16) {
+            pixels.masks[0] = 0xf800;
+            pixels.masks[1] = 0x07e0;
+            pixels.masks[2] = 0x001f;
         }
         const QColor uniform(200, 120, 40);
         QImage in(source, QImage::Format_RGB32);
@@ -148,10 +146,10 @@ private slots:
                 }
             }
         }
-        const QByteArray data = packed(in, layout);
+        const QByteArray data = packed(in, pixels);
         QImage out(120, DeskCapturer::aspectHeight(120, source), QImage::Format_RGBA8888);
         AreaAverager::average(reinterpret_cast<const uint8_t*>(data.constData()), source.width(),
-                              source.height(), AreaAverager::strideOf(source.width(), layout), layout, &out);
+                              source.height(), AreaAverager::strideOf(source.width(), pixels), pixels, &out);
         const QColor expected = picture == "uniform" ? uniform : QColor(128, 128, 128);
         const QPoint edge = picture == "bottom"  ? QPoint(60, out.height() - 1)
                             : picture == "right" ? QPoint(out.width() - 1, out.height() / 2)

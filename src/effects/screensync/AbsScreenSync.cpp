@@ -25,6 +25,8 @@ std::atomic<int> AbsScreenSync::instanceCount{0};
 
 namespace {
 
+constexpr char kTag[] = "[AbsScreenSync]:";
+
 // The work thread starts and ends under this lock, so a new worker never moves into a thread
 // that its dying predecessor has just told to quit.
 QMutex& threadMutex()
@@ -107,8 +109,7 @@ AbsScreenSync::~AbsScreenSync()
             qInfo() << "The screen sync work thread has been deleted";
         }
     }
-    qInfo().noquote() << "[AbsScreenSync]:" << options.id << "used to" << controlOptions.id
-                      << "has been destructed";
+    qInfo().noquote() << kTag << options.id << "used to" << controlOptions.id << "has been destructed";
 }
 
 QThread* AbsScreenSync::currentWorkThread()
@@ -167,7 +168,7 @@ int32_t AbsScreenSync::load(const ControlOptions& ctlOptions)
     ok = ok && stored >= 0.0 && stored <= double(std::numeric_limits<int>::max());
     const QList<int> all = manager->allCapturer();
     if (all.isEmpty()) {
-        qWarning() << "[AbsScreenSync]: Cannot connect to any capture";
+        qWarning() << kTag << "Cannot connect to any capture";
         return 0;
     }
     setInputSourceIdx(ok ? qintptr(stored) : all.first());
@@ -181,7 +182,7 @@ EffectWorkerOptions AbsScreenSync::workerOptions() const
 
 void AbsScreenSync::onCapturerReady(int id)
 {
-    qInfo().noquote() << "[AbsScreenSync]: Capturer" << id << "is available.";
+    qInfo().noquote() << kTag << "Capturer" << id << "is available.";
     if (capturer.isNull()) {
         setInputSourceIdx(id);
     }
@@ -201,13 +202,13 @@ void AbsScreenSync::onCapturerFailed(int id)
     pendingFrame = QImage();
     const QList<int> all = manager->allCapturer();
     if (all.isEmpty()) {
-        qWarning().noquote() << "[AbsScreenSync]: The capturer" << id << "of" << options.id << "on"
+        qWarning().noquote() << kTag << "The capturer" << id << "of" << options.id << "on"
                              << controlOptions.id << "is gone and no other is left: black until one appears";
         emit updateColors(blackColors());
         return;
     }
-    qInfo().noquote() << "[AbsScreenSync]: The capturer" << id << "is gone:" << options.id << "on"
-                      << controlOptions.id << "moves to capturer" << all.first();
+    qInfo().noquote() << kTag << "The capturer" << id << "is gone:" << options.id << "on" << controlOptions.id
+                      << "moves to capturer" << all.first();
     setInputSourceIdx(all.first());
 }
 
@@ -237,7 +238,7 @@ void AbsScreenSync::setInputSourceIdx(qintptr sourceIdx)
 {
     const qintptr previous = capturer ? sourceIndex : -1;
     if (capturer) {
-        qInfo().noquote() << "[AbsScreenSync]: The" << options.id << "is disconnected from the" << sourceIndex
+        qInfo().noquote() << kTag << "The" << options.id << "is disconnected from the" << sourceIndex
                           << "capturer.";
         disconnect(capturer.data(), nullptr, this, nullptr);
         capturer.reset();
@@ -248,7 +249,7 @@ void AbsScreenSync::setInputSourceIdx(qintptr sourceIdx)
     if (capturer.isNull()) {
         const QList<int> all = manager->allCapturer();
         if (all.isEmpty()) {
-            qWarning() << "[AbsScreenSync]: DeskDuplManager is empty.";
+            qWarning() << kTag << "DeskDuplManager is empty.";
             return;
         }
         sourceIndex = all.first();
@@ -268,8 +269,7 @@ void AbsScreenSync::setInputSourceIdx(qintptr sourceIdx)
     }
     // Into the mailbox: a slow pipeline takes the newest frame and skips the rest.
     connect(capturer.data(), &IDeskCapture::frameTick, this, &AbsScreenSync::takeFrame, Qt::QueuedConnection);
-    qInfo().noquote() << "[AbsScreenSync]: The" << options.id << "is connected from the" << sourceIndex
-                      << "capturer"
+    qInfo().noquote() << kTag << "The" << options.id << "is connected from the" << sourceIndex << "capturer"
                       << "\r\n outputSize:" << capturer->outputSize();
     if (previous >= 0 && previous != sourceIndex) {
         storeEffectValue(QStringLiteral("sourceIndex"), int(sourceIndex));
@@ -322,7 +322,7 @@ void AbsScreenSync::frameInput(QImage frame)
     } catch (const std::exception& error) {
         if (!frameFaultLogged) {
             frameFaultLogged = true;
-            qWarning().noquote() << "[AbsScreenSync]:" << options.id << "on" << controlOptions.id
+            qWarning().noquote() << kTag << options.id << "on" << controlOptions.id
                                  << "could not process a frame:" << error.what()
                                  << "- sending the last good colours (logged once)";
         }

@@ -3,6 +3,8 @@
 #include <QString>
 #include <QVector>
 
+#include <memory>
+
 class AudioCapManager;
 class AudioCapturer;
 
@@ -30,5 +32,5 @@ public:
     virtual void forget(AudioCapturer* capturer) = 0;
 
     // The platform's server, reporting to manager.
-    static AudioBackend* create(AudioCapManager* manager);
+    static std::unique_ptr<AudioBackend> create(AudioCapManager* manager);
 };

@@ -23,7 +23,7 @@ AudioCapManager* AudioCapManager::instacne()
 AudioCapManager::AudioCapManager()
 {
     qRegisterMetaType<QVector<SoundChannel>>("QVector<SoundChannel>");
-    backend.reset(AudioBackend::create(this));
+    backend = AudioBackend::create(this);
     liveBackend = backend.get();
     QVector<AudioSinkInfo> sinks;
     QString fallback;

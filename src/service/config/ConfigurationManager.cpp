@@ -19,6 +19,8 @@
 
 namespace {
 
+constexpr char kTag[] = "[ConfigurationManager]";
+
 const QString kCleanStartup = QStringLiteral("cleanStartup");
 // How long a write may lag its change: changes within this window reach the disk together.
 constexpr int kWriteLagMs = 250;
@@ -33,10 +35,10 @@ void setAside(const QString& path, const QString& reason)
         aside = path + QStringLiteral(".corrupt-") + stamp + QLatin1Char('-') + QString::number(n);
     }
     if (QFile::rename(path, aside)) {
-        qWarning().noquote() << "[ConfigurationManager] Set aside unreadable file" << path << "as" << aside
+        qWarning().noquote() << kTag << "Set aside unreadable file" << path << "as" << aside
                              << "(" + reason + "); starting from defaults";
     } else {
-        qWarning().noquote() << "[ConfigurationManager] Unreadable file" << path << "(" + reason + ")"
+        qWarning().noquote() << kTag << "Unreadable file" << path << "(" + reason + ")"
                              << "could not be set aside; starting from defaults";
     }
 }
@@ -54,7 +56,7 @@ QJsonObject readObjectFile(const QString& path, bool ownedByStore, bool* leaveAl
         return QJsonObject();
     case ConfigurationFile::Status::NotRegular:
     case ConfigurationFile::Status::Unreadable:
-        qWarning().noquote() << "[ConfigurationManager] Cannot read" << path << "(" + reason + ");"
+        qWarning().noquote() << kTag << "Cannot read" << path << "(" + reason + ");"
                              << (ownedByStore ? "its settings run on defaults and the file is left as it is"
                                               : "ignored");
         if (leaveAlone) {
@@ -79,8 +81,7 @@ QJsonObject readObjectFile(const QString& path, bool ownedByStore, bool* leaveAl
     if (ownedByStore) {
         setAside(path, reason);
     } else {
-        qWarning().noquote() << "[ConfigurationManager] Ignoring malformed file" << path
-                             << "(" + reason + ")";
+        qWarning().noquote() << kTag << "Ignoring malformed file" << path << "(" + reason + ")";
     }
     return QJsonObject();
 }
@@ -98,7 +99,7 @@ void removeJsonFiles(const QString& dirPath)
     const QStringList names = dir.entryList({QStringLiteral("*.json")}, QDir::Files | QDir::Hidden);
     for (const QString& name : names) {
         if (!dir.remove(name)) {
-            qWarning().noquote() << "[ConfigurationManager] Failed to remove" << dir.filePath(name);
+            qWarning().noquote() << kTag << "Failed to remove" << dir.filePath(name);
         }
     }
 }
@@ -211,7 +212,7 @@ void ConfigurationManager::requestWrite(const QString& path, const QJsonObject& 
     if (!writer) {
         QString error;
         if (!ConfigurationWriter::writeFile(path, object, &error)) {
-            qWarning().noquote() << "[ConfigurationManager] Failed to save" << path << ":" << error;
+            qWarning().noquote() << kTag << "Failed to save" << path << ":" << error;
         }
         return;
     }
@@ -338,7 +339,7 @@ void ConfigurationManager::reset()
     QFile::remove(appFile());
     removeJsonFiles(storeDir() + QStringLiteral("/controllers"));
     removeJsonFiles(storeDir() + QStringLiteral("/effects"));
-    qInfo().noquote() << "[ConfigurationManager] Configuration reset in" << storeDir();
+    qInfo().noquote() << kTag << "Configuration reset in" << storeDir();
 }
 
 void ConfigurationManager::EnableCleanStartup()

@@ -9,6 +9,9 @@
 #include <limits>
 #include <utility>
 
+// Logs under ConfigurationManager's name: the log texts of this part are fixed that way.
+constexpr char kTag[] = "[ConfigurationManager]";
+
 ConfigurationWriter::ConfigurationWriter(int lagMs, QObject* parent)
     : QObject(parent)
     , lagMs(lagMs)
@@ -53,10 +56,9 @@ void ConfigurationWriter::writeOne(const QString& path, FileState& state)
     QString error;
     if (writeFile(path, state.wanted, &error)) {
         if (state.failures > 0) {
-            qInfo().noquote() << "[ConfigurationManager] Saved" << path << "after" << state.failures
-                              << "failed tries";
+            qInfo().noquote() << kTag << "Saved" << path << "after" << state.failures << "failed tries";
         } else {
-            qDebug().noquote() << "[ConfigurationManager] Saved" << path;
+            qDebug().noquote() << kTag << "Saved" << path;
         }
         state.onDisk = std::exchange(state.wanted, QJsonObject());
         state.known = true;
@@ -70,7 +72,7 @@ void ConfigurationWriter::writeOne(const QString& path, FileState& state)
     const int shift = std::min(state.failures - 1, 16);
     state.notBeforeMs = clock.elapsed() + std::min<qint64>(qint64(firstRetryMs) << shift, longestRetryMs);
     if (error != state.warnedCause) {
-        qWarning().noquote() << "[ConfigurationManager] Failed to save" << path << ":" << error
+        qWarning().noquote() << kTag << "Failed to save" << path << ":" << error
                              << "- kept, and tried again until it works or the program ends";
         state.warnedCause = error;
     }

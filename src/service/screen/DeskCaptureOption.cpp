@@ -4,6 +4,8 @@
 
 #include <QtDebug>
 
+constexpr char kTag[] = "[DeskCaptureOption]:";
+
 DeskCaptureOption::DeskCaptureOption(int startMode, QObject* parent)
     : QObject(parent)
     , mode(startMode)
@@ -23,7 +25,7 @@ int DeskCaptureOption::curMode() const
 void DeskCaptureOption::setCurMode(int newMode)
 {
     if (newMode < 0 || newMode >= totalOfMode()) {
-        qWarning().noquote() << "[DeskCaptureOption]: Refused capture mode" << newMode << "- modes are 0 to"
+        qWarning().noquote() << kTag << "Refused capture mode" << newMode << "- modes are 0 to"
                              << totalOfMode() - 1;
         return;
     }

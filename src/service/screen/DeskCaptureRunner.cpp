@@ -9,6 +9,9 @@
 
 #include <algorithm>
 
+// Logs under DeskDuplManager's name: the log texts of this part are fixed that way.
+constexpr char kTag[] = "[DeskDuplManager]:";
+
 DeskCaptureRunner::DeskCaptureRunner(DeskCapturer* capturer)
     : capturer(capturer)
     , timer(this)
@@ -77,7 +80,7 @@ void DeskCaptureRunner::fail(const char* what)
         return;
     }
     failing = true;
-    qWarning().noquote() << "[DeskDuplManager]: Capture of" << capturer->geometry() << what
+    qWarning().noquote() << kTag << "Capture of" << capturer->geometry() << what
                          << "- retrying in 1 s, then less often, up to every 30 s";
     // Dark rather than frozen on the last picture.
     if (capturer->hasListeners()) {
@@ -121,14 +124,13 @@ void DeskCaptureRunner::tick()
     if (failing) {
         failing = false;
         retryMs = 0;
-        qInfo().noquote() << "[DeskDuplManager]: Capture of" << area << "is back";
+        qInfo().noquote() << kTag << "Capture of" << area << "is back";
         emit capturer->grabberRecovered();
     }
     const QString technique = grabber->technique(mode);
     if (technique != loggedTechnique) {
         loggedTechnique = technique;
-        qInfo().noquote() << "[DeskDuplManager]: Capture of" << area << "in mode" << mode << "by"
-                          << technique;
+        qInfo().noquote() << kTag << "Capture of" << area << "in mode" << mode << "by" << technique;
     }
     capturer->grabs.fetch_add(1);
     emit capturer->frameTick(frame);

@@ -7,6 +7,9 @@
 
 #include <algorithm>
 
+// Logs under DeskDuplManager's name: the log texts of this part are fixed that way.
+constexpr char kTag[] = "[DeskDuplManager]:";
+
 DeskCapturer::DeskCapturer(const DeskCaptureBackend* backend, const DeskCaptureOption* option,
                            const QRect& geometry, QObject* parent)
     : IDeskCapture(parent)
@@ -74,8 +77,8 @@ void DeskCapturer::setOutputSize(int width, int height)
 {
     QMutexLocker locker(&mutex);
     if (width < 1 || height < 1 || width > area.width() || height > area.height()) {
-        qWarning().noquote() << "[DeskDuplManager]: Refused output size" << width << "x" << height
-                             << "for a source of" << area.width() << "x" << area.height();
+        qWarning().noquote() << kTag << "Refused output size" << width << "x" << height << "for a source of"
+                             << area.width() << "x" << area.height();
         return;
     }
     output = QSize(width, height);

@@ -13,6 +13,8 @@
 
 namespace {
 
+constexpr char kTag[] = "[DeskDuplManager]:";
+
 DeskDuplManager* theInstance = nullptr;
 
 void shutdownInstance()
@@ -30,7 +32,7 @@ int startMode()
     const int stored =
         ConfigurationManager::instance()->globalValue(QStringLiteral("deskCaptureMode")).toInt(0);
     if (stored < 0 || stored > 1) {
-        qWarning().noquote() << "[DeskDuplManager]: Ignored the stored capture mode" << stored;
+        qWarning().noquote() << kTag << "Ignored the stored capture mode" << stored;
         return 0;
     }
     return stored;
@@ -202,11 +204,11 @@ void DeskDuplManager::onMonitorsChanged(int backendIndex)
         activation.first->setActive(activation.second);
     }
     for (int id : qAsConst(failed)) {
-        qInfo().noquote() << "[DeskDuplManager]: Capturer" << id << "is gone";
+        qInfo().noquote() << kTag << "Capturer" << id << "is gone";
         emit capturerFailed(id);
     }
     for (int id : qAsConst(ready)) {
-        qInfo().noquote() << "[DeskDuplManager]: Capturer" << id << "is ready:" << capturerDesc(id);
+        qInfo().noquote() << kTag << "Capturer" << id << "is ready:" << capturerDesc(id);
         emit capturerReady(id);
     }
 }

@@ -27,10 +27,7 @@ ControllerConfigDialog::ControllerConfigDialog(QWidget* parent)
     connect(ui->pushButton_2, &QPushButton::clicked, this, &QDialog::reject);
 }
 
-ControllerConfigDialog::~ControllerConfigDialog()
-{
-    delete ui;
-}
+ControllerConfigDialog::~ControllerConfigDialog() = default;
 
 void ControllerConfigDialog::addLine()
 {

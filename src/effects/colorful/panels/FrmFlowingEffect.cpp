@@ -6,6 +6,8 @@
 #include <QDebug>
 #include <QEvent>
 
+constexpr char kTag[] = "[FrmFlowingEffect]:";
+
 FrmFlowingEffect::FrmFlowingEffect(QWidget* parent)
     : AbsWorkerWidget(parent)
     , ui(new Ui::FrmFlowingEffect)
@@ -14,16 +16,13 @@ FrmFlowingEffect::FrmFlowingEffect(QWidget* parent)
     connect(ui->speedSlider, &QSlider::valueChanged, this, &FrmFlowingEffect::onSpeedSliderChanged);
 }
 
-FrmFlowingEffect::~FrmFlowingEffect()
-{
-    delete ui;
-}
+FrmFlowingEffect::~FrmFlowingEffect() = default;
 
 void FrmFlowingEffect::onEffectWorkerChanged(IEffectWorkerPtr worker)
 {
     auto* flowing = qobject_cast<FlowingEffect*>(worker.data());
     if (!flowing) {
-        qCritical() << "[FrmFlowingEffect]: The worker is empty.";
+        qCritical() << kTag << "The worker is empty.";
         return;
     }
     ui->speedSlider->setValue(flowing->speed());
@@ -33,7 +32,7 @@ void FrmFlowingEffect::onSpeedSliderChanged(int value)
 {
     auto* flowing = qobject_cast<FlowingEffect*>(effectWorker().data());
     if (!flowing) {
-        qCritical() << "[FrmFlowingEffect]: The worker is empty.";
+        qCritical() << kTag << "The worker is empty.";
         return;
     }
     flowing->setSpeed(value);

@@ -22,5 +22,5 @@ private slots:
     void onSpeedSliderChanged(int value);
 
 private:
-    Ui::FrmFlowingEffect* ui;
+    QScopedPointer<Ui::FrmFlowingEffect> ui;
 };

@@ -19,10 +19,7 @@ FrmSingleColor::FrmSingleColor(QWidget* parent)
     connect(ui->selectColorBtn, &QPushButton::clicked, this, &FrmSingleColor::onSelectColorBtnClicked);
 }
 
-FrmSingleColor::~FrmSingleColor()
-{
-    delete ui;
-}
+FrmSingleColor::~FrmSingleColor() = default;
 
 void FrmSingleColor::onEffectWorkerChanged(IEffectWorkerPtr worker)
 {

@@ -3,6 +3,7 @@
 #include "effects/panels/AbsWorkerWidget.h"
 
 #include <QColor>
+#include <QScopedPointer>
 
 namespace Ui {
 class FrmSingleColor;
@@ -30,5 +31,5 @@ private slots:
     void onSelectColorBtnClicked();
 
 private:
-    Ui::FrmSingleColor* ui;
+    QScopedPointer<Ui::FrmSingleColor> ui;
 };

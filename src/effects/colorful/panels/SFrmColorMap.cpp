@@ -6,6 +6,8 @@
 #include <QDebug>
 #include <QEvent>
 
+constexpr char kTag[] = "[SFrmColorMap]:";
+
 SFrmColorMap::SFrmColorMap(QWidget* parent)
     : AbsWorkerWidget(parent)
     , ui(new Ui::SFrmColorMap)
@@ -14,10 +16,7 @@ SFrmColorMap::SFrmColorMap(QWidget* parent)
     connect(ui->speedSlider, &QSlider::valueChanged, this, &SFrmColorMap::onSpeedSliderChanged);
 }
 
-SFrmColorMap::~SFrmColorMap()
-{
-    delete ui;
-}
+SFrmColorMap::~SFrmColorMap() = default;
 
 double SFrmColorMap::speedOf(int value)
 {
@@ -33,7 +32,7 @@ void SFrmColorMap::onEffectWorkerChanged(IEffectWorkerPtr worker)
 {
     auto* map = qobject_cast<ColorMap*>(worker.data());
     if (!map) {
-        qCritical() << "[SFrmColorMap]: The worker is empty.";
+        qCritical() << kTag << "The worker is empty.";
         return;
     }
     const bool blocked = ui->speedSlider->blockSignals(true);
@@ -45,7 +44,7 @@ void SFrmColorMap::onSpeedSliderChanged(int value)
 {
     auto* map = qobject_cast<ColorMap*>(effectWorker().data());
     if (!map) {
-        qCritical() << "[SFrmColorMap]: The worker is empty.";
+        qCritical() << kTag << "The worker is empty.";
         return;
     }
     map->setSpeed(speedOf(value));

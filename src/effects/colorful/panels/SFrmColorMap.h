@@ -26,5 +26,5 @@ private slots:
     void onSpeedSliderChanged(int value);
 
 private:
-    Ui::SFrmColorMap* ui;
+    QScopedPointer<Ui::SFrmColorMap> ui;
 };

@@ -7,6 +7,8 @@
 #include <QDebug>
 #include <QEvent>
 
+constexpr char kTag[] = "[SFrmMoodShadow]:";
+
 SFrmMoodShadow::SFrmMoodShadow(QWidget* parent)
     : AbsWorkerWidget(parent)
     , ui(new Ui::SFrmMoodShadow)
@@ -21,16 +23,13 @@ SFrmMoodShadow::SFrmMoodShadow(QWidget* parent)
             &SFrmMoodShadow::onStrapChanged);
 }
 
-SFrmMoodShadow::~SFrmMoodShadow()
-{
-    delete ui;
-}
+SFrmMoodShadow::~SFrmMoodShadow() = default;
 
 MoodShadow* SFrmMoodShadow::moodShadow() const
 {
     auto* worker = qobject_cast<MoodShadow*>(effectWorker().data());
     if (!worker) {
-        qCritical() << "[SFrmMoodShadow]: The worker is empty.";
+        qCritical() << kTag << "The worker is empty.";
     }
     return worker;
 }
@@ -128,7 +127,7 @@ void SFrmMoodShadow::onGradientKeyColorChanged(QList<QGradientStop> colors)
         return;
     }
     if (colors.size() < 2) {
-        qCritical() << "[SFrmMoodShadow]: The colors size is invalid.";
+        qCritical() << kTag << "The colors size is invalid.";
         return;
     }
     const QColor ends = colors.first().second;

@@ -4,6 +4,7 @@
 
 #include <QGradient>
 #include <QList>
+#include <QScopedPointer>
 
 class ComboBoxDelegate;
 class MoodShadow;
@@ -35,6 +36,6 @@ private slots:
 private:
     MoodShadow* moodShadow() const;
 
-    Ui::SFrmMoodShadow* ui;
+    QScopedPointer<Ui::SFrmMoodShadow> ui;
     ComboBoxDelegate* delegate;
 };

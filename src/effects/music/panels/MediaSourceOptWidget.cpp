@@ -23,10 +23,7 @@ MediaSourceOptWidget::MediaSourceOptWidget(QWidget* parent)
             &MediaSourceOptWidget::onDeviceSelectChanged);
 }
 
-MediaSourceOptWidget::~MediaSourceOptWidget()
-{
-    delete ui;
-}
+MediaSourceOptWidget::~MediaSourceOptWidget() = default;
 
 void MediaSourceOptWidget::onCapturerReady(QString id)
 {

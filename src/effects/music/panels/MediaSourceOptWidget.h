@@ -4,6 +4,7 @@
 #include "effects/panels/AbsWorkerWidget.h"
 
 #include <QPointer>
+#include <QScopedPointer>
 #include <QVector>
 #include <utility>
 
@@ -37,7 +38,7 @@ private slots:
     void onCapturerLost(QString id);
 
 private:
-    Ui::MediaSourceOptWidget* ui;
+    QScopedPointer<Ui::MediaSourceOptWidget> ui;
     int maxFrequency = 16000;
     // Not owning: the panel never keeps a worker alive.
     QPointer<AbsMusicEffect> current;

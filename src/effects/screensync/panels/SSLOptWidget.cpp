@@ -12,6 +12,8 @@
 #include <QPushButton>
 #include <QSpinBox>
 
+constexpr char kTag[] = "[SSLOptWidget]:";
+
 SSLOptWidget::SSLOptWidget(QWidget* parent)
     : AbsWorkerWidget(parent)
     , view(new ScreenSyncEditView(this))
@@ -55,7 +57,7 @@ FullScreenMode* SSLOptWidget::fullScreen() const
 {
     auto* mode = qobject_cast<FullScreenMode*>(effectWorker().data());
     if (!mode) {
-        qCritical() << "[SSLOptWidget]: The worker is nullptr";
+        qCritical() << kTag << "The worker is nullptr";
     }
     return mode;
 }
@@ -81,7 +83,7 @@ void SSLOptWidget::onEffectWorkerChanged(IEffectWorkerPtr worker)
 {
     auto* mode = qobject_cast<FullScreenMode*>(worker.data());
     if (!mode) {
-        qCritical() << "[SSLOptWidget]: The worker is nullptr";
+        qCritical() << kTag << "The worker is nullptr";
         return;
     }
     reload();

@@ -9,6 +9,8 @@
 
 #include <cmath>
 
+constexpr char kTag[] = "[ScreenSyncEditScene]:";
+
 ScreenSyncEditScene::ScreenSyncEditScene(QObject* parent)
     : QGraphicsScene(parent)
     , frameItem(new FrameItem)
@@ -143,7 +145,7 @@ void ScreenSyncEditScene::dropItem(LEDItem* item)
     place(item);
     relabel();
     if (item->id < 0 || item->id >= ledItems.size()) {
-        qWarning().noquote() << "[ScreenSyncEditScene]: The id" << item->id << "is out of range";
+        qWarning().noquote() << kTag << "The id" << item->id << "is out of range";
         return;
     }
     emit ledItemPosChanged(item->id, deviceDir == 1 ? mirror(item->gridPos) : item->gridPos);

@@ -47,10 +47,7 @@ ScreenSyncSOptWidget::ScreenSyncSOptWidget(QWidget* parent)
     connect(ui->blurStrengthSlider, &QSlider::valueChanged, this, &ScreenSyncSOptWidget::onBlurChanged);
 }
 
-ScreenSyncSOptWidget::~ScreenSyncSOptWidget()
-{
-    delete ui;
-}
+ScreenSyncSOptWidget::~ScreenSyncSOptWidget() = default;
 
 void ScreenSyncSOptWidget::onCapturerReady(qintptr)
 {

@@ -3,6 +3,7 @@
 #include "effects/panels/AbsWorkerWidget.h"
 
 #include <QImage>
+#include <QScopedPointer>
 #include <QVector>
 
 namespace Ui {
@@ -41,7 +42,7 @@ private:
     // Selects the row of shownSource, signals blocked; a source not listed leaves the text.
     void showSource();
 
-    Ui::ScreenSyncSOptWidget* ui;
+    QScopedPointer<Ui::ScreenSyncSOptWidget> ui;
     // The ids of the rows, rebuilt with them from the registry at each change, so a row always
     // picks the monitor it names.
     QVector<qintptr> capturerIds;

@@ -11,6 +11,10 @@
 
 namespace {
 
+// Logs under AudioCapManager's name, and a stream's texts under AudioCapturer's: the log texts
+// of this part are fixed that way.
+constexpr char kTag[] = "[AudioCapManager]:";
+
 qint64 steadyNowNs()
 {
     return std::chrono::duration_cast<std::chrono::nanoseconds>(
@@ -24,9 +28,9 @@ constexpr int kMaxBackoffMs = 5000;
 
 } // namespace
 
-AudioBackend* AudioBackend::create(AudioCapManager* manager)
+std::unique_ptr<AudioBackend> AudioBackend::create(AudioCapManager* manager)
 {
-    return new AudioBackendPulse(manager);
+    return std::make_unique<AudioBackendPulse>(manager);
 }
 
 AudioBackendPulse::AudioBackendPulse(AudioCapManager* manager)
@@ -43,7 +47,7 @@ bool AudioBackendPulse::start(int waitMs, QVector<AudioSinkInfo>* sinks, QString
 {
     loop = pa_threaded_mainloop_new();
     if (!loop) {
-        qCritical().noquote() << "[AudioCapManager]: Cannot create the sound server's main loop.";
+        qCritical().noquote() << kTag << "Cannot create the sound server's main loop.";
         return false;
     }
     api = pa_threaded_mainloop_get_api(loop);
@@ -52,7 +56,7 @@ bool AudioBackendPulse::start(int waitMs, QVector<AudioSinkInfo>* sinks, QString
         pa_threaded_mainloop_unlock(loop);
         pa_threaded_mainloop_free(loop);
         loop = nullptr;
-        qCritical().noquote() << "[AudioCapManager]: Cannot start the sound server's thread.";
+        qCritical().noquote() << kTag << "Cannot start the sound server's thread.";
         return false;
     }
     connectContext();
@@ -132,7 +136,7 @@ void AudioBackendPulse::onContextState(pa_context* c, void* userdata)
         self->ready = true;
         self->backoffMs = 250;
         if (self->warnedOutage) {
-            qInfo().noquote() << "[AudioCapManager]: The sound server is back:" << pa_context_get_server(c);
+            qInfo().noquote() << kTag << "The sound server is back:" << pa_context_get_server(c);
             self->warnedOutage = false;
         }
         const auto mask =
@@ -160,8 +164,7 @@ void AudioBackendPulse::contextFailed()
     const bool wasReady = ready;
     ready = false;
     if (!warnedOutage) {
-        qWarning().noquote() << "[AudioCapManager]: No sound server:"
-                             << pa_strerror(pa_context_errno(context))
+        qWarning().noquote() << kTag << "No sound server:" << pa_strerror(pa_context_errno(context))
                              << "- music effects stay silent; retrying.";
         warnedOutage = true;
     }

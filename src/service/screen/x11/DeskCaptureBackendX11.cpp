@@ -16,6 +16,9 @@ using X11Setup::reply;
 
 namespace {
 
+// Logs under DeskDuplManager's name: the log texts of this part are fixed that way.
+constexpr char kTag[] = "[DeskDuplManager]:";
+
 QString describe(const QString& display)
 {
     return display.isEmpty() ? QStringLiteral("(unset)") : display;
@@ -47,7 +50,7 @@ DeskCaptureBackendX11::~DeskCaptureBackendX11()
 void DeskCaptureBackendX11::start()
 {
     if (display.isEmpty()) {
-        qWarning().noquote() << "[DeskDuplManager]: DISPLAY is not set: screen sync needs an X11 desktop";
+        qWarning().noquote() << kTag << "DISPLAY is not set: screen sync needs an X11 desktop";
         return;
     }
     if (connectServer()) {
@@ -63,7 +66,7 @@ bool DeskCaptureBackendX11::connectServer()
         xcb_disconnect(c);
         if (!warned) {
             warned = true;
-            qWarning().noquote() << "[DeskDuplManager]: Cannot reach the X11 display" << describe(display)
+            qWarning().noquote() << kTag << "Cannot reach the X11 display" << describe(display)
                                  << "- screen sync needs an X11 desktop; retrying every 2 s";
         }
         retryTimer.start();
@@ -84,7 +87,7 @@ bool DeskCaptureBackendX11::connectServer()
         auto version = reply(xcb_randr_query_version_reply(c, xcb_randr_query_version(c, 1, 5), nullptr));
         randr15 = version && (version->major_version > 1 || version->minor_version >= 5);
         if (isXwayland()) {
-            qWarning().noquote() << "[DeskDuplManager]: The display" << describe(display)
+            qWarning().noquote() << kTag << "The display" << describe(display)
                                  << "is Xwayland, whose root shows only X11 windows: screen sync needs an "
                                     "X11 desktop";
             disconnectServer();
@@ -104,7 +107,7 @@ bool DeskCaptureBackendX11::connectServer()
     connect(notifier, &QSocketNotifier::activated, this, &DeskCaptureBackendX11::onReadable);
     retryTimer.stop();
     if (connected || warned) {
-        qInfo().noquote() << "[DeskDuplManager]: The X11 display" << display << "is back";
+        qInfo().noquote() << kTag << "The X11 display" << display << "is back";
     }
     connected = true;
     warned = false;
@@ -242,7 +245,7 @@ void DeskCaptureBackendX11::onLost()
     list.clear();
     if (!warned) {
         warned = true;
-        qWarning().noquote() << "[DeskDuplManager]: Lost the connection to the X11 display" << display
+        qWarning().noquote() << kTag << "Lost the connection to the X11 display" << display
                              << "- retrying every 2 s";
     }
     emit connectionLost();

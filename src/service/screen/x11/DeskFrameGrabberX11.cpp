@@ -12,12 +12,8 @@
 
 using X11Setup::reply;
 
-namespace {
-
 // Logs under the registry's name, as all screen capture does.
 constexpr char kTag[] = "[DeskDuplManager]:";
-
-} // namespace
 
 std::unique_ptr<DeskFrameGrabberX11> DeskFrameGrabberX11::open(const QString& display)
 {
