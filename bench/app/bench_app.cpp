@@ -5,11 +5,11 @@
 //  - the largest gap between two frames on the strip while the brightness slider takes 200 steps
 //    in 2 s, against the 40 ms frame period of single colour.
 // The program runs with private configuration folders and the offscreen platform.
-#include "ConfigurationManager.h"
-#include "ControlPage.h"
-#include "HomePage.h"
-#include "OrvantaApp.h"
 #include "VirtualLedDevice.h"
+#include "app/OrvantaApp.h"
+#include "service/config/ConfigurationManager.h"
+#include "ui/ControlPage.h"
+#include "ui/HomePage.h"
 
 #include <QApplication>
 #include <QDir>

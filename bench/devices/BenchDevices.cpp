@@ -7,9 +7,9 @@
 // less than one; a pseudo-terminal reports no such queue, so there the backlog it takes in (some
 // 20 kB) still shows in the delay.
 // "--slow-reader [seconds]" runs only the second part.
-#include "OVController.h"
-#include "OVSerialPort.h"
 #include "VirtualLedDevice.h"
+#include "devices/OVController.h"
+#include "devices/OVSerialPort.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>

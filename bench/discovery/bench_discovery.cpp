@@ -3,9 +3,9 @@
 //    which includes the 500 ms settle delay every arrival waits out;
 //  - from the enumerator's construction to the end of a start-up scan of 10 silent ports.
 // Runs with private configuration folders, so no user settings are touched.
-#include "DeviceManager.h"
-#include "OVControllerEnumerator.h"
 #include "VirtualLedDevice.h"
+#include "devices/DeviceManager.h"
+#include "devices/OVControllerEnumerator.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -25,8 +25,9 @@ bool scanEnded = false;
 
 void quietHandler(QtMsgType, const QMessageLogContext&, const QString& message)
 {
-    if (message.contains(QLatin1String("End scan devices list")))
+    if (message.contains(QLatin1String("End scan devices list"))) {
         scanEnded = true;
+    }
 }
 
 // Runs the event loop until `done` holds or `timeoutMs` pass; false on time-out.
@@ -35,8 +36,9 @@ template <typename Predicate> bool spinUntil(Predicate done, int timeoutMs)
     QElapsedTimer clock;
     clock.start();
     while (!done()) {
-        if (clock.elapsed() > timeoutMs)
+        if (clock.elapsed() > timeoutMs) {
             return false;
+        }
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 5);
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     }
@@ -124,8 +126,9 @@ int scanBenchmark(const QString& linkDir)
     }
     const double scanMs = double(clock.nsecsElapsed()) / 1e6;
     int saluted = 0;
-    for (const auto& device : devices)
+    for (const auto& device : devices) {
         saluted += device->salutations() > 0 ? 1 : 0;
+    }
     std::printf("start-up scan of %d silent ports (+%d of this machine): ended after %.1f ms, "
                 "%d of %d ports saluted\n",
                 ports, systemPorts, scanMs, saluted, ports);
@@ -149,11 +152,13 @@ int main(int argc, char** argv)
     qInstallMessageHandler(quietHandler);
 
     QTemporaryDir links;
-    if (!links.isValid())
+    if (!links.isValid()) {
         return 1;
+    }
     int status = arrivalBenchmark(links.path());
-    if (status == 0)
+    if (status == 0) {
         status = scanBenchmark(links.path());
+    }
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     return status;
 }

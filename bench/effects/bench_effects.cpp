@@ -3,15 +3,16 @@
 // Then, for effects on a virtual strip, 1000 option changes in 2 s through the effect's panel,
 // each one written through the store: the largest gap between the strip's frames. Target: under
 // 2 frame periods, since no change waits on the disk.
-#include "AbsWorkerWidget.h"
-#include "ColorMap.h"
-#include "ConfigurationManager.h"
-#include "EffectsManager.h"
-#include "FlowingEffect.h"
-#include "MoodShadow.h"
-#include "OVController.h"
-#include "OVSerialPort.h"
 #include "VirtualLedDevice.h"
+#include "devices/OVController.h"
+#include "devices/OVSerialPort.h"
+#include "effects/EffectsManager.h"
+#include "effects/colorful/ColorMap.h"
+#include "effects/colorful/FlowingEffect.h"
+#include "effects/colorful/MoodShadow.h"
+#include "effects/panels/AbsWorkerWidget.h"
+#include "effects/panels/EffectPanelMaker.h"
+#include "service/config/ConfigurationManager.h"
 
 #include <QAbstractSlider>
 #include <QApplication>
@@ -178,6 +179,7 @@ int main(int argc, char** argv)
         qputenv("QT_QPA_PLATFORM", "offscreen"); // the panels need widgets, not a screen
     }
     QApplication app(argc, argv);
+    EffectPanelMaker::install();
     qInstallMessageHandler(countWrites);
     // Keep the benchmark's store and pictures away from the user's.
     QTemporaryDir home;

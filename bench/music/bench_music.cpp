@@ -6,19 +6,19 @@
 //  - the process's CPU while each mode drives a 300-LED strip in a separate devsim process on a
 //    music-like file played by paplay, and with no music effect bound.
 // Usage: bench_music [seconds per CPU run, default 30]
-#include "AudioCapManager.h"
-#include "ConfigurationManager.h"
-#include "EffectsManager.h"
-#include "MusicMode1.h"
-#include "MusicMode2.h"
-#include "MusicMode3.h"
-#include "MusicMode4.h"
-#include "OVController.h"
-#include "OVSerialPort.h"
 #include "PrivateSoundServer.h"
-#include "SpectrumAnalyzer.h"
 #include "TonePlayer.h"
 #include "VirtualLedDevice.h"
+#include "devices/OVController.h"
+#include "devices/OVSerialPort.h"
+#include "effects/EffectsManager.h"
+#include "effects/music/MusicMode1.h"
+#include "effects/music/MusicMode2.h"
+#include "effects/music/MusicMode3.h"
+#include "effects/music/MusicMode4.h"
+#include "service/audio/AudioCapManager.h"
+#include "service/audio/SpectrumAnalyzer.h"
+#include "service/config/ConfigurationManager.h"
 
 #include <QCoreApplication>
 #include <QDataStream>

@@ -1,22 +1,25 @@
 // Screen sync figures on a private Xvfb at 1920x1080x24: the cost of a grab in both capture
 // modes, the X server's CPU while capturing, the latency from a repaint to the strip, the
 // pipeline's cost per frame, the time from a drop in the layout editor to the strip, and the
-// resident memory of three strips over a minute. Arguments pick sections: "a d f" runs those.
-#include "AbsWorkerWidget.h"
-#include "ConfigurationManager.h"
-#include "DeskCaptureBackendX11.h"
-#include "DeskCaptureOption.h"
-#include "DeskDuplManager.h"
-#include "DeskFrameGrabberX11.h"
+// resident memory of three strips over a minute, and the CPU averaging against OpenCV's area resize.
+// Arguments pick sections: "a d f" runs those.
 #include "DeviceRig.h"
-#include "EffectsManager.h"
-#include "FullScreenMode.h"
-#include "InternalEffectFactory.h"
-#include "LEDItem.h"
 #include "PrivateXServer.h"
 #include "ScreenPainter.h"
-#include "ScreenSyncEditScene.h"
-#include "ScreenSyncEditView.h"
+#include "effects/EffectsManager.h"
+#include "effects/InternalEffectFactory.h"
+#include "effects/panels/AbsWorkerWidget.h"
+#include "effects/panels/EffectPanelMaker.h"
+#include "effects/screensync/FullScreenMode.h"
+#include "effects/screensync/panels/LEDItem.h"
+#include "effects/screensync/panels/ScreenSyncEditScene.h"
+#include "effects/screensync/panels/ScreenSyncEditView.h"
+#include "service/config/ConfigurationManager.h"
+#include "service/screen/AreaAverager.h"
+#include "service/screen/DeskCaptureOption.h"
+#include "service/screen/DeskDuplManager.h"
+#include "service/screen/x11/DeskCaptureBackendX11.h"
+#include "service/screen/x11/DeskFrameGrabberX11.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
@@ -34,6 +37,9 @@
 #include <ctime>
 #include <memory>
 #include <vector>
+
+#include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
 
 namespace {
 
@@ -111,6 +117,56 @@ void grabCost(const QString& display, ScreenPainter& painter)
         }
     }
     painter.paint(QRect(QPoint(), screen), ScreenPainter::pictureA(screen));
+}
+
+// Mode 1's averaging, and any path that averages whole frames on the CPU: AreaAverager's integer
+// boxes against OpenCV's area resize, on one thread as a capture thread runs it, on noise (the
+// worst case for their difference, which is printed in steps of 1/255).
+void cpuAveraging()
+{
+    std::printf("(g) averaging a monitor to 120x67 on the CPU, 32-bit pixels, one thread, 50 runs\n");
+    cv::setNumThreads(0);
+    QRandomGenerator random(17);
+    for (const QSize size : {QSize(1920, 1080), QSize(3840, 2160)}) {
+        QImage picture(size, QImage::Format_RGB32);
+        for (int y = 0; y < size.height(); ++y) {
+            random.fillRange(reinterpret_cast<quint32*>(picture.scanLine(y)), size.width());
+        }
+        const AreaAverager::PixelLayout layout; // the server's 24-bit depth: x, red, green, blue
+        QImage ours(120, 67, QImage::Format_RGBA8888);
+        const cv::Mat source(size.height(), size.width(), CV_8UC4, picture.bits(),
+                             size_t(picture.bytesPerLine()));
+        cv::Mat theirs;
+        std::vector<double> oursUs;
+        std::vector<double> theirsUs;
+        for (int i = 0; i < 50; ++i) {
+            QElapsedTimer clock;
+            clock.start();
+            AreaAverager::average(picture.constBits(), size.width(), size.height(), picture.bytesPerLine(),
+                                  layout, &ours);
+            oursUs.push_back(double(clock.nsecsElapsed()) / 1e3);
+            clock.restart();
+            cv::resize(source, theirs, cv::Size(120, 67), 0, 0, cv::INTER_AREA);
+            theirsUs.push_back(double(clock.nsecsElapsed()) / 1e3);
+        }
+        int most = 0;
+        int beyondOne = 0;
+        for (int y = 0; y < 67; ++y) {
+            for (int x = 0; x < 120; ++x) {
+                const uint8_t* bgra = theirs.ptr<uint8_t>(y) + x * 4;
+                const QColor c = ours.pixelColor(x, y);
+                const int d = std::max({std::abs(c.red() - bgra[2]), std::abs(c.green() - bgra[1]),
+                                        std::abs(c.blue() - bgra[0])});
+                most = std::max(most, d);
+                beyondOne += d > 1;
+            }
+        }
+        std::printf(
+            "    %dx%d: AreaAverager median %.0f us, p95 %.0f us; cv::resize INTER_AREA median %.0f us, "
+            "p95 %.0f us; largest difference %d, pixels differing by more than 1: %d of 8040\n",
+            size.width(), size.height(), quantile(oursUs, 0.5), quantile(oursUs, 0.95),
+            quantile(theirsUs, 0.5), quantile(theirsUs, 0.95), most, beyondOne);
+    }
 }
 
 // The server's share of one core over 10 s, less what the painting alone costs it.
@@ -446,6 +502,7 @@ int main(int argc, char** argv)
     QTemporaryDir home; // the editor's drags are stored: never in the user's own settings
     qputenv("XDG_CONFIG_HOME", QFile::encodeName(home.filePath(QStringLiteral("config"))));
     QApplication app(argc, argv);
+    EffectPanelMaker::install();
     qSetMessagePattern(QStringLiteral("%{if-warning}%{message}%{endif}%{if-critical}%{message}%{endif}"));
     PrivateXServer server;
     if (!server.start()) {
@@ -460,7 +517,7 @@ int main(int argc, char** argv)
     // Sections by letter; none given: all of them.
     QStringList sections = app.arguments().mid(1);
     if (sections.isEmpty()) {
-        sections = QStringList{"a", "b", "c", "d", "e", "f"};
+        sections = QStringList{"a", "b", "c", "d", "e", "f", "g"};
     }
     if (sections.contains("a")) {
         grabCost(server.display(), painter);
@@ -481,6 +538,9 @@ int main(int argc, char** argv)
     }
     if (sections.contains("f")) {
         memoryFlat(painter, 60);
+    }
+    if (sections.contains("g")) {
+        cpuAveraging();
     }
     registry->shutdown();
     return 0;

@@ -5,12 +5,12 @@
 //  - GradientWidget with 2 and 30 handles while one is dragged;
 //  - GradientImgComboBox showing a gradient;
 //  - the layout editor's repaint for each live frame with 72 and 300 LEDs.
-#include "ColorWheel.h"
-#include "ComboBoxDelegate.h"
-#include "GradientImgComboBox.h"
-#include "GradientWidget.h"
-#include "ScreenSyncEditScene.h"
-#include "ScreenSyncEditView.h"
+#include "effects/screensync/panels/ScreenSyncEditScene.h"
+#include "effects/screensync/panels/ScreenSyncEditView.h"
+#include "ui/widgets/ColorWheel.h"
+#include "ui/widgets/ComboBoxDelegate.h"
+#include "ui/widgets/GradientImgComboBox.h"
+#include "ui/widgets/GradientWidget.h"
 
 #include <QApplication>
 #include <QElapsedTimer>

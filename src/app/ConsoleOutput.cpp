@@ -1,4 +1,4 @@
-#include "ConsoleOutput.h"
+#include "app/ConsoleOutput.h"
 
 #include <QDebug>
 
@@ -10,6 +10,8 @@
 #include <utility>
 
 namespace {
+
+constexpr char kTag[] = "[ConsoleOutput]";
 
 struct Queue
 {
@@ -103,7 +105,7 @@ void ConsoleOutput::run()
             if (q.dropped > 0) {
                 const quint64 dropped = std::exchange(q.dropped, 0);
                 lock.unlock();
-                qInfo().noquote() << "[ConsoleOutput]" << dropped
+                qInfo().noquote() << kTag << dropped
                                   << "log lines were left out of standard output while it was full";
                 lock.lock();
             }

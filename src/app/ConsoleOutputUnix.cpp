@@ -1,4 +1,4 @@
-#include "ConsoleOutput.h"
+#include "app/ConsoleOutput.h"
 
 #include <cerrno>
 #include <csignal>

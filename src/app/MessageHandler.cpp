@@ -1,6 +1,6 @@
-#include "MessageHandler.h"
+#include "app/MessageHandler.h"
 
-#include "ConsoleOutput.h"
+#include "app/ConsoleOutput.h"
 
 #include <QCoreApplication>
 #include <QDateTime>

@@ -1,13 +1,13 @@
-#include "OrvantaApp.h"
+#include "app/OrvantaApp.h"
 
-#include "AbsWorkerWidget.h"
-#include "ControlPage.h"
-#include "ControllerConfigDialog.h"
-#include "DeviceModel.h"
-#include "HomePage.h"
-#include "LedLayout.h"
-#include "WorkGroupModel.h"
-#include "WorkerModel.h"
+#include "devices/LedLayout.h"
+#include "effects/panels/AbsWorkerWidget.h"
+#include "ui/ControlPage.h"
+#include "ui/DeviceModel.h"
+#include "ui/HomePage.h"
+#include "ui/WorkGroupModel.h"
+#include "ui/WorkerModel.h"
+#include "ui/dialogs/ControllerConfigDialog.h"
 
 #include <QApplication>
 #include <QDebug>
@@ -22,12 +22,14 @@
 #include <algorithm>
 
 namespace {
-const QString singleColorEffect = QStringLiteral("com.orvanta.singleColor.singleColor1");
-const QString screenSyncGroup = QStringLiteral("com.orvanta.screenSync");
-const QString styleSheetPath = QStringLiteral("styles/default.qss");
+
+constexpr char kTag[] = "[OrvantaApp]:";
+const QString kSingleColorEffect = QStringLiteral("com.orvanta.singleColor.singleColor1");
+const QString kScreenSyncGroup = QStringLiteral("com.orvanta.screenSync");
+const QString kStyleSheetPath = QStringLiteral("styles/default.qss");
 
 // One colour per line while the strip dialog is open, so the user sees which line is which.
-const OV_RGB previewColors[15] = {
+const OV_RGB kPreviewColors[15] = {
     {255, 0, 0},   {0, 128, 0},   {255, 165, 0},   {0, 255, 255},   {255, 69, 0},
     {0, 255, 127}, {255, 255, 0}, {0, 0, 255},     {255, 255, 224}, {0, 255, 0},
     {255, 215, 0}, {128, 0, 128}, {192, 192, 192}, {255, 192, 203}, {165, 42, 42},
@@ -44,8 +46,7 @@ OrvantaApp::OrvantaApp(QObject* parent)
         mainWindow.show();
     } else if (!mainWindow.trayAvailable()) {
         // Hidden with no tray would leave the user no way back but a second start.
-        qInfo().noquote()
-            << "[OrvantaApp]: No system tray on this desktop, starting minimised instead of hidden";
+        qInfo().noquote() << kTag << "No system tray on this desktop, starting minimised instead of hidden";
         mainWindow.showMinimized();
     }
 
@@ -90,26 +91,25 @@ void OrvantaApp::onShowRequested()
 void OrvantaApp::onNewController(QString ctlName)
 {
     if (ctlName.isEmpty()) {
-        qCritical().noquote() << "[OrvantaApp]: Invalid parameter,"
+        qCritical().noquote() << kTag << "Invalid parameter,"
                               << "OrvantaApp::onNewController";
         return;
     }
     const ControlOptions options = deviceManager.controlOptions(ctlName);
     if (options.id.isEmpty()) {
-        qCritical().noquote() << "[OrvantaApp]: DeviceManager returned an invalid ControlOptions, ctlName:"
-                              << ctlName;
+        qCritical().noquote() << kTag
+                              << "DeviceManager returned an invalid ControlOptions, ctlName:" << ctlName;
         return;
     }
     AbsRGBControllerPtr controller = deviceManager.controller(ctlName);
     if (!controller) {
-        qCritical().noquote() << "[OrvantaApp]: DeviceManager returned an empty controller, ctlName:"
-                              << ctlName;
+        qCritical().noquote() << kTag << "DeviceManager returned an empty controller, ctlName:" << ctlName;
         return;
     }
     const QString problem = LedLayout::problem(options.nbLeds, options.lines);
     // No count and no lines is a strip nobody described yet, nothing to warn about.
     if (!problem.isEmpty() && (options.nbLeds != 0 || !options.lines.isEmpty())) {
-        qWarning().noquote() << "[OrvantaApp]: The strips of" << ctlName << "are not configured:" << problem;
+        qWarning().noquote() << kTag << "The strips of" << ctlName << "are not configured:" << problem;
     }
     if (!problem.isEmpty() && !configureStrips(ctlName, controller)) {
         deviceManager.removeController(ctlName);
@@ -118,7 +118,7 @@ void OrvantaApp::onNewController(QString ctlName)
                effectsManager.hasWorker(options.subMode)) {
         changeWorker(ctlName, options.subMode);
     } else {
-        changeWorker(ctlName, singleColorEffect);
+        changeWorker(ctlName, kSingleColorEffect);
     }
     refreshHomePage();
 }
@@ -127,14 +127,13 @@ void OrvantaApp::changeWorker(const QString& ctlId, const QString& effectId)
 {
     AbsRGBControllerPtr controller = deviceManager.controller(ctlId);
     if (!controller) {
-        qCritical().noquote() << "[OrvantaApp]: Not found device controller, id:" << ctlId;
+        qCritical().noquote() << kTag << "Not found device controller, id:" << ctlId;
         return;
     }
     controller->setWorkMode(EffectsManager::groupIdOf(effectId));
     controller->setSubMode(effectId);
     if (!effectsManager.bind(controller, effectId)) {
-        qWarning().noquote() << "[OrvantaApp]: Cannot bind controller:" << ctlId
-                             << "to effect:" << effectId;
+        qWarning().noquote() << kTag << "Cannot bind controller:" << ctlId << "to effect:" << effectId;
     }
     activatePanels(ctlId, effectId);
 }
@@ -157,12 +156,12 @@ void OrvantaApp::onAllStrapOnOff(bool on)
         }
     }
     allOn = on;
-    qInfo().noquote() << "[OrvantaApp]: Close all/Open all switched:" << on;
+    qInfo().noquote() << kTag << "Close all/Open all switched:" << on;
 }
 
 void OrvantaApp::onAppAboutToQuit()
 {
-    qInfo().noquote() << "[OrvantaApp]: The application is exiting...";
+    qInfo().noquote() << kTag << "The application is exiting...";
 }
 
 void OrvantaApp::wireUserInterface()
@@ -206,7 +205,7 @@ AbsRGBControllerPtr OrvantaApp::pageController()
 
 bool OrvantaApp::configureStrips(const QString& ctlId, AbsRGBControllerPtr controller)
 {
-    qInfo().noquote() << "[OrvantaApp]: Asking for the strips of" << ctlId;
+    qInfo().noquote() << kTag << "Asking for the strips of" << ctlId;
     ControllerConfigDialog dialog(&mainWindow);
     dialog.setLimit(int(LedLayout::maxLeds));
     const uint32_t savedLeds = controller->controlOptions().nbLeds;
@@ -220,7 +219,7 @@ bool OrvantaApp::configureStrips(const QString& ctlId, AbsRGBControllerPtr contr
                 controller->setLayout(maxLeds, lines);
                 QVector<QVector<OV_RGB>> colors;
                 for (int i = 0; i < lines.size(); ++i) {
-                    colors.append(QVector<OV_RGB>(int(lines[i]), previewColors[i % 15]));
+                    colors.append(QVector<OV_RGB>(int(lines[i]), kPreviewColors[i % 15]));
                 }
                 controller->update(colors);
             });
@@ -244,7 +243,7 @@ bool OrvantaApp::configureStrips(const QString& ctlId, AbsRGBControllerPtr contr
     qDebug().noquote() << "用户取消了灯带配置" << ctlId;
     if (!answered) {
         // A quit (a signal, the session's end, the tray) ends every event loop, this one first.
-        qInfo().noquote() << "[OrvantaApp]: The strip dialog was open when the program quit";
+        qInfo().noquote() << kTag << "The strip dialog was open when the program quit";
     }
     return false;
 }
@@ -261,7 +260,7 @@ void OrvantaApp::setControlPageData(QString ctlId)
     ControlPage* page = mainWindow.controlPage();
     AbsRGBControllerPtr controller = deviceManager.controller(ctlId);
     if (!controller) {
-        qCritical().noquote() << "[OrvantaApp]: Not found device controller, id:" << ctlId;
+        qCritical().noquote() << kTag << "Not found device controller, id:" << ctlId;
         return;
     }
     const ControlOptions& options = controller->controlOptions();
@@ -332,13 +331,13 @@ void OrvantaApp::switchGroup(const std::function<QString(const QString&)>& step)
 {
     const QStringList ids = deviceManager.controllerNames();
     if (ids.isEmpty()) {
-        qCritical().noquote() << "[OrvantaApp]: The controller list is empty";
+        qCritical().noquote() << kTag << "The controller list is empty";
         return;
     }
     QString current = deviceManager.controlOptions(ids.first()).workMode;
     for (const QString& id : ids) {
         if (deviceManager.controlOptions(id).workMode != current) {
-            current = screenSyncGroup;
+            current = kScreenSyncGroup;
             break;
         }
     }
@@ -375,8 +374,8 @@ void OrvantaApp::watchStyleSheet()
 {
     // Only a loose copy beside the program is watched; the start-up style is compiled in.
     styleWatcher = new QFileSystemWatcher(this);
-    if (QFile::exists(styleSheetPath)) {
-        styleWatcher->addPath(styleSheetPath);
+    if (QFile::exists(kStyleSheetPath)) {
+        styleWatcher->addPath(kStyleSheetPath);
     }
     connect(styleWatcher, &QFileSystemWatcher::fileChanged, this, &OrvantaApp::reloadStyleSheet,
             Qt::DirectConnection);

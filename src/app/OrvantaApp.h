@@ -1,8 +1,8 @@
 #pragma once
 
-#include "DeviceManager.h"
-#include "EffectsManager.h"
-#include "MainWindow.h"
+#include "devices/DeviceManager.h"
+#include "effects/EffectsManager.h"
+#include "ui/MainWindow.h"
 
 #include <QAbstractNativeEventFilter>
 #include <QObject>

@@ -1,4 +1,4 @@
-#include "ShutdownSignals.h"
+#include "app/ShutdownSignals.h"
 
 #include <QDebug>
 #include <QSocketNotifier>
@@ -10,6 +10,8 @@
 #include <unistd.h>
 
 namespace {
+
+constexpr char kTag[] = "[ShutdownSignals]";
 
 // Self-pipe: the signal handler may only write a byte; the event loop does the rest.
 int pipeFds[2] = {-1, -1};
@@ -56,11 +58,11 @@ bool ShutdownSignals::install()
         return true;
     }
     if (pipeFds[0] >= 0) {
-        qWarning() << "[ShutdownSignals] Signal handling is already installed by another object";
+        qWarning() << kTag << "Signal handling is already installed by another object";
         return false;
     }
     if (::pipe2(pipeFds, O_CLOEXEC | O_NONBLOCK) != 0) {
-        qWarning() << "[ShutdownSignals] Failed to create the signal pipe:" << std::strerror(errno);
+        qWarning() << kTag << "Failed to create the signal pipe:" << std::strerror(errno);
         pipeFds[0] = pipeFds[1] = -1;
         return false;
     }
@@ -74,8 +76,7 @@ bool ShutdownSignals::install()
     action.sa_flags = SA_RESTART;
     for (int signalNumber : kSignals) {
         if (::sigaction(signalNumber, &action, nullptr) != 0) {
-            qWarning() << "[ShutdownSignals] Failed to handle signal" << signalNumber << ":"
-                       << std::strerror(errno);
+            qWarning() << kTag << "Failed to handle signal" << signalNumber << ":" << std::strerror(errno);
         }
     }
     return true;
@@ -85,7 +86,7 @@ void ShutdownSignals::onNotified()
 {
     unsigned char byte = 0;
     while (::read(pipeFds[0], &byte, 1) == 1) {
-        qInfo() << "[ShutdownSignals] Received signal" << int(byte) << "- quitting";
+        qInfo() << kTag << "Received signal" << int(byte) << "- quitting";
         emit shutdownRequested(int(byte));
     }
 }

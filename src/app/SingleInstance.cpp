@@ -1,4 +1,4 @@
-#include "SingleInstance.h"
+#include "app/SingleInstance.h"
 
 #include <QDebug>
 #include <QDir>
@@ -8,6 +8,9 @@
 #include <QTimer>
 
 namespace {
+
+constexpr char kTag[] = "[SingleInstance]";
+
 // A request is one short line; anything longer is not from us.
 constexpr int kMaxRequestBytes = 64;
 constexpr int kClientTimeoutMs = 5000;
@@ -87,12 +90,11 @@ bool SingleInstance::listen()
     // Holding the lock means any socket of that name is left over from a crashed run.
     QLocalServer::removeServer(name);
     if (!server->listen(name)) {
-        qWarning().noquote() << "[SingleInstance] Failed to listen on" << name << ":"
-                             << server->errorString();
+        qWarning().noquote() << kTag << "Failed to listen on" << name << ":" << server->errorString();
         return false;
     }
     connect(server, &QLocalServer::newConnection, this, &SingleInstance::onNewConnection);
-    qInfo().noquote() << "[SingleInstance] Listening for a second instance on" << server->fullServerName();
+    qInfo().noquote() << kTag << "Listening for a second instance on" << server->fullServerName();
     return true;
 }
 
@@ -113,7 +115,7 @@ void SingleInstance::onReadyRead(QLocalSocket* socket)
 {
     if (!socket->canReadLine()) {
         if (socket->bytesAvailable() > kMaxRequestBytes) {
-            qWarning() << "[SingleInstance] Dropped an overlong request from a local client";
+            qWarning() << kTag << "Dropped an overlong request from a local client";
             socket->abort();
         }
         return;
@@ -121,10 +123,10 @@ void SingleInstance::onReadyRead(QLocalSocket* socket)
     const QByteArray request = socket->readLine(kMaxRequestBytes + 1);
     socket->disconnectFromServer();
     if (request != showRequest) {
-        qWarning() << "[SingleInstance] Ignored an unknown request from a local client:" << request.left(32);
+        qWarning() << kTag << "Ignored an unknown request from a local client:" << request.left(32);
         return;
     }
-    qInfo() << "[SingleInstance] A second instance asked to show the main window";
+    qInfo() << kTag << "A second instance asked to show the main window";
     emit showRequested();
 }
 

@@ -1,7 +1,7 @@
-#include "StartupSteps.h"
+#include "app/StartupSteps.h"
 
 #include "BuildInfo.h"
-#include "ConfigurationManager.h"
+#include "service/config/ConfigurationManager.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>

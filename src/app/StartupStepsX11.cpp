@@ -1,4 +1,4 @@
-#include "StartupSteps.h"
+#include "app/StartupSteps.h"
 
 #include <QByteArray>
 

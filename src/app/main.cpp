@@ -1,16 +1,20 @@
-#include "ConfigurationManager.h"
-#include "ConsoleOutput.h"
-#include "DeskDuplManager.h"
-#include "MessageHandler.h"
-#include "OrvantaApp.h"
-#include "ShutdownSignals.h"
-#include "SingleInstance.h"
-#include "StartupSteps.h"
+#include "app/ConsoleOutput.h"
+#include "app/MessageHandler.h"
+#include "app/OrvantaApp.h"
+#include "app/ShutdownSignals.h"
+#include "app/SingleInstance.h"
+#include "app/StartupSteps.h"
+#include "effects/panels/EffectPanelMaker.h"
+#include "service/config/ConfigurationManager.h"
+#include "service/screen/DeskDuplManager.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
 
 #include <cstdio>
+
+// Logs under StartupSteps's name: the log texts of this part are fixed that way.
+constexpr char kTag[] = "[StartupSteps]";
 
 int main(int argc, char* argv[])
 {
@@ -66,7 +70,7 @@ int main(int argc, char* argv[])
     StartupSteps::logStartupInfo();
     const int oldLogs = StartupSteps::removeOldLogs(logsPath, mainLog, StartupSteps::keptLogRuns);
     if (oldLogs > 0) {
-        qInfo().noquote() << "[StartupSteps] Removed" << oldLogs << "log files of runs before the last"
+        qInfo().noquote() << kTag << "Removed" << oldLogs << "log files of runs before the last"
                           << StartupSteps::keptLogRuns;
     }
 
@@ -80,6 +84,9 @@ int main(int argc, char* argv[])
     DeskDuplManager* deskDupl = DeskDuplManager::instance();
     app.setProperty("com.orvanta.runtime.options.deskCaptureOption",
                     QVariant::fromValue(quintptr(deskDupl->option())));
+
+    // Before the effects registry, which asks it for the option panels.
+    EffectPanelMaker::install();
 
     int exitCode = 0;
     {

@@ -1,7 +1,7 @@
-#include "AbsRGBController.h"
+#include "devices/AbsRGBController.h"
 
-#include "ConfigurationManager.h"
-#include "LedLayout.h"
+#include "devices/LedLayout.h"
+#include "service/config/ConfigurationManager.h"
 
 #include <QJsonArray>
 #include <QJsonObject>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "ControlOptions.h"
-#include "OV_RGB.h"
+#include "devices/ControlOptions.h"
+#include "devices/OV_RGB.h"
 
 #include <QElapsedTimer>
 #include <QObject>

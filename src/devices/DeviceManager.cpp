@@ -1,7 +1,7 @@
-#include "DeviceManager.h"
+#include "devices/DeviceManager.h"
 
-#include "IDeviceEnumerator.h"
-#include "OVControllerEnumerator.h"
+#include "devices/IDeviceEnumerator.h"
+#include "devices/OVControllerEnumerator.h"
 
 #include <QCoreApplication>
 #include <QDebug>
@@ -11,7 +11,9 @@
 
 namespace {
 
-const char* const BuiltInKey = "@@@OVControllerEnumerator";
+constexpr char kTag[] = "[DeviceManager]:";
+
+const char* const kBuiltInKey = "@@@OVControllerEnumerator";
 
 } // namespace
 
@@ -66,7 +68,7 @@ void DeviceManager::addBuiltInEnumerator()
     auto* enumerator = new OVControllerEnumerator(this);
     connect(enumerator, &IDeviceEnumerator::deviceEnabled, this, &DeviceManager::addController,
             Qt::QueuedConnection);
-    enumerators.insert(QString::fromLatin1(BuiltInKey), EnumeratorEntry(nullptr, enumerator));
+    enumerators.insert(QString::fromLatin1(kBuiltInKey), EnumeratorEntry(nullptr, enumerator));
 }
 
 AbsRGBControllerPtr DeviceManager::controller(QString id) const
@@ -78,8 +80,9 @@ ControlOptions& DeviceManager::controlOptions(QString id)
 {
     static ControlOptions blank;
     const auto it = controllers.constFind(id);
-    if (it == controllers.cend() || !it.value())
+    if (it == controllers.cend() || !it.value()) {
         return blank;
+    }
     return it.value()->controlOptions();
 }
 
@@ -90,26 +93,28 @@ QStringList DeviceManager::controllerNames() const
 
 void DeviceManager::addEnumeratorControllers(IDeviceEnumerator* enumerator)
 {
-    if (!enumerator)
+    if (!enumerator) {
         return;
+    }
     const QSet<AbsRGBControllerPtr> found = enumerator->controllers();
-    for (const AbsRGBControllerPtr& controller : found)
+    for (const AbsRGBControllerPtr& controller : found) {
         addController(controller);
+    }
 }
 
 void DeviceManager::addController(AbsRGBControllerPtr controller)
 {
     if (!controller) {
-        qWarning().noquote() << "[DeviceManager]: Cannot add an empty controller";
+        qWarning().noquote() << kTag << "Cannot add an empty controller";
         return;
     }
     const ControlOptions options = controller->controlOptions();
     if (controllers.contains(options.id)) {
-        qWarning().noquote() << "[DeviceManager]: The controller already exists" << options.id;
+        qWarning().noquote() << kTag << "The controller already exists" << options.id;
         return;
     }
     if (options.id.isEmpty()) {
-        qWarning().noquote() << "[DeviceManager]: Cannot add a controller with an invalid ID";
+        qWarning().noquote() << kTag << "Cannot add a controller with an invalid ID";
         return;
     }
     controllers.insert(options.id, controller);
@@ -125,10 +130,12 @@ void DeviceManager::addController(AbsRGBControllerPtr controller)
 
 void DeviceManager::onControllerStatus(QString id, uint32_t status, QString description)
 {
-    if (status == 0)
+    if (status == 0) {
         return;
-    if (!controllers.contains(id))
+    }
+    if (!controllers.contains(id)) {
         return;
+    }
     // Dropping the strong reference; the last holder's release closes the port.
     controllers.remove(id);
     qInfo().noquote() << "Device has failed:" << id << ", Reason：" << description;
@@ -138,11 +145,11 @@ void DeviceManager::onControllerStatus(QString id, uint32_t status, QString desc
 void DeviceManager::removeController(QString ctlName)
 {
     if (ctlName.isEmpty()) {
-        qWarning().noquote() << "[DeviceManager]: Invalid parameter \"ctlName\", func: removeController";
+        qWarning().noquote() << kTag << "Invalid parameter \"ctlName\", func: removeController";
         return;
     }
     if (!controllers.contains(ctlName)) {
-        qWarning().noquote() << "[DeviceManager]: Try removing a controller that does not exist";
+        qWarning().noquote() << kTag << "Try removing a controller that does not exist";
         return;
     }
     controllers.remove(ctlName);

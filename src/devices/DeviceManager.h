@@ -1,7 +1,7 @@
 #pragma once
 
-#include "AbsRGBController.h"
-#include "ControlOptions.h"
+#include "devices/AbsRGBController.h"
+#include "devices/ControlOptions.h"
 
 #include <QHash>
 #include <QObject>

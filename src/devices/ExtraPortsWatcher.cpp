@@ -1,4 +1,4 @@
-#include "ExtraPortsWatcher.h"
+#include "devices/ExtraPortsWatcher.h"
 
 #include <QDebug>
 #include <QDir>
@@ -9,6 +9,8 @@
 #include <sys/stat.h>
 
 namespace {
+
+constexpr char kTag[] = "[ExtraPortsWatcher]:";
 
 bool hasWildcard(const QString& name)
 {
@@ -26,8 +28,9 @@ QStringList expandEntry(const QString& entry)
 {
     const QFileInfo info(entry);
     const QString name = info.fileName();
-    if (!hasWildcard(name))
+    if (!hasWildcard(name)) {
         return info.exists() ? QStringList{info.absoluteFilePath()} : QStringList{};
+    }
 
     QStringList paths;
     const QDir folder(info.absolutePath());
@@ -35,8 +38,9 @@ QStringList expandEntry(const QString& entry)
         folder.entryList(QStringList{name}, QDir::Files | QDir::System | QDir::Hidden, QDir::Name);
     for (const QString& match : names) {
         const QFileInfo matchInfo(folder.absoluteFilePath(match));
-        if (matchInfo.exists())
+        if (matchInfo.exists()) {
             paths << matchInfo.absoluteFilePath();
+        }
     }
     return paths;
 }
@@ -46,15 +50,17 @@ QStringList expandEntry(const QString& entry)
 QByteArray identityOf(const QString& path)
 {
     struct stat st;
-    if (::lstat(QFile::encodeName(path).constData(), &st) != 0)
+    if (::lstat(QFile::encodeName(path).constData(), &st) != 0) {
         return QByteArray();
+    }
     const qlonglong fields[] = {qlonglong(st.st_dev),          qlonglong(st.st_ino),
                                 qlonglong(st.st_size),         qlonglong(st.st_ctim.tv_sec),
                                 qlonglong(st.st_ctim.tv_nsec), qlonglong(st.st_mtim.tv_sec),
                                 qlonglong(st.st_mtim.tv_nsec)};
     QByteArray identity;
-    for (qlonglong field : fields)
+    for (qlonglong field : fields) {
         identity += QByteArray::number(field) + '/';
+    }
     return identity;
 }
 
@@ -73,17 +79,18 @@ ExtraPortsWatcher::ExtraPortsWatcher(const QStringList& entries, QObject* parent
     QStringList folders;
     for (const QString& entry : entries) {
         const QString folder = folderOf(entry);
-        if (!folders.contains(folder))
+        if (!folders.contains(folder)) {
             folders << folder;
+        }
     }
     for (const QString& folder : qAsConst(folders)) {
         if (!QFileInfo(folder).isDir()) {
-            qWarning().noquote() << "[ExtraPortsWatcher]: Cannot watch the folder" << folder
+            qWarning().noquote() << kTag << "Cannot watch the folder" << folder
                                  << "of ORVANTA_EXTRA_PORTS: it does not exist";
             continue;
         }
         if (!watcher->addPath(folder)) {
-            qWarning().noquote() << "[ExtraPortsWatcher]: Cannot watch the folder" << folder;
+            qWarning().noquote() << kTag << "Cannot watch the folder" << folder;
             continue;
         }
         known.insert(matchesIn(folder));
@@ -123,10 +130,12 @@ QHash<QString, QByteArray> ExtraPortsWatcher::matchesIn(const QString& folder) c
 {
     QHash<QString, QByteArray> matches;
     for (const QString& entry : entries) {
-        if (folderOf(entry) != folder)
+        if (folderOf(entry) != folder) {
             continue;
-        for (const QString& path : expandEntry(entry))
+        }
+        for (const QString& path : expandEntry(entry)) {
             matches.insert(path, identityOf(path));
+        }
     }
     return matches;
 }
@@ -137,26 +146,29 @@ void ExtraPortsWatcher::onFolderChanged(const QString& folder)
 
     // Forget what went away, so that its return is an arrival.
     for (auto it = known.begin(); it != known.end();) {
-        if (folderOf(it.key()) == folder && !now.contains(it.key()))
+        if (folderOf(it.key()) == folder && !now.contains(it.key())) {
             it = known.erase(it);
-        else
+        } else {
             ++it;
+        }
     }
 
     QStringList arrived;
     for (auto it = now.cbegin(); it != now.cend(); ++it) {
         const auto old = known.constFind(it.key());
-        if (old == known.cend() || old.value() != it.value())
+        if (old == known.cend() || old.value() != it.value()) {
             arrived << it.key();
+        }
         known.insert(it.key(), it.value());
     }
     arrived.sort();
     for (const QString& path : qAsConst(arrived)) {
-        qInfo().noquote() << "[ExtraPortsWatcher]: A watched port appeared:" << path;
+        qInfo().noquote() << kTag << "A watched port appeared:" << path;
         emit portArrived(path);
     }
 
     // A folder that was removed and recreated drops out of the watch list; take it back.
-    if (!watcher->directories().contains(folder) && QFileInfo(folder).isDir())
+    if (!watcher->directories().contains(folder) && QFileInfo(folder).isDir()) {
         watcher->addPath(folder);
+    }
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "PortArrivalWatcher.h"
+#include "devices/PortArrivalWatcher.h"
 
 #include <QHash>
 #include <QStringList>

@@ -1,4 +1,4 @@
-#include "HandshakeReply.h"
+#include "devices/HandshakeReply.h"
 
 #include <QStringList>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "AbsRGBController.h"
+#include "devices/AbsRGBController.h"
 
 #include <QObject>
 #include <QSet>

@@ -1,4 +1,4 @@
-#include "LedLayout.h"
+#include "devices/LedLayout.h"
 
 #include <QJsonArray>
 #include <QJsonValue>

@@ -1,7 +1,7 @@
-#include "OVController.h"
+#include "devices/OVController.h"
 
-#include "LedLayout.h"
-#include "OVSerialPort.h"
+#include "devices/LedLayout.h"
+#include "devices/OVSerialPort.h"
 
 #include <QDebug>
 
@@ -45,21 +45,7 @@ OVController::OVController(const ControlOptions& controlOptions, OVSerialPort* s
     : AbsRGBController(parent)
     , port(serialPort)
 {
-    options.kindName = controlOptions.kindName;
-    options.portName = controlOptions.portName;
-    options.model = controlOptions.model;
-    options.serial = controlOptions.serial;
-    options.id = controlOptions.id;
-    options.icon = controlOptions.icon;
-    options.image = controlOptions.image;
-    options.nbLeds = controlOptions.nbLeds;
-    options.lines = controlOptions.lines;
-    options.brightness = controlOptions.brightness;
-    options.enable = controlOptions.enable;
-    options.status = controlOptions.status;
-    options.installDirection = controlOptions.installDirection;
-    options.workMode = controlOptions.workMode;
-    options.subMode = controlOptions.subMode;
+    options = controlOptions;
 
     connect(this, &OVController::writeToPort, port, &OVSerialPort::write, Qt::QueuedConnection);
     connect(port->serialPort(), &QSerialPort::errorOccurred, this, &OVController::onPortError,

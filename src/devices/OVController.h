@@ -1,6 +1,6 @@
 #pragma once
 
-#include "AbsRGBController.h"
+#include "devices/AbsRGBController.h"
 
 #include <QByteArray>
 #include <QSerialPort>

@@ -1,12 +1,12 @@
-#include "OVControllerEnumerator.h"
+#include "devices/OVControllerEnumerator.h"
 
-#include "DefaultsFile.h"
-#include "ExtraPortsWatcher.h"
-#include "HandshakeReply.h"
-#include "LedLayout.h"
-#include "OVController.h"
-#include "OVSerialPort.h"
-#include "PortArrivalWatcher.h"
+#include "devices/ExtraPortsWatcher.h"
+#include "devices/HandshakeReply.h"
+#include "devices/LedLayout.h"
+#include "devices/OVController.h"
+#include "devices/OVSerialPort.h"
+#include "devices/PortArrivalWatcher.h"
+#include "service/config/DefaultsFile.h"
 
 #include <QCoreApplication>
 #include <QDebug>
@@ -34,12 +34,13 @@ static void initDeviceResources()
 
 namespace {
 
-const char* const Tag = "[OVControllerEnumerator]: ";
-const char* const DefaultsFile = "controler_config/OVController.json";
-const char* const DefaultIcon = ":/images/Ov5512Icon.jpg";
-const int ScanIntervalMs = 100;
-const int ArrivalDelayMs = 500;
-const int ResponseTimeoutMs = 5000;
+constexpr char kTag[] = "[OVControllerEnumerator]:";
+
+const char* const kDefaultsFile = "controler_config/OVController.json";
+const char* const kDefaultIcon = ":/images/Ov5512Icon.jpg";
+const int kScanIntervalMs = 100;
+const int kArrivalDelayMs = 500;
+const int kResponseTimeoutMs = 5000;
 
 // Quoted and escaped the way QDebug shows strings, so a reply stays on one log line.
 QString quoted(const QString& text)
@@ -59,8 +60,9 @@ QString quoted(const QByteArray& bytes)
 // A model without a picture gets a null image, quietly: QImage warns about an empty name.
 QImage loadPicture(const QString& baseDir, const QString& path)
 {
-    if (path.isEmpty())
+    if (path.isEmpty()) {
         return QImage();
+    }
     return QImage(QDir::isAbsolutePath(path) ? path : QDir(baseDir).filePath(path));
 }
 
@@ -99,36 +101,40 @@ OVControllerEnumerator::OVControllerEnumerator(QObject* parent)
 OVControllerEnumerator::~OVControllerEnumerator()
 {
     // Pool tasks of scanControllers post back to this object; let the last of them finish.
-    while (scanTasks.loadAcquire() > 0)
+    while (scanTasks.loadAcquire() > 0) {
         QThread::yieldCurrentThread();
+    }
 
     // Ports still in their handshake, or answered with a known id, have no other owner.
     for (const auto& entry : qAsConst(unattachedPorts)) {
-        if (entry.first && entry.first->thread() == thread())
+        if (entry.first && entry.first->thread() == thread()) {
             delete entry.first.data();
+        }
     }
 }
 
 void OVControllerEnumerator::startScan()
 {
-    qInfo().noquote() << "[OVControllerEnumerator]: Begin scan devices list";
+    qInfo().noquote() << kTag << "Begin scan devices list";
 
     // Full device paths throughout, the form udev and ORVANTA_EXTRA_PORTS give too.
     auto ports = QSharedPointer<QStringList>::create();
     const QList<QSerialPortInfo> infos = QSerialPortInfo::availablePorts();
-    for (const QSerialPortInfo& info : infos)
+    for (const QSerialPortInfo& info : infos) {
         ports->append(info.systemLocation());
+    }
     const QStringList extra = ExtraPortsWatcher::expandEntries(ExtraPortsWatcher::configuredEntries());
     for (const QString& path : extra) {
-        if (!ports->contains(path))
+        if (!ports->contains(path)) {
             ports->append(path);
+        }
     }
 
     auto* scanTimer = new QTimer(this);
-    scanTimer->setInterval(ScanIntervalMs);
+    scanTimer->setInterval(kScanIntervalMs);
     connect(scanTimer, &QTimer::timeout, this, [this, scanTimer, ports]() {
         if (ports->isEmpty()) {
-            qInfo().noquote() << "[OVControllerEnumerator]: End scan devices list";
+            qInfo().noquote() << kTag << "End scan devices list";
             scanTimer->stop();
             scanTimer->deleteLater();
             ports->clear();
@@ -145,8 +151,9 @@ QSet<AbsRGBControllerPtr> OVControllerEnumerator::controllers()
     QMutexLocker locker(&mutex);
     for (auto it = controllersMap.cbegin(); it != controllersMap.cend(); ++it) {
         AbsRGBControllerPtr controller = it.value().toStrongRef();
-        if (controller)
+        if (controller) {
             alive.insert(controller);
+        }
     }
     return alive;
 }
@@ -178,11 +185,12 @@ void OVControllerEnumerator::scanControllers()
 
 void OVControllerEnumerator::onDeviceArrival(QString deviceName)
 {
-    if (pendingArrivals.contains(deviceName))
+    if (pendingArrivals.contains(deviceName)) {
         return;
+    }
     pendingArrivals.insert(deviceName);
     // Let the port settle; repeated notices within the delay fold into this one attempt.
-    QTimer::singleShot(ArrivalDelayMs, this, [this, deviceName]() {
+    QTimer::singleShot(kArrivalDelayMs, this, [this, deviceName]() {
         verifyDevice(deviceName);
         pendingArrivals.remove(deviceName);
     });
@@ -191,25 +199,28 @@ void OVControllerEnumerator::onDeviceArrival(QString deviceName)
 bool OVControllerEnumerator::isOpenHere(const QString& portName)
 {
     const QString file = QFileInfo(portName).canonicalFilePath();
-    if (file.isEmpty())
+    if (file.isEmpty()) {
         return false;
+    }
     const auto same = [&file](const QString& name) { return QFileInfo(name).canonicalFilePath() == file; };
     for (const auto& entry : qAsConst(unattachedPorts)) {
-        if (entry.first && same(entry.second))
+        if (entry.first && same(entry.second)) {
             return true;
+        }
     }
     QMutexLocker locker(&mutex);
     for (const QWeakPointer<AbsRGBController>& weak : qAsConst(controllersMap)) {
         const AbsRGBControllerPtr controller = weak.toStrongRef();
-        if (controller && same(controller->controlOptions().portName))
+        if (controller && same(controller->controlOptions().portName)) {
             return true;
+        }
     }
     return false;
 }
 
 void OVControllerEnumerator::verifyDevice(QString portName)
 {
-    qDebug().noquote() << "[OVControllerEnumerator]: Start verifying device:" << portName;
+    qDebug().noquote() << kTag << "Start verifying device:" << portName;
 
     // A second handle on a port would salute a device that is already talking, and two readers
     // would share its bytes.
@@ -217,14 +228,13 @@ void OVControllerEnumerator::verifyDevice(QString portName)
                                          [](const auto& entry) { return entry.first.isNull(); }),
                           unattachedPorts.end());
     if (isOpenHere(portName)) {
-        qInfo().noquote() << "[OVControllerEnumerator]: The port is open here already, not opened again:"
-                          << portName;
+        qInfo().noquote() << kTag << "The port is open here already, not opened again:" << portName;
         return;
     }
 
     auto* port = new OVSerialPort();
     if (!port->open(portName)) {
-        qWarning().noquote() << "[OVControllerEnumerator]: Failed to init the serial port" << portName;
+        qWarning().noquote() << kTag << "Failed to init the serial port" << portName;
         delete port;
         return;
     }
@@ -245,12 +255,13 @@ void OVControllerEnumerator::verifyDevice(QString portName)
     emit sendSalutation(QByteArrayLiteral("Moni-A"));
 
     timer->setSingleShot(true);
-    timer->setInterval(ResponseTimeoutMs);
+    timer->setInterval(kResponseTimeoutMs);
     // The handshake state lives in the reply handler's connection; the timer holds it weakly.
     const QWeakPointer<Handshake> state = handshake;
     connect(timer, &QTimer::timeout, this, [this, guardedPort, portName, state]() {
-        if (const QSharedPointer<Handshake> alive = state.toStrongRef())
+        if (const QSharedPointer<Handshake> alive = state.toStrongRef()) {
             takeReply(guardedPort, portName, alive, true);
+        }
     });
     timer->start();
 }
@@ -266,17 +277,19 @@ void OVControllerEnumerator::takeReply(const QPointer<OVSerialPort>& port, const
                                        QSharedPointer<Handshake> handshake, bool final)
 {
     if (handshake->done) {
-        if (!final)
-            qInfo().noquote() << "[OVControllerEnumerator]: Ignored a reply on a port already dropped:"
-                              << portName;
+        if (!final) {
+            qInfo().noquote() << kTag << "Ignored a reply on a port already dropped:" << portName;
+        }
         return;
     }
-    if (!port)
+    if (!port) {
         return;
+    }
     QSerialPort* serial = port->serialPort();
     // Only the first bytes: whoever answers later no longer hears the salutation again.
-    if (serial->bytesAvailable() > 0)
+    if (serial->bytesAvailable() > 0) {
         disconnect(this, &OVControllerEnumerator::sendSalutation, port.data(), &OVSerialPort::write);
+    }
 
     const HandshakeReply reply = HandshakeReply::parse(serial->peek(HandshakeReply::maxBytes), final);
     switch (reply.verdict) {
@@ -291,9 +304,9 @@ void OVControllerEnumerator::takeReply(const QPointer<OVSerialPort>& port, const
         drop(port, handshake.data());
         return;
     case HandshakeReply::Verdict::TooLong:
-        qWarning().noquote() << "[OVControllerEnumerator]: Refused a reply of more than"
-                             << HandshakeReply::maxBytes << "bytes without a line end on" << quoted(portName)
-                             << "beginning" << quoted(serial->peek(16));
+        qWarning().noquote() << kTag << "Refused a reply of more than" << HandshakeReply::maxBytes
+                             << "bytes without a line end on" << quoted(portName) << "beginning"
+                             << quoted(serial->peek(16));
         drop(port, handshake.data());
         return;
     case HandshakeReply::Verdict::Device:
@@ -304,19 +317,20 @@ void OVControllerEnumerator::takeReply(const QPointer<OVSerialPort>& port, const
     disconnect(handshake->replies);
     handshake->timer->stop();
     const QByteArray bytes = serial->read(reply.length);
-    qInfo().noquote() << Tag << quoted(portName) << "returned" << quoted(bytes);
-    qInfo().noquote() << Tag << quoted(portName) << "removed the raw string tail:" << quoted(reply.text);
+    qInfo().noquote() << kTag << quoted(portName) << "returned" << quoted(bytes);
+    qInfo().noquote() << kTag << quoted(portName) << "removed the raw string tail:" << quoted(reply.text);
 
     ControlOptions options;
     options.portName = portName;
     options.model = reply.model;
     options.serial = reply.serial;
     options.id = reply.id;
-    if (reply.hasSerial)
-        qDebug().noquote() << "[OVControllerEnumerator]: Loading device serial and model:" << portName;
-    else
-        qDebug().noquote() << "[OVControllerEnumerator]: The device has no serial:" << portName;
-    qInfo().noquote() << Tag << quoted(portName) << "id:" << quoted(options.id);
+    if (reply.hasSerial) {
+        qDebug().noquote() << kTag << "Loading device serial and model:" << portName;
+    } else {
+        qDebug().noquote() << kTag << "The device has no serial:" << portName;
+    }
+    qInfo().noquote() << kTag << quoted(portName) << "id:" << quoted(options.id);
 
     bool known = false;
     {
@@ -325,7 +339,7 @@ void OVControllerEnumerator::takeReply(const QPointer<OVSerialPort>& port, const
     }
     if (known) {
         // The port stays open and unattached; it goes with this enumerator at the latest.
-        qWarning().noquote() << "[OVControllerEnumerator]: The device already exists" << options.id;
+        qWarning().noquote() << kTag << "The device already exists" << options.id;
         return;
     }
     attach(port, portName, options);
@@ -344,10 +358,12 @@ void OVControllerEnumerator::attach(OVSerialPort* port, const QString& portName,
     loadDefaults(ovController);
     ovController->loadConfig();
     ControlOptions& settled = ovController->controlOptions();
-    if (settled.kindName.isEmpty())
+    if (settled.kindName.isEmpty()) {
         settled.kindName = portName;
-    if (settled.icon.isNull())
-        settled.icon = QImage(QString::fromLatin1(DefaultIcon));
+    }
+    if (settled.icon.isNull()) {
+        settled.icon = QImage(QString::fromLatin1(kDefaultIcon));
+    }
     ovController->updateFrameHeader();
     ovController->saveConfig();
 
@@ -369,8 +385,9 @@ void OVControllerEnumerator::onControllerStatus(const QString& id, uint32_t stat
                                                 const QString& description)
 {
     Q_UNUSED(description)
-    if (status == 0)
+    if (status == 0) {
         return;
+    }
     qInfo().noquote() << "[OVEnumerator]" << id << "has an error";
     removeController(id);
 }
@@ -378,21 +395,19 @@ void OVControllerEnumerator::onControllerStatus(const QString& id, uint32_t stat
 void OVControllerEnumerator::loadDefaults(AbsRGBController* controller)
 {
     // Data lies in the working directory or, failing that, beside the program.
-    QFile file(locateDefaultsFile(QString::fromLatin1(DefaultsFile)));
+    QFile file(locateDefaultsFile(QString::fromLatin1(kDefaultsFile)));
     const QString baseDir = QFileInfo(file.fileName()).isAbsolute() ? QCoreApplication::applicationDirPath()
                                                                     : QDir::currentPath();
     if (!file.open(QIODevice::ReadOnly)) {
-        qCritical().noquote()
-            << "[OVControllerEnumerator]: Failed to open \"controler_config/OVController.json\", errStr:"
-            << file.errorString();
+        qCritical().noquote() << kTag << "Failed to open \"controler_config/OVController.json\", errStr:"
+                              << file.errorString();
         return;
     }
     QJsonParseError error;
     const QJsonDocument document = QJsonDocument::fromJson(file.readAll(), &error);
     if (error.error != QJsonParseError::NoError) {
-        qCritical().noquote()
-            << "[OVControllerEnumerator]: Failed to parse json document from OVController.json, errStr:"
-            << error.errorString();
+        qCritical().noquote() << kTag << "Failed to parse json document from OVController.json, errStr:"
+                              << error.errorString();
         return;
     }
 
@@ -406,13 +421,12 @@ void OVControllerEnumerator::loadDefaults(AbsRGBController* controller)
 
     if (!inRange) {
         qWarning().noquote()
-            << "[OVControllerEnumerator]: The layout of" << options.model
+            << kTag << "The layout of" << options.model
             << "in \"controler_config/OVController.json\" is ignored, its strips count as not "
                "configured:"
             << why;
     } else if (!LedLayout::problem(options.nbLeds, options.lines).isEmpty()) {
-        qWarning().noquote()
-            << "[OVControllerEnumerator]: Incorrect configuration from default configuration file";
+        qWarning().noquote() << kTag << "Incorrect configuration from default configuration file";
     }
 }
 
@@ -435,8 +449,9 @@ ControlOptions OVControllerEnumerator::readOVControllerConfig(const QString& mod
             continue;
         }
         const QJsonDocument document = QJsonDocument::fromJson(file.readAll());
-        if (!document.isObject())
+        if (!document.isObject()) {
             continue;
+        }
         const QJsonObject object = document.object();
         uint32_t keyLen = 0;
         uint32_t keyWid = 0;

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "ControlOptions.h"
-#include "IDeviceEnumerator.h"
+#include "devices/ControlOptions.h"
+#include "devices/IDeviceEnumerator.h"
 
 #include <QAtomicInt>
 #include <QByteArray>

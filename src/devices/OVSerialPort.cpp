@@ -1,6 +1,6 @@
-#include "OVSerialPort.h"
+#include "devices/OVSerialPort.h"
 
-#include "SerialLine.h"
+#include "devices/SerialLine.h"
 
 #include <QDebug>
 #include <QMetaEnum>

@@ -1,4 +1,4 @@
-#include "PortArrivalWatcher.h"
+#include "devices/PortArrivalWatcher.h"
 
 PortArrivalWatcher::PortArrivalWatcher(QObject* parent)
     : QObject(parent)

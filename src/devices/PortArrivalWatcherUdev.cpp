@@ -1,9 +1,11 @@
-#include "PortArrivalWatcherUdev.h"
+#include "devices/PortArrivalWatcherUdev.h"
 
 #include <QDebug>
 #include <QSocketNotifier>
 
 #include <libudev.h>
+
+constexpr char kTag[] = "[PortArrivalWatcherUdev]:";
 
 PortArrivalWatcher* PortArrivalWatcher::createSystemWatcher(QObject* parent)
 {
@@ -15,20 +17,21 @@ PortArrivalWatcherUdev::PortArrivalWatcherUdev(QObject* parent)
 {
     context = udev_new();
     if (!context) {
-        qWarning().noquote() << "[PortArrivalWatcherUdev]: Failed to create the udev context";
+        qWarning().noquote() << kTag << "Failed to create the udev context";
         return;
     }
     monitor = udev_monitor_new_from_netlink(context, "udev");
     if (!monitor || udev_monitor_filter_add_match_subsystem_devtype(monitor, "tty", nullptr) < 0 ||
         udev_monitor_enable_receiving(monitor) < 0) {
         // Containers and minimal systems run without udevd; the other arrival sources still work.
-        qWarning().noquote() << "[PortArrivalWatcherUdev]: The udev monitor is not available, "
+        qWarning().noquote() << kTag
+                             << "The udev monitor is not available, "
                                 "serial port arrivals are not reported by the system";
         return;
     }
     const int fd = udev_monitor_get_fd(monitor);
     if (fd < 0) {
-        qWarning().noquote() << "[PortArrivalWatcherUdev]: The udev monitor has no descriptor";
+        qWarning().noquote() << kTag << "The udev monitor has no descriptor";
         return;
     }
     notifier = new QSocketNotifier(fd, QSocketNotifier::Read, this);
@@ -39,10 +42,12 @@ PortArrivalWatcherUdev::~PortArrivalWatcherUdev()
 {
     delete notifier;
     notifier = nullptr;
-    if (monitor)
+    if (monitor) {
         udev_monitor_unref(monitor);
-    if (context)
+    }
+    if (context) {
         udev_unref(context);
+    }
 }
 
 void PortArrivalWatcherUdev::onMonitorReadable()
@@ -53,7 +58,7 @@ void PortArrivalWatcherUdev::onMonitorReadable()
         const char* node = udev_device_get_devnode(device);
         if (action && node && qstrcmp(action, "add") == 0) {
             const QString name = QString::fromLocal8Bit(node);
-            qInfo().noquote() << "[PortArrivalWatcherUdev]: A serial port was added:" << name;
+            qInfo().noquote() << kTag << "A serial port was added:" << name;
             emit portArrived(name);
         }
         udev_device_unref(device);

@@ -1,4 +1,4 @@
-#include "AbsAnimatedEffect.h"
+#include "effects/AbsAnimatedEffect.h"
 
 AbsAnimatedEffect::AbsAnimatedEffect(QObject* parent)
     : IEffectWorker(nullptr)

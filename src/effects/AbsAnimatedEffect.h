@@ -1,7 +1,7 @@
 #pragma once
 
-#include "FrameGuard.h"
-#include "IEffectWorker.h"
+#include "effects/FrameGuard.h"
+#include "effects/IEffectWorker.h"
 
 #include <QElapsedTimer>
 #include <QTimer>

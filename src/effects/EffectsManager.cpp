@@ -1,9 +1,9 @@
-#include "EffectsManager.h"
+#include "effects/EffectsManager.h"
 
-#include "AbsWorkerWidget.h"
-#include "ConfigurationManager.h"
-#include "IEffectFactory.h"
-#include "InternalEffectFactory.h"
+#include "effects/IEffectFactory.h"
+#include "effects/IPanelMaker.h"
+#include "effects/InternalEffectFactory.h"
+#include "service/config/ConfigurationManager.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -13,6 +13,9 @@
 #include <QJsonObject>
 #include <QPluginLoader>
 #include <QtDebug>
+
+// The group texts log as "[EffectManager]", spelt so in their fixed log texts.
+constexpr char kTag[] = "[EffectsManager]:";
 
 EffectsManager::EffectsManager(QObject* parent)
     : QObject(parent)
@@ -67,7 +70,7 @@ void EffectsManager::loadGroupFile(const QString& path)
     }
     // Other data shares the folder (the strap defaults): an object without groups is not a group file.
     if (doc.isObject() && !doc.object().contains(QStringLiteral("groups"))) {
-        qDebug().noquote() << "[EffectsManager]: Not a group file, skipped:" << path;
+        qDebug().noquote() << kTag << "Not a group file, skipped:" << path;
         return;
     }
     const QJsonArray array = doc.object().value(QStringLiteral("groups")).toArray();
@@ -145,7 +148,8 @@ void EffectsManager::registerFactory(IEffectFactory* factory, QPluginLoader* loa
         entry.order = record.order;
         entry.optionWidget = record.optionWidget;
         entry.extraOptionWidget = record.extraOptionWidget;
-        panels[record.id] = Panels{record.optionWidget, record.extraOptionWidget};
+        panels[record.id] =
+            Panels{IPanelMaker::follow(record.optionWidget), IPanelMaker::follow(record.extraOptionWidget)};
         entry.tags = record.tags;
 
         const QString groupId = groupIdOf(record.id);
@@ -166,7 +170,7 @@ void EffectsManager::registerFactory(IEffectFactory* factory, QPluginLoader* loa
 IEffectWorkerPtr EffectsManager::bind(AbsRGBControllerPtr controller, const QString& effectId)
 {
     if (!controller) {
-        qCritical().noquote() << "[EffectsManager]: Invalid parameters. func:"
+        qCritical().noquote() << kTag << "Invalid parameters. func:"
                               << "EffectsManager::bind";
         return {};
     }
@@ -176,13 +180,12 @@ IEffectWorkerPtr EffectsManager::bind(AbsRGBControllerPtr controller, const QStr
     }
     const auto factoryIt = factories.constFind(effectId);
     if (factoryIt == factories.constEnd()) {
-        qCritical().noquote() << "[EffectsManager]: Not found worker factory for this effect, id: " +
-                                     effectId;
+        qCritical().noquote() << kTag << "Not found worker factory for this effect, id: " + effectId;
         return {};
     }
     IEffectWorker* created = factoryIt->first->create(effectId);
     if (!created) {
-        qCritical().noquote() << "[EffectsManager]: Failed to create effect worker, id: " + effectId;
+        qCritical().noquote() << kTag << "Failed to create effect worker, id: " + effectId;
         return {};
     }
     IEffectWorkerPtr worker(created, &QObject::deleteLater);
@@ -226,13 +229,9 @@ void EffectsManager::unbind(const QString& ctlId)
         qInfo().noquote() << ctlId << "与" << effectId << "解绑";
         binding.worker->unload();
         const EffectWorkerOptions record = workerOptions(effectId);
-        if (record.extraOptionWidget) {
-            record.extraOptionWidget->setEffectWorker(IEffectWorkerPtr());
-        }
+        IPanelMaker::pointPanel(record.extraOptionWidget, IEffectWorkerPtr());
         // A record may name no panel (a plug-in, a row without options): then there is none to release.
-        if (record.optionWidget) {
-            record.optionWidget->setEffectWorker(IEffectWorkerPtr());
-        }
+        IPanelMaker::pointPanel(record.optionWidget, IEffectWorkerPtr());
     }
     bindings.remove(ctlId);
 }
@@ -240,31 +239,28 @@ void EffectsManager::unbind(const QString& ctlId)
 void EffectsManager::activeOperate(const QString& ctlId, const QString& effectId)
 {
     if (ctlId.isEmpty() || effectId.isEmpty()) {
-        qCritical().noquote() << "[EffectsManager]: Invalid parameters. func: " +
+        qCritical().noquote() << kTag
+                              << "Invalid parameters. func: " +
                                      QStringLiteral("EffectsManager::activeOperate");
         return;
     }
     const auto it = bindings.constFind(ctlId);
     if (it == bindings.constEnd()) {
-        qCritical().noquote() << "[EffectsManager]: Cannot binding, ctlId: " + ctlId +
-                                     "   effectId: " + effectId;
+        qCritical().noquote() << kTag << "Cannot binding, ctlId: " + ctlId + "   effectId: " + effectId;
         return;
     }
     const IEffectWorkerPtr worker = it->worker;
     const QString boundId = worker ? worker->workerOptions().id : QString();
     if (boundId != effectId) {
-        qCritical().noquote() << "[EffectsManager]: The worker bound in the manager is different from the "
+        qCritical().noquote() << kTag
+                              << "The worker bound in the manager is different from the "
                                  "input parameter \r\n" +
                                      QStringLiteral("In manager: ") + boundId + "\t Input: " + effectId;
         return;
     }
     const EffectWorkerOptions record = workerOptions(effectId);
-    if (record.optionWidget) {
-        record.optionWidget->setEffectWorker(worker);
-    }
-    if (record.extraOptionWidget) {
-        record.extraOptionWidget->setEffectWorker(worker);
-    }
+    IPanelMaker::pointPanel(record.optionWidget, worker);
+    IPanelMaker::pointPanel(record.extraOptionWidget, worker);
 }
 
 QString EffectsManager::lastBinding(const QString& ctlId, const QString& groupId)
@@ -326,8 +322,8 @@ EffectWorkerOptions EffectsManager::workerOptions(const QString& effectId) const
 {
     EffectWorkerOptions record = workers.value(effectId);
     const Panels live = panels.value(effectId);
-    record.optionWidget = live.option.data();
-    record.extraOptionWidget = live.extra.data();
+    record.optionWidget = live.option ? record.optionWidget : nullptr;
+    record.extraOptionWidget = live.extra ? record.extraOptionWidget : nullptr;
     return record;
 }
 

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "AbsRGBController.h"
-#include "EffectGroup.h"
-#include "EffectWorkerOptions.h"
-#include "IEffectWorker.h"
+#include "devices/AbsRGBController.h"
+#include "effects/EffectGroup.h"
+#include "effects/EffectWorkerOptions.h"
+#include "effects/IEffectWorker.h"
 
 #include <QHash>
 #include <QMap>
@@ -61,8 +61,8 @@ private:
     // The panels of each effect, followed: a factory may delete them before this registry goes.
     struct Panels
     {
-        QPointer<AbsWorkerWidget> option;
-        QPointer<AbsWorkerWidget> extra;
+        QPointer<QObject> option;
+        QPointer<QObject> extra;
     };
     QHash<QString, Panels> panels;
     QHash<QString, Binding> bindings;

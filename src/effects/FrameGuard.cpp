@@ -1,6 +1,6 @@
-#include "FrameGuard.h"
+#include "effects/FrameGuard.h"
 
-#include "IEffectWorker.h"
+#include "effects/IEffectWorker.h"
 
 #include <QtDebug>
 

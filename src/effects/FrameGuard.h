@@ -1,6 +1,6 @@
 #pragma once
 
-#include "OV_RGB.h"
+#include "devices/OV_RGB.h"
 
 #include <QVector>
 

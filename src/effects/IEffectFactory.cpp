@@ -1,4 +1,4 @@
-#include "IEffectFactory.h"
+#include "effects/IEffectFactory.h"
 
 IEffectFactory::IEffectFactory(QObject* parent)
     : QObject(parent)

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "EffectWorkerOptions.h"
+#include "effects/EffectWorkerOptions.h"
 
 #include <QList>
 #include <QObject>

@@ -1,4 +1,4 @@
-#include "IEffectWorker.h"
+#include "effects/IEffectWorker.h"
 
 IEffectWorker::IEffectWorker(QObject* parent)
     : QObject(parent)

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "ControlOptions.h"
-#include "EffectWorkerOptions.h"
-#include "OV_RGB.h"
+#include "devices/ControlOptions.h"
+#include "devices/OV_RGB.h"
+#include "effects/EffectWorkerOptions.h"
 
 #include <QObject>
 #include <QSharedPointer>

@@ -1,33 +1,29 @@
-#include "InternalEffectFactory.h"
+#include "effects/InternalEffectFactory.h"
 
-#include "AbsWorkerWidget.h"
-#include "BottomHalfScreen.h"
-#include "CinemaScreen.h"
-#include "ColorMap.h"
-#include "DefaultsFile.h"
-#include "FlowingEffect.h"
-#include "FullScreenMode.h"
-#include "IEffectWorker.h"
-#include "LeftHalfScreen.h"
-#include "MM2SOptWid.h"
-#include "MMSOptWidget.h"
-#include "MoodShadow.h"
-#include "MusicMode1.h"
-#include "MusicMode2.h"
-#include "MusicMode3.h"
-#include "MusicMode4.h"
-#include "RightHalfScreen.h"
-#include "SFrmColorMap.h"
-#include "SFrmMoodShadow.h"
-#include "SSLOptWidget.h"
-#include "ScreenSyncSOptWidget.h"
-#include "SingleColor.h"
-#include "TopHalfScreen.h"
+#include "effects/IEffectWorker.h"
+#include "effects/IPanelMaker.h"
+#include "effects/colorful/ColorMap.h"
+#include "effects/colorful/FlowingEffect.h"
+#include "effects/colorful/MoodShadow.h"
+#include "effects/colorful/SingleColor.h"
+#include "effects/music/MusicMode1.h"
+#include "effects/music/MusicMode2.h"
+#include "effects/music/MusicMode3.h"
+#include "effects/music/MusicMode4.h"
+#include "effects/screensync/BottomHalfScreen.h"
+#include "effects/screensync/CinemaScreen.h"
+#include "effects/screensync/FullScreenMode.h"
+#include "effects/screensync/LeftHalfScreen.h"
+#include "effects/screensync/RightHalfScreen.h"
+#include "effects/screensync/TopHalfScreen.h"
+#include "service/config/DefaultsFile.h"
 
 #include <QCoreApplication>
 #include <QMetaMethod>
 #include <QMetaObject>
 #include <QMetaType>
+
+#include <algorithm>
 
 InternalEffectFactory::InternalEffectFactory(QObject* parent)
     : IEffectFactory(nullptr)
@@ -37,14 +33,15 @@ InternalEffectFactory::InternalEffectFactory(QObject* parent)
 
     addRow<SingleColor>(SingleColor::staticWorkerOptions(), "SingleColor");
     addRow<FlowingEffect>(FlowingEffect::staticWorkerOptions(), "FlowingEffect");
-    // Panels only where widgets can exist; none shows before the control page adopts it.
-    const bool widgets = AbsWorkerWidget::panelsPossible();
+    // Panels only where widgets can exist (null elsewhere); none shows before the control page
+    // adopts it.
+    using Panel = IPanelMaker::Panel;
     EffectWorkerOptions mood = EffectWorkerOptions::make(QStringLiteral("com.orvanta.colorful.moodShadow"),
                                                          QStringLiteral("影随心动"), 1);
-    mood.optionWidget = widgets ? new SFrmMoodShadow : nullptr;
+    mood.optionWidget = IPanelMaker::makePanel(Panel::SFrmMoodShadow);
     addRow<MoodShadow>(mood, "MoodShadow");
     // One class, six pictures: the id's last component names the picture. One panel for the six.
-    AbsWorkerWidget* colorMapPanel = widgets ? new SFrmColorMap : nullptr;
+    AbsWorkerWidget* colorMapPanel = IPanelMaker::makePanel(Panel::SFrmColorMap);
     for (int i = 3; i <= 8; ++i) {
         EffectWorkerOptions record =
             EffectWorkerOptions::make(QStringLiteral("com.orvanta.colorful.ColorMap_%1").arg(i),
@@ -57,12 +54,12 @@ InternalEffectFactory::InternalEffectFactory(QObject* parent)
                                      const char* icon) {
         EffectWorkerOptions record = EffectWorkerOptions::make(screen + QLatin1String(local), name, order);
         record.icon = QImage(locateDefaultsFile(QLatin1String(icon)));
-        record.optionWidget = ScreenSyncSOptWidget::instance();
+        record.optionWidget = IPanelMaker::makePanel(Panel::ScreenSyncSOptWidget);
         return record;
     };
     EffectWorkerOptions fullScreen =
         screenRow("fullScreen", QStringLiteral("全屏模式"), 4, "images/fullScreen.png");
-    fullScreen.extraOptionWidget = widgets ? new SSLOptWidget : nullptr;
+    fullScreen.extraOptionWidget = IPanelMaker::makePanel(Panel::SSLOptWidget);
     addRow<FullScreenMode>(fullScreen, "FullScreenMode");
     addRow<TopHalfScreen>(screenRow("topHalfScreen", QStringLiteral("半屏-上"), 0, "images/05-fpng.png"),
                           "TopHalfScreen");
@@ -81,20 +78,26 @@ InternalEffectFactory::InternalEffectFactory(QObject* parent)
         record.optionWidget = panel;
         return record;
     };
-    addRow<MusicMode1>(musicRow(1, QStringLiteral("音乐模式1"), 1, MMSOptWidget::instance()), "MusicMode1");
-    addRow<MusicMode2>(musicRow(2, QStringLiteral("音乐模式2"), 0, widgets ? new MM2SOptWid : nullptr),
+    addRow<MusicMode1>(
+        musicRow(1, QStringLiteral("音乐模式1"), 1, IPanelMaker::makePanel(Panel::MMSOptWidget)),
+        "MusicMode1");
+    addRow<MusicMode2>(musicRow(2, QStringLiteral("音乐模式2"), 0, IPanelMaker::makePanel(Panel::MM2SOptWid)),
                        "MusicMode2");
-    addRow<MusicMode3>(musicRow(3, QStringLiteral("音乐模式3"), 2, MMSOptWidget::instance()), "MusicMode3");
-    addRow<MusicMode4>(musicRow(4, QStringLiteral("音乐模式4"), 3, MMSOptWidget::instance()), "MusicMode4");
+    addRow<MusicMode3>(
+        musicRow(3, QStringLiteral("音乐模式3"), 2, IPanelMaker::makePanel(Panel::MMSOptWidget)),
+        "MusicMode3");
+    addRow<MusicMode4>(
+        musicRow(4, QStringLiteral("音乐模式4"), 3, IPanelMaker::makePanel(Panel::MMSOptWidget)),
+        "MusicMode4");
 }
 
 InternalEffectFactory::~InternalEffectFactory()
 {
     // No panel keeps a worker alive past the factory, nor outlives it.
-    for (const QPointer<AbsWorkerWidget>& panel : qAsConst(panels)) {
-        if (panel) {
-            panel->setEffectWorker(IEffectWorkerPtr());
-            delete panel.data();
+    for (const MadePanel& made : qAsConst(panels)) {
+        if (made.alive) {
+            IPanelMaker::pointPanel(made.panel, IEffectWorkerPtr());
+            delete made.alive.data();
         }
     }
 }
@@ -106,8 +109,11 @@ void InternalEffectFactory::addRow(const EffectWorkerOptions& record, const char
     typeNames[record.id] = QString::fromLatin1(typeName);
     options[record.id] = record;
     for (AbsWorkerWidget* panel : {record.optionWidget, record.extraOptionWidget}) {
-        if (panel && !panels.contains(panel)) {
-            panels.append(panel);
+        const bool known = std::any_of(panels.cbegin(), panels.cend(), [panel](const MadePanel& made) {
+            return made.alive && made.panel == panel;
+        });
+        if (panel && !known) {
+            panels.append({panel, IPanelMaker::follow(panel)});
         }
     }
     qRegisterMetaType<Worker*>(typeName.constData());

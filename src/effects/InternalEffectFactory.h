@@ -1,6 +1,6 @@
 #pragma once
 
-#include "IEffectFactory.h"
+#include "effects/IEffectFactory.h"
 
 #include <QHash>
 #include <QList>
@@ -26,5 +26,10 @@ private:
     QHash<QString, QString> typeNames; // effect id -> class name + "*"
     QHash<QString, EffectWorkerOptions> options;
     // Every panel made or fetched here; the ones still alive go with the factory.
-    QList<QPointer<AbsWorkerWidget>> panels;
+    struct MadePanel
+    {
+        AbsWorkerWidget* panel;
+        QPointer<QObject> alive;
+    };
+    QList<MadePanel> panels;
 };

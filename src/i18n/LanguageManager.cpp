@@ -1,6 +1,6 @@
-#include "LanguageManager.h"
+#include "i18n/LanguageManager.h"
 
-#include "ConfigurationManager.h"
+#include "service/config/ConfigurationManager.h"
 
 #include <QCoreApplication>
 #include <QDir>

@@ -1,4 +1,4 @@
-#include "ControlPage.h"
+#include "ui/ControlPage.h"
 
 #include "ui_ControlPage.h"
 
@@ -14,6 +14,8 @@
 #include <QTimer>
 
 namespace {
+
+constexpr char kTag[] = "[ControlPage]:";
 
 // Effect pictures are square and the buttons round: the picture is cut to a circle a little
 // smaller than the button, so the button's own colour shows as a ring, orange when chosen.
@@ -70,7 +72,6 @@ ControlPage::~ControlPage()
     // The buttons go with the maps, while their containers still exist.
     workers.clear();
     groups.clear();
-    delete ui;
 }
 
 void ControlPage::setProductImage(QImage image)
@@ -228,7 +229,7 @@ void ControlPage::setCurrentGroup(QString id)
 {
     const auto it = groups.constFind(id);
     if (it == groups.cend()) {
-        qWarning() << "[ControlPage]: No group button for id" << id;
+        qWarning() << kTag << "No group button for id" << id;
         return;
     }
     currentGroup = id;
@@ -241,7 +242,7 @@ void ControlPage::setCurrentWorker(QString id)
 {
     const auto it = workers.constFind(id);
     if (it == workers.cend()) {
-        qWarning() << "[ControlPage]: No effect button for id" << id;
+        qWarning() << kTag << "No effect button for id" << id;
         return;
     }
     currentWorker = id;

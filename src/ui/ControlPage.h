@@ -1,10 +1,11 @@
 #pragma once
 
-#include "WorkGroupModel.h"
-#include "WorkerModel.h"
+#include "ui/WorkGroupModel.h"
+#include "ui/WorkerModel.h"
 
 #include <QImage>
 #include <QMap>
+#include <QScopedPointer>
 #include <QSharedPointer>
 #include <QString>
 #include <QWidget>
@@ -79,7 +80,7 @@ private:
     void revealOptions();
     void followChoice();
 
-    Ui::ControlPage* ui;
+    QScopedPointer<Ui::ControlPage> ui;
     QMap<QString, WorkerEntry> workers;
     QMap<QString, GroupEntry> groups;
     QString currentGroup;

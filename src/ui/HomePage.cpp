@@ -1,4 +1,4 @@
-#include "HomePage.h"
+#include "ui/HomePage.h"
 
 #include "ui_HomePage.h"
 
@@ -13,9 +13,11 @@
 #include <algorithm>
 
 namespace {
-constexpr int buttonsPerRow = 6;
+
+constexpr char kTag[] = "[HomePage]:";
+constexpr int kButtonsPerRow = 6;
 // Height of the strip at the bottom of a device button that opens the rename editor.
-constexpr int renameStripHeight = 18;
+constexpr int kRenameStripHeight = 18;
 
 QLineEdit* nameEditOf(QObject* button)
 {
@@ -40,7 +42,6 @@ HomePage::HomePage(QWidget* parent)
 HomePage::~HomePage()
 {
     deviceButtons.clear();
-    delete ui;
 }
 
 void HomePage::setControllerList(QHash<QString, DeviceModel> ctls)
@@ -100,7 +101,7 @@ void HomePage::setControllerList(QHash<QString, DeviceModel> ctls)
         button->setProperty("nameEdit", QVariant::fromValue(reinterpret_cast<quintptr>(edit)));
         button->setProperty("controllerId", device.id);
 
-        layout->addWidget(button, i / buttonsPerRow, i % buttonsPerRow, Qt::AlignLeft | Qt::AlignTop);
+        layout->addWidget(button, i / kButtonsPerRow, i % kButtonsPerRow, Qt::AlignLeft | Qt::AlignTop);
         const QString id = device.id;
         connect(button, &QToolButton::clicked, this, [this, id]() { emit controllerEntryOrdered(id); });
         deviceButtons.insert(device.id, record);
@@ -116,7 +117,7 @@ void HomePage::setADBox1(QString imgFilename, QString clickUrl)
 {
     const QImage image(imgFilename);
     if (image.isNull()) {
-        qInfo().noquote() << "[HomePage]: Feilad to load AD iamge. path:" << imgFilename;
+        qInfo().noquote() << kTag << "Feilad to load AD iamge. path:" << imgFilename;
         return;
     }
     ui->ADBox1->setImg(image);
@@ -133,7 +134,7 @@ bool HomePage::eventFilter(QObject* watched, QEvent* event)
         auto* button = static_cast<QToolButton*>(watched);
         auto* mouse = static_cast<QMouseEvent*>(event);
         QRect strip = button->rect();
-        strip.moveTop(button->geometry().height() - renameStripHeight);
+        strip.moveTop(button->geometry().height() - kRenameStripHeight);
         if (mouse->button() != Qt::LeftButton || !strip.contains(mouse->pos())) {
             return false;
         }
@@ -163,7 +164,7 @@ bool HomePage::eventFilter(QObject* watched, QEvent* event)
     }
     if (watched->objectName() == QLatin1String("ADBox1") && event->type() == QEvent::MouseButtonPress) {
         if (!QDesktopServices::openUrl(QUrl(adClickUrl))) {
-            qInfo().noquote() << "[HomePage]: Failed to open url:" << adClickUrl;
+            qInfo().noquote() << kTag << "Failed to open url:" << adClickUrl;
         }
     }
     return false;

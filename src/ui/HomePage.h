@@ -1,8 +1,9 @@
 #pragma once
 
-#include "DeviceModel.h"
+#include "ui/DeviceModel.h"
 
 #include <QHash>
+#include <QScopedPointer>
 #include <QSharedPointer>
 #include <QString>
 #include <QWidget>
@@ -50,7 +51,7 @@ protected:
 private:
     void commitRename(QLineEdit* edit, QToolButton* button);
 
-    Ui::HomePage* ui;
+    QScopedPointer<Ui::HomePage> ui;
     QHash<QString, DeviceButtonRecord> deviceButtons;
     QString adClickUrl;
 };

@@ -1,9 +1,9 @@
-#include "MainWindow.h"
+#include "ui/MainWindow.h"
 
-#include "ConfigurationManager.h"
-#include "ControlPage.h"
-#include "HomePage.h"
-#include "LanguageManager.h"
+#include "i18n/LanguageManager.h"
+#include "service/config/ConfigurationManager.h"
+#include "ui/ControlPage.h"
+#include "ui/HomePage.h"
 #include "ui_MainWindow.h"
 
 #include <QAction>
@@ -18,10 +18,12 @@
 #include <QTimer>
 
 namespace {
+
+constexpr char kTag[] = "[MainWindow]:";
 // Time between looks for a tray while the desktop has none.
-constexpr int trayPollMs = 3000;
+constexpr int kTrayPollMs = 3000;
 // The bar's rows: a left press above this line drags the window.
-constexpr int dragBarHeight = 51;
+constexpr int kDragBarHeight = 51;
 } // namespace
 
 MainWindow::MainWindow(QWidget* parent)
@@ -66,7 +68,7 @@ MainWindow::MainWindow(QWidget* parent)
     trayIcon->setVisible(true);
 
     trayPoll = new QTimer(this);
-    trayPoll->setInterval(trayPollMs);
+    trayPoll->setInterval(kTrayPollMs);
     connect(trayPoll, &QTimer::timeout, this, &MainWindow::onTrayPoll);
     watchForTray();
 
@@ -83,7 +85,6 @@ MainWindow::MainWindow(QWidget* parent)
 MainWindow::~MainWindow()
 {
     delete trayIcon;
-    delete ui;
 }
 
 HomePage* MainWindow::homePage() const
@@ -110,7 +111,7 @@ void MainWindow::loadStyleSheet()
 {
     QFile file(QStringLiteral(":/styles/default.qss"));
     if (!file.open(QIODevice::ReadOnly)) {
-        qCritical().noquote() << "[MainWindow]: Failed to open the styleSheet file " + file.errorString();
+        qCritical().noquote() << kTag << "Failed to open the styleSheet file " + file.errorString();
         return;
     }
     const QString styleSheet = QString::fromUtf8(file.readAll());
@@ -148,12 +149,12 @@ void MainWindow::onTrayPoll()
     // Shown again so that the icon docks in the tray that has just appeared.
     trayIcon->setVisible(false);
     trayIcon->setVisible(true);
-    qInfo().noquote() << "[MainWindow]: A system tray has appeared, the tray icon is placed in it";
+    qInfo().noquote() << kTag << "A system tray has appeared, the tray icon is placed in it";
 }
 
 void MainWindow::mousePressEvent(QMouseEvent* event)
 {
-    if (event->button() == Qt::LeftButton && event->pos().y() < dragBarHeight) {
+    if (event->button() == Qt::LeftButton && event->pos().y() < kDragBarHeight) {
         dragOffset = event->globalPos() - frameGeometry().topLeft();
         event->accept();
         return;
@@ -234,7 +235,8 @@ void MainWindow::on_toolButton_close_clicked()
 {
     if (!trayAvailable()) {
         // Hidden with no tray, the window could only come back through a second start.
-        qInfo().noquote() << "[MainWindow]: No system tray is available, the window is minimised "
+        qInfo().noquote() << kTag
+                          << "No system tray is available, the window is minimised "
                              "instead of hidden";
         showMinimized();
         watchForTray();

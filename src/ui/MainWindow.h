@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QPoint>
+#include <QScopedPointer>
 #include <QSystemTrayIcon>
 #include <QWidget>
 
@@ -58,7 +59,7 @@ private:
     void watchForTray();
     void onTrayPoll();
 
-    Ui::MainWindow* ui;
+    QScopedPointer<Ui::MainWindow> ui;
     // Global cursor position minus the window's top-left at the press; (0,0) while idle.
     QPoint dragOffset;
     QSystemTrayIcon* trayIcon;

@@ -1,6 +1,6 @@
-#include "ConsoleOutput.h"
-#include "MessageHandler.h"
 #include "TestFiles.h"
+#include "app/ConsoleOutput.h"
+#include "app/MessageHandler.h"
 
 #include <QRegularExpression>
 #include <QTemporaryDir>

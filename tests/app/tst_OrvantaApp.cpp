@@ -1,16 +1,17 @@
-#include "AbsWorkerWidget.h"
-#include "ConfigurationManager.h"
-#include "ControlPage.h"
-#include "ControllerConfigDialog.h"
-#include "FrameItem.h"
-#include "GradientWidget.h"
-#include "HomePage.h"
-#include "LanguageManager.h"
 #include "LogCapture.h"
-#include "OrvantaApp.h"
-#include "ShutdownSignals.h"
 #include "TestFiles.h"
 #include "VirtualLedDevice.h"
+#include "app/OrvantaApp.h"
+#include "app/ShutdownSignals.h"
+#include "effects/panels/AbsWorkerWidget.h"
+#include "effects/panels/EffectPanelMaker.h"
+#include "effects/screensync/panels/FrameItem.h"
+#include "i18n/LanguageManager.h"
+#include "service/config/ConfigurationManager.h"
+#include "ui/ControlPage.h"
+#include "ui/HomePage.h"
+#include "ui/dialogs/ControllerConfigDialog.h"
+#include "ui/widgets/GradientWidget.h"
 
 #include <QtTest>
 #include <QtWidgets>
@@ -205,6 +206,7 @@ private:
 private slots:
     void initTestCase()
     {
+        EffectPanelMaker::install(); // as the program's main does
         // The program's data as installed beside it: groups, pictures, model defaults, languages.
         for (const char* folder : {"effects", "images", "controler_config", "languages"}) {
             QVERIFY(TestFiles::copyTree(QStringLiteral(ORVANTA_BIN_DIR "/") + folder, folder));

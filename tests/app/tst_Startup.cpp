@@ -1,6 +1,6 @@
 #include "FilePermissions.h"
-#include "SingleInstance.h"
 #include "TestFiles.h"
+#include "app/SingleInstance.h"
 
 #include <QDir>
 #include <QJsonObject>

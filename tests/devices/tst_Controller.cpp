@@ -1,7 +1,7 @@
 #include "DeviceRig.h"
 
-#include "ConfigurationManager.h"
 #include "LogCapture.h"
+#include "service/config/ConfigurationManager.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>

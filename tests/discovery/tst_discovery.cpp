@@ -1,13 +1,13 @@
-#include "ConfigurationManager.h"
-#include "DeviceManager.h"
-#include "HandshakeReply.h"
-#include "IDeviceEnumerator.h"
 #include "LogCapture.h"
-#include "OVController.h"
-#include "OVControllerEnumerator.h"
-#include "OVSerialPort.h"
 #include "TestFiles.h"
 #include "VirtualLedDevice.h"
+#include "devices/DeviceManager.h"
+#include "devices/HandshakeReply.h"
+#include "devices/IDeviceEnumerator.h"
+#include "devices/OVController.h"
+#include "devices/OVControllerEnumerator.h"
+#include "devices/OVSerialPort.h"
+#include "service/config/ConfigurationManager.h"
 
 #include <QPointer>
 #include <QSerialPort>

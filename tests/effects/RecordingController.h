@@ -1,6 +1,6 @@
 #pragma once
 
-#include "AbsRGBController.h"
+#include "devices/AbsRGBController.h"
 
 // A controller that keeps every frame it would send, for checking workers without a port.
 class RecordingController : public AbsRGBController

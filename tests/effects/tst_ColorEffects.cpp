@@ -1,12 +1,11 @@
-#include "AbsAnimatedEffect.h"
-#include "ColorMap.h"
-#include "ConfigurationManager.h"
-#include "FlowingEffect.h"
 #include "LogCapture.h"
-#include "MoodShadow.h"
-#include "SFrmColorMap.h"
-#include "SingleColor.h"
 #include "TestFiles.h"
+#include "effects/AbsAnimatedEffect.h"
+#include "effects/colorful/ColorMap.h"
+#include "effects/colorful/FlowingEffect.h"
+#include "effects/colorful/MoodShadow.h"
+#include "effects/colorful/SingleColor.h"
+#include "service/config/ConfigurationManager.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -259,25 +258,6 @@ private slots:
             expected.append(OV_RGB{uint8_t(column), uint8_t(row), 99});
         }
         QCOMPARE(spy.last().at(0).value<Flat>(), expected);
-    }
-
-    // The panel's slider: two straight pieces that meet at 100.
-    void colorMapSlider_data()
-    {
-        QTest::addColumn<int>("value");
-        QTest::addColumn<double>("speed");
-        QTest::newRow("0") << 0 << 0.5;
-        QTest::newRow("99") << 99 << 0.995;
-        QTest::newRow("100") << 100 << 1.0;
-        QTest::newRow("200") << 200 << 4.0;
-    }
-
-    void colorMapSlider()
-    {
-        QFETCH(int, value);
-        QFETCH(double, speed);
-        QVERIFY(qAbs(SFrmColorMap::speedOf(value) - speed) < 1e-9);
-        QCOMPARE(SFrmColorMap::valueOf(SFrmColorMap::speedOf(value)), value);
     }
 
     void colorMapMissingPicture()

@@ -1,15 +1,17 @@
-#include "AbsWorkerWidget.h"
-#include "ConfigurationManager.h"
 #include "DeviceRig.h"
-#include "EffectsManager.h"
-#include "FlowingEffect.h"
 #include "LogCapture.h"
-#include "MoodShadow.h"
-#include "OVSerialPort.h"
 #include "PrivateXServer.h"
 #include "RecordingController.h"
-#include "SingleColor.h"
 #include "TestFiles.h"
+#include "devices/OVSerialPort.h"
+#include "effects/EffectsManager.h"
+#include "effects/colorful/FlowingEffect.h"
+#include "effects/colorful/MoodShadow.h"
+#include "effects/colorful/SingleColor.h"
+#include "effects/colorful/panels/SFrmColorMap.h"
+#include "effects/panels/AbsWorkerWidget.h"
+#include "effects/panels/EffectPanelMaker.h"
+#include "service/config/ConfigurationManager.h"
 
 #include <QApplication>
 #include <QComboBox>
@@ -315,6 +317,25 @@ private slots:
         manager.unbind("c3");
     }
 
+    // The panel's slider: two straight pieces that meet at 100.
+    void colorMapSlider_data()
+    {
+        QTest::addColumn<int>("value");
+        QTest::addColumn<double>("speed");
+        QTest::newRow("0") << 0 << 0.5;
+        QTest::newRow("99") << 99 << 0.995;
+        QTest::newRow("100") << 100 << 1.0;
+        QTest::newRow("200") << 200 << 4.0;
+    }
+
+    void colorMapSlider()
+    {
+        QFETCH(int, value);
+        QFETCH(double, speed);
+        QVERIFY(qAbs(SFrmColorMap::speedOf(value) - speed) < 1e-9);
+        QCOMPARE(SFrmColorMap::valueOf(SFrmColorMap::speedOf(value)), value);
+    }
+
     // The six colour maps share one panel, pointed at the worker of the device on screen.
     void panelsFollowBindings()
     {
@@ -584,6 +605,7 @@ private slots:
 int main(int argc, char** argv)
 {
     QApplication app(argc, argv);
+    EffectPanelMaker::install();
     if (argc == 3 && QByteArray(argv[1]) == "--set-red") {
         return setRedAndWait(QString::fromLocal8Bit(argv[2]));
     }

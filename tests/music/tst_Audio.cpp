@@ -1,9 +1,9 @@
-#include "AudioCapManager.h"
-#include "ConfigurationManager.h"
 #include "LogCapture.h"
-#include "MusicMode1.h"
 #include "PrivateSoundServer.h"
 #include "TonePlayer.h"
+#include "effects/music/MusicMode1.h"
+#include "service/audio/AudioCapManager.h"
+#include "service/config/ConfigurationManager.h"
 
 #include <QtTest>
 

@@ -1,11 +1,11 @@
-#include "ConfigurationManager.h"
 #include "LogCapture.h"
-#include "MusicMode1.h"
-#include "MusicMode3.h"
-#include "MusicMode4.h"
 #include "SignalGenerator.h"
-#include "SpectrumAnalyzer.h"
 #include "TestFiles.h"
+#include "effects/music/MusicMode1.h"
+#include "effects/music/MusicMode3.h"
+#include "effects/music/MusicMode4.h"
+#include "service/audio/SpectrumAnalyzer.h"
+#include "service/config/ConfigurationManager.h"
 
 #include <QtTest>
 

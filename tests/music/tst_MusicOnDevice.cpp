@@ -1,12 +1,13 @@
-#include "AbsWorkerWidget.h"
-#include "AudioCapManager.h"
-#include "ConfigurationManager.h"
 #include "DeviceRig.h"
-#include "EffectsManager.h"
-#include "GradientWidget.h"
 #include "LogCapture.h"
 #include "PrivateSoundServer.h"
 #include "TonePlayer.h"
+#include "effects/EffectsManager.h"
+#include "effects/panels/AbsWorkerWidget.h"
+#include "effects/panels/EffectPanelMaker.h"
+#include "service/audio/AudioCapManager.h"
+#include "service/config/ConfigurationManager.h"
+#include "ui/widgets/GradientWidget.h"
 
 #include <QComboBox>
 #include <QPainter>
@@ -113,6 +114,7 @@ private slots:
         QVERIFY2(server.start(), qPrintable(server.errorString()));
         server.exportAddress();
         QVERIFY(player.start(server.sinkName()));
+        EffectPanelMaker::install();
         manager = new EffectsManager(this);
         // A 20-LED bar on 80..110 Hz of the left channel, for modes 1 and 3: a lone tone there
         // reads the top of the scale, 80, and the bar shows 60 of it.

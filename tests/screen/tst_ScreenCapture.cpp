@@ -1,15 +1,16 @@
-#include "AbsWorkerWidget.h"
-#include "ConfigurationManager.h"
-#include "DeskCaptureOption.h"
-#include "DeskCapturer.h"
-#include "DeskDuplManager.h"
 #include "DeviceRig.h"
-#include "EffectsManager.h"
-#include "LEDItem.h"
 #include "LogCapture.h"
 #include "ScreenRig.h"
-#include "ScreenSyncEditScene.h"
-#include "ScreenSyncEditView.h"
+#include "effects/EffectsManager.h"
+#include "effects/panels/AbsWorkerWidget.h"
+#include "effects/panels/EffectPanelMaker.h"
+#include "effects/screensync/panels/LEDItem.h"
+#include "effects/screensync/panels/ScreenSyncEditScene.h"
+#include "effects/screensync/panels/ScreenSyncEditView.h"
+#include "service/config/ConfigurationManager.h"
+#include "service/screen/DeskCaptureOption.h"
+#include "service/screen/DeskCapturer.h"
+#include "service/screen/DeskDuplManager.h"
 
 #include <QComboBox>
 #include <QProcess>
@@ -75,6 +76,7 @@ private slots:
         QVERIFY(painter.open(QString::fromLocal8Bit(qgetenv("DISPLAY"))) && paintA());
         // Two monitors when the sources are first listed, so the panel's rows match their ids.
         QVERIFY(painter.addMonitor(QStringLiteral("RIGHT-HALF"), QRect(960, 0, 960, 1080)));
+        EffectPanelMaker::install();
         effects = std::make_unique<EffectsManager>(); // its screen panel makes the sources
         registry()->option()->setCurMode(1);
         registry()->option()->setCurMode(0); // stored

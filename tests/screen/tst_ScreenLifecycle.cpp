@@ -1,16 +1,16 @@
-#include "AbsScreenSync.h"
-#include "ConfigurationManager.h"
-#include "DeskCaptureBackendX11.h"
-#include "DeskCaptureOption.h"
-#include "DeskCapturer.h"
-#include "DeskDuplManager.h"
-#include "DeskFrameGrabberX11.h"
 #include "DeviceRig.h"
-#include "EffectsManager.h"
 #include "LogCapture.h"
 #include "PrivateXServer.h"
 #include "PrivateXwayland.h"
 #include "ScreenRig.h"
+#include "effects/EffectsManager.h"
+#include "effects/screensync/AbsScreenSync.h"
+#include "service/config/ConfigurationManager.h"
+#include "service/screen/DeskCaptureOption.h"
+#include "service/screen/DeskCapturer.h"
+#include "service/screen/DeskDuplManager.h"
+#include "service/screen/x11/DeskCaptureBackendX11.h"
+#include "service/screen/x11/DeskFrameGrabberX11.h"
 
 #include <QtEndian>
 #include <QtTest>
@@ -310,24 +310,6 @@ private slots:
             const int mode0 = qRed(frames[0].pixel(at));
             qInfo("mode 0 %d, mode 1 %d", mode0, mode1);
             QVERIFY(qAbs(mode0 - mode1) <= 16);
-        }
-    }
-
-    // For any monitor size, mode 0's passes end on the target, each an exact halving of an even
-    // size or the one step of a ratio between 0.75 and 1.5: no row weighs next to nothing.
-    void passesLoseNoRow()
-    {
-        for (int to : {67, 93, 96, 120, 135}) {
-            for (int from = to, size = to, others = 0; from <= 8192; ++from, size = from, others = 0) {
-                for (const DeskFrameGrabberX11::Step& step : DeskFrameGrabberX11::axisSteps(from, to)) {
-                    const bool halving = step.scale == 2.0 && step.size * 2 == size;
-                    others += !halving;
-                    QVERIFY(halving || (step.scale >= 0.75 && step.scale <= 1.5 &&
-                                        step.scale == double(size) / step.size));
-                    size = step.size;
-                }
-                QVERIFY2(size == to && others <= 1, qPrintable(QStringLiteral("%1 to %2").arg(from).arg(to)));
-            }
         }
     }
 

@@ -1,11 +1,14 @@
-#include "AbsScreenSync.h"
-#include "ConfigurationManager.h"
-#include "EffectsManager.h"
-#include "FullScreenMode.h"
-#include "InternalEffectFactory.h"
 #include "LogCapture.h"
 #include "RecordingController.h"
 #include "ScreenRig.h"
+#include "effects/EffectsManager.h"
+#include "effects/InternalEffectFactory.h"
+#include "effects/screensync/AbsScreenSync.h"
+#include "effects/screensync/FullScreenMode.h"
+#include "service/config/ConfigurationManager.h"
+#include "service/screen/AreaAverager.h"
+#include "service/screen/DeskCapturer.h"
+#include "service/screen/x11/X11RenderScaler.h"
 
 #include <QtTest>
 
@@ -55,6 +58,32 @@ struct Worker
     }
 };
 
+// Packs picture as a display server would lay it out, for the CPU averaging.
+QByteArray packed(const QImage& picture, const AreaAverager::PixelLayout& layout)
+{
+    const int stride = AreaAverager::strideOf(picture.width(), layout);
+    const int bytes = layout.bitsPerPixel / 8;
+    QByteArray data(stride * picture.height(), '\0');
+    for (int y = 0; y < picture.height(); ++y) {
+        for (int x = 0; x < picture.width(); ++x) {
+            const QColor c = picture.pixelColor(x, y);
+            const int channels[3] = {c.red(), c.green(), c.blue()};
+            uint32_t value = 0;
+            for (int i = 0; i < 3; ++i) {
+                const uint32_t mask = layout.masks[i];
+                const uint32_t most = mask >> __builtin_ctz(mask);
+                value |= ((uint32_t(channels[i]) * most + 127) / 255) << __builtin_ctz(mask);
+            }
+            char* at = data.data() + y * stride + x * bytes;
+            for (int b = 0; b < bytes; ++b) { // in the server's byte order
+                const int shift = 8 * (layout.swapBytes ? bytes - 1 - b : b);
+                at[b] = char((value >> shift) & 0xff);
+            }
+        }
+    }
+    return data;
+}
+
 } // namespace
 
 // The pipeline on synthetic frames, no X server; each row's worker starts and ends the thread.
@@ -71,6 +100,93 @@ private slots:
                                     QDir::currentPath() + QStringLiteral("/controler_config")));
         map5512 = modelMap(QStringLiteral("controler_config/OV5512.json"));
         ConfigurationManager::instance()->reset();
+    }
+
+    // The CPU averaging of mode 1 on plain pictures in each pixel layout a server may use: a
+    // uniform picture keeps its colour, fine detail averages instead of being sampled, and the
+    // last rows and column of an odd size reach the frame.
+    void cpuAveraging_data()
+    {
+        const QSize hd(1920, 1080), odd(1001, 777);
+        QTest::addColumn<QString>("layout"); // bits a pixel, and whether the server swaps bytes
+        QTest::addColumn<QSize>("source");
+        QTest::addColumn<QString>("picture");
+        QTest::addColumn<int>("tolerance");
+        QTest::newRow("uniform, 32 bits") << "32" << hd << "uniform" << 0;
+        QTest::newRow("uniform, 32 bits, bytes swapped") << "32 swapped" << hd << "uniform" << 0;
+        QTest::newRow("uniform, 24 bits packed") << "24" << odd << "uniform" << 0;
+        QTest::newRow("uniform, 16 bits 565") << "16" << odd << "uniform" << 5;
+        QTest::newRow("checkerboard: means, not samples") << "32" << hd << "checker" << 1;
+        QTest::newRow("1080p, the bottom 8 rows") << "32" << hd << "bottom" << 0;
+        QTest::newRow("1001 wide, the last column") << "24 swapped" << odd << "right" << 0;
+    }
+    void cpuAveraging()
+    {
+        QFETCH(QString, layout);
+        QFETCH(QSize, source);
+        QFETCH(QString, picture);
+        QFETCH(int, tolerance);
+        AreaAverager::PixelLayout pixels;
+        pixels.bitsPerPixel = layout.section(' ', 0, 0).toInt();
+        pixels.swapBytes = layout.endsWith("swapped");
+        if (pixels.bitsPerPixel == 16) {
+            pixels.masks[0] = 0xf800;
+            pixels.masks[1] = 0x07e0;
+            pixels.masks[2] = 0x001f;
+        }
+        const QColor uniform(200, 120, 40);
+        QImage in(source, QImage::Format_RGB32);
+        in.fill(picture == "uniform" ? uniform : QColor(Qt::black));
+        for (int y = 0; y < source.height(); ++y) {
+            for (int x = 0; x < source.width(); ++x) {
+                if ((picture == "checker" && (x + y) % 2) ||
+                    (picture == "bottom" && y >= source.height() - 8) ||
+                    (picture == "right" && x == source.width() - 1)) {
+                    in.setPixelColor(x, y, Qt::white);
+                }
+            }
+        }
+        const QByteArray data = packed(in, pixels);
+        QImage out(120, DeskCapturer::aspectHeight(120, source), QImage::Format_RGBA8888);
+        AreaAverager::average(reinterpret_cast<const uint8_t*>(data.constData()), source.width(),
+                              source.height(), AreaAverager::strideOf(source.width(), pixels), pixels, &out);
+        const QColor expected = picture == "uniform" ? uniform : QColor(128, 128, 128);
+        const QPoint edge = picture == "bottom"  ? QPoint(60, out.height() - 1)
+                            : picture == "right" ? QPoint(out.width() - 1, out.height() / 2)
+                                                 : QPoint(-1, -1);
+        for (int y = 0; y < out.height(); ++y) {
+            for (int x = 0; x < out.width(); ++x) {
+                const QColor c = out.pixelColor(x, y);
+                QCOMPARE(c.alpha(), 255);
+                if (edge.x() < 0) {
+                    QVERIFY2(qAbs(c.red() - expected.red()) <= tolerance &&
+                                 qAbs(c.green() - expected.green()) <= tolerance &&
+                                 qAbs(c.blue() - expected.blue()) <= tolerance,
+                             qPrintable(QStringLiteral("%1,%2: %3").arg(x).arg(y).arg(c.name())));
+                } else if (QPoint(x, y) == edge) {
+                    QVERIFY2(c.red() > 16 && c.red() == c.blue(), qPrintable(c.name()));
+                }
+            }
+        }
+        QVERIFY(edge.x() < 0 || out.pixelColor(0, 0) == QColor(Qt::black));
+    }
+
+    // For any monitor size, mode 0's passes end on the target, each an exact halving of an even
+    // size or the one step of a ratio between 0.75 and 1.5: no row weighs next to nothing.
+    void passesLoseNoRow()
+    {
+        for (int to : {67, 93, 96, 120, 135}) {
+            for (int from = to, size = to, others = 0; from <= 8192; ++from, size = from, others = 0) {
+                for (const X11RenderScaler::Step& step : X11RenderScaler::axisSteps(from, to)) {
+                    const bool halving = step.scale == 2.0 && step.size * 2 == size;
+                    others += !halving;
+                    QVERIFY(halving || (step.scale >= 0.75 && step.scale <= 1.5 &&
+                                        step.scale == double(size) / step.size));
+                    size = step.size;
+                }
+                QVERIFY2(size == to && others <= 1, qPrintable(QStringLiteral("%1 to %2").arg(from).arg(to)));
+            }
+        }
     }
 
     void cleanup()

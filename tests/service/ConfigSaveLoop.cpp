@@ -1,5 +1,5 @@
 // Saves every scope of the store over and over, printing "saved <n>" after each round, until killed.
-#include "ConfigurationManager.h"
+#include "service/config/ConfigurationManager.h"
 
 #include <QCoreApplication>
 #include <QJsonArray>

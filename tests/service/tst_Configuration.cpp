@@ -1,8 +1,8 @@
-#include "ConfigurationManager.h"
-#include "ConfigurationWriter.h"
 #include "FilePermissions.h"
 #include "LogCapture.h"
 #include "TestFiles.h"
+#include "service/config/ConfigurationManager.h"
+#include "service/config/ConfigurationWriter.h"
 
 #include <QElapsedTimer>
 #include <QJsonArray>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "OVController.h"
-#include "OVSerialPort.h"
 #include "VirtualLedDevice.h"
+#include "devices/OVController.h"
+#include "devices/OVSerialPort.h"
 
 #include <QSharedPointer>
 

@@ -1,7 +1,7 @@
-#include "ColorWheel.h"
-#include "ComboBoxDelegate.h"
-#include "GradientImgComboBox.h"
-#include "GradientWidget.h"
+#include "ui/widgets/ColorWheel.h"
+#include "ui/widgets/ComboBoxDelegate.h"
+#include "ui/widgets/GradientImgComboBox.h"
+#include "ui/widgets/GradientWidget.h"
 
 #include <QtTest>
 #include <QtWidgets>

@@ -1,4 +1,4 @@
-#include "ControlPage.h"
+#include "ui/ControlPage.h"
 
 #include <QtTest>
 #include <QtWidgets>

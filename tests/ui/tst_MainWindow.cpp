@@ -1,7 +1,7 @@
-#include "ControlPage.h"
-#include "HomePage.h"
 #include "LogCapture.h"
-#include "MainWindow.h"
+#include "ui/ControlPage.h"
+#include "ui/HomePage.h"
+#include "ui/MainWindow.h"
 
 #include <QtTest>
 #include <QtWidgets>

@@ -1,11 +1,13 @@
-#include "ColorMap.h"
+#include "effects/colorful/ColorMap.h"
 
-#include "ConfigurationManager.h"
+#include "service/config/ConfigurationManager.h"
 
 #include <QCoreApplication>
 #include <QtDebug>
 
 #include <cmath>
+
+constexpr char kTag[] = "[ColorMap]:";
 
 ColorMap::ColorMap(const EffectWorkerOptions& options, QObject* parent)
     : AbsAnimatedEffect(parent)
@@ -26,7 +28,7 @@ int32_t ColorMap::load(const ControlOptions& ctlOptions)
     const QString path = picturePath(options.id);
     image = QImage(path);
     if (image.isNull()) {
-        qCritical().noquote() << "[ColorMap]: Not found file:" << path;
+        qCritical().noquote() << kTag << "Not found file:" << path;
         image = QImage(300, 300, QImage::Format_RGB888);
     }
     const double stored = ConfigurationManager::instance()

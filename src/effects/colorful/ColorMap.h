@@ -1,6 +1,6 @@
 #pragma once
 
-#include "AbsAnimatedEffect.h"
+#include "effects/AbsAnimatedEffect.h"
 
 #include <QImage>
 

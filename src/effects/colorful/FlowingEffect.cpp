@@ -1,9 +1,8 @@
-#include "FlowingEffect.h"
+#include "effects/colorful/FlowingEffect.h"
 
-#include "FrmFlowingEffect.h"
+#include "effects/IPanelMaker.h"
 
 #include <QCoreApplication>
-#include <QPointer>
 
 #include <QColor>
 #include <QTimer>
@@ -20,11 +19,7 @@ EffectWorkerOptions FlowingEffect::staticWorkerOptions()
     static EffectWorkerOptions record = EffectWorkerOptions::make(
         QStringLiteral("com.orvanta.colorful.flowingEffect"), QStringLiteral("流光异彩"), 0);
     // Made when first asked for where widgets can exist, and made anew once it was deleted.
-    static QPointer<FrmFlowingEffect> panel;
-    if (!panel && AbsWorkerWidget::panelsPossible()) {
-        panel = new FrmFlowingEffect;
-    }
-    record.optionWidget = panel.data();
+    record.optionWidget = IPanelMaker::makePanel(IPanelMaker::Panel::FrmFlowingEffect);
     return record;
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "FrameGuard.h"
-#include "IEffectWorker.h"
+#include "effects/FrameGuard.h"
+#include "effects/IEffectWorker.h"
 
 // A rainbow running along the LED lines, one full hue circle over all LEDs.
 class FlowingEffect : public IEffectWorker

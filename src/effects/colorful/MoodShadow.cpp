@@ -1,7 +1,7 @@
-#include "MoodShadow.h"
+#include "effects/colorful/MoodShadow.h"
 
-#include "ConfigurationManager.h"
-#include "OptionBounds.h"
+#include "effects/OptionBounds.h"
+#include "service/config/ConfigurationManager.h"
 
 #include <QImage>
 #include <QJsonArray>
@@ -17,10 +17,12 @@
 
 namespace {
 
-const QString strapsEffectId = QStringLiteral("com.orvanta.colorful.colorStraps");
-const QString allControllers = QStringLiteral("__all__");
-const QString listKey = QStringLiteral("colorStrapList");
-const QString defaultsFile = QStringLiteral("effects/colorStraps.json");
+constexpr char kTag[] = "[MoodShadow]:";
+
+const QString kStrapsEffectId = QStringLiteral("com.orvanta.colorful.colorStraps");
+const QString kAllControllers = QStringLiteral("__all__");
+const QString kListKey = QStringLiteral("colorStrapList");
+const QString kDefaultsFile = QStringLiteral("effects/colorStraps.json");
 
 QColor colorFromJson(const QJsonValue& value, const QColor& fallback)
 {
@@ -98,15 +100,15 @@ ColorStrap* newStrap(const QString& name, double speed)
 QJsonArray storedList()
 {
     return ConfigurationManager::instance()
-        ->effectJsonValue(strapsEffectId, allControllers, listKey, defaultsFile)
+        ->effectJsonValue(kStrapsEffectId, kAllControllers, kListKey, kDefaultsFile)
         .toArray();
 }
 
 void storeList(const QJsonArray& list)
 {
     ConfigurationManager* store = ConfigurationManager::instance();
-    store->setEffectJsonValue(strapsEffectId, allControllers, listKey, list);
-    store->saveEffectJsonObj(strapsEffectId);
+    store->setEffectJsonValue(kStrapsEffectId, kAllControllers, kListKey, list);
+    store->saveEffectJsonObj(kStrapsEffectId);
 }
 
 } // namespace
@@ -428,7 +430,7 @@ void MoodShadow::setCurrentStrap(int i)
 void MoodShadow::removeStrap(int i)
 {
     if (i < 0 || i >= straps.size()) {
-        qCritical().noquote() << "[MoodShadow]: Strap index is out of range";
+        qCritical().noquote() << kTag << "Strap index is out of range";
         return;
     }
     const bool wasLast = i == straps.size() - 1;

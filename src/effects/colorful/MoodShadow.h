@@ -1,7 +1,7 @@
 #pragma once
 
-#include "AbsAnimatedEffect.h"
-#include "ColorStrap.h"
+#include "effects/AbsAnimatedEffect.h"
+#include "effects/colorful/ColorStrap.h"
 
 #include <QGradientStop>
 #include <QStringList>

@@ -1,12 +1,10 @@
-#include "SingleColor.h"
+#include "effects/colorful/SingleColor.h"
 
-#include "FrmSingleColor.h"
+#include "effects/IPanelMaker.h"
+#include "service/config/ConfigurationManager.h"
 
 #include <QCoreApplication>
 #include <QJsonValue>
-#include <QPointer>
-
-#include "ConfigurationManager.h"
 
 SingleColor::SingleColor(QObject* parent)
     : IEffectWorker(parent)
@@ -20,11 +18,7 @@ EffectWorkerOptions SingleColor::staticWorkerOptions()
     static EffectWorkerOptions record = EffectWorkerOptions::make(
         QStringLiteral("com.orvanta.singleColor.singleColor1"), QStringLiteral("单色模式"), 0);
     // Made when first asked for where widgets can exist, and made anew once it was deleted.
-    static QPointer<FrmSingleColor> panel;
-    if (!panel && AbsWorkerWidget::panelsPossible()) {
-        panel = new FrmSingleColor;
-    }
-    record.optionWidget = panel.data();
+    record.optionWidget = IPanelMaker::makePanel(IPanelMaker::Panel::FrmSingleColor);
     return record;
 }
 

@@ -1,11 +1,13 @@
-#include "AbsMusicEffect.h"
+#include "effects/music/AbsMusicEffect.h"
 
-#include "AudioCapManager.h"
-#include "ConfigurationManager.h"
+#include "service/audio/AudioCapManager.h"
+#include "service/config/ConfigurationManager.h"
 
 #include <QtDebug>
 
 #include <algorithm>
+
+constexpr char kTag[] = "[AbsMusicEffect]:";
 
 AbsMusicEffect::AbsMusicEffect(QObject* parent)
     : IEffectWorker(parent)
@@ -40,7 +42,7 @@ void AbsMusicEffect::spectrumUpdate(QVector<Spectrum>) {}
 void AbsMusicEffect::setCapturerId(QString newCapturerId)
 {
     if (newCapturerId.isEmpty()) {
-        qCritical().noquote() << "[AbsMusicEffect]: The newCapturerId is empty.";
+        qCritical().noquote() << kTag << "The newCapturerId is empty.";
         return;
     }
     if (newCapturerId == capturerId) {
@@ -54,7 +56,7 @@ void AbsMusicEffect::setCapturerId(QString newCapturerId)
     capturerId = newCapturerId;
     capturer = AudioCapManager::instacne()->capturer(capturerId);
     if (!capturer) {
-        qCritical().noquote() << "[AbsMusicEffect]: Not found this audio capturer: " + capturerId;
+        qCritical().noquote() << kTag << "Not found this audio capturer: " + capturerId;
         return;
     }
     connect(capturer.data(), &AudioCapturer::spectrumsChanged, this,

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "AudioCapturer.h"
-#include "IEffectWorker.h"
-#include "SoundChannel.h"
+#include "effects/IEffectWorker.h"
+#include "service/audio/AudioCapturer.h"
+#include "service/audio/SoundChannel.h"
 
 #include <QSharedPointer>
 #include <QString>

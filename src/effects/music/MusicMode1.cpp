@@ -1,8 +1,8 @@
-#include "MusicMode1.h"
+#include "effects/music/MusicMode1.h"
 
-#include "ConfigurationManager.h"
-#include "LedLayout.h"
-#include "OptionBounds.h"
+#include "devices/LedLayout.h"
+#include "effects/OptionBounds.h"
+#include "service/config/ConfigurationManager.h"
 
 #include <QColor>
 #include <QJsonObject>

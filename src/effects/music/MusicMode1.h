@@ -1,8 +1,8 @@
 #pragma once
 
-#include "AbsMusicEffect.h"
-#include "Fragment.h"
-#include "FrameGuard.h"
+#include "effects/FrameGuard.h"
+#include "effects/music/AbsMusicEffect.h"
+#include "effects/music/Fragment.h"
 
 #include <QHash>
 

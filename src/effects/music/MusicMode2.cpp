@@ -1,4 +1,4 @@
-#include "MusicMode2.h"
+#include "effects/music/MusicMode2.h"
 
 #include <algorithm>
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "AbsMusicEffect.h"
-#include "FrameGuard.h"
-#include "MoodShadow.h"
+#include "effects/FrameGuard.h"
+#include "effects/colorful/MoodShadow.h"
+#include "effects/music/AbsMusicEffect.h"
 
 #include <QSharedPointer>
 

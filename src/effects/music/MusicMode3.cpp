@@ -1,4 +1,4 @@
-#include "MusicMode3.h"
+#include "effects/music/MusicMode3.h"
 
 #include <QImage>
 #include <QLinearGradient>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "MusicMode1.h"
-#include "PeakFollower.h"
+#include "effects/music/MusicMode1.h"
+#include "effects/music/PeakFollower.h"
 
 #include <QGradientStops>
 #include <QMap>

@@ -1,4 +1,4 @@
-#include "MusicMode4.h"
+#include "effects/music/MusicMode4.h"
 
 MusicMode4::MusicMode4(const EffectWorkerOptions& options, QObject* parent)
     : MusicMode3(options, parent)

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "MusicMode3.h"
+#include "effects/music/MusicMode3.h"
 
 // A spectrum analyser mirrored around the strip's centre: one band per LED, left channel from
 // the first LED, right channel from the last.

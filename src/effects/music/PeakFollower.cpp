@@ -1,4 +1,4 @@
-#include "PeakFollower.h"
+#include "effects/music/PeakFollower.h"
 
 #include <QDateTime>
 

@@ -1,11 +1,11 @@
-#include "AbsScreenSync.h"
+#include "effects/screensync/AbsScreenSync.h"
 
-#include "ConfigurationManager.h"
-#include "DeskDuplManager.h"
-#include "FrameWidget.h"
+#include "effects/IPanelMaker.h"
+#include "service/config/ConfigurationManager.h"
+#include "service/screen/DeskDuplManager.h"
 
-#include <QApplication>
 #include <QColor>
+#include <QCoreApplication>
 #include <QDateTime>
 #include <QDir>
 #include <QMutex>
@@ -24,6 +24,8 @@ QThread* AbsScreenSync::workThread = nullptr;
 std::atomic<int> AbsScreenSync::instanceCount{0};
 
 namespace {
+
+constexpr char kTag[] = "[AbsScreenSync]:";
 
 // The work thread starts and ends under this lock, so a new worker never moves into a thread
 // that its dying predecessor has just told to quit.
@@ -58,15 +60,10 @@ AbsScreenSync::AbsScreenSync(const EffectWorkerOptions& workerOptions, QObject* 
     : IEffectWorker(parent)
     , options(workerOptions)
 {
-    if (qApp && qApp->property("isAdvanced").toBool() && qobject_cast<QApplication*>(qApp)) {
-        originFrameWidget = QSharedPointer<FrameWidget>(new FrameWidget(), &QObject::deleteLater);
-        frameImageWidget = QSharedPointer<FrameWidget>(new FrameWidget(), &QObject::deleteLater);
-        connect(this, &AbsScreenSync::frameImageTick, frameImageWidget.data(), &FrameWidget::setImage,
-                Qt::QueuedConnection);
-        connect(this, &AbsScreenSync::originFrameTick, originFrameWidget.data(), &FrameWidget::setImage,
-                Qt::QueuedConnection);
-        frameImageWidget->move(0, 0);
-        frameImageWidget->show();
+    IPanelMaker* maker = IPanelMaker::current();
+    if (maker && qApp->property("isAdvanced").toBool()) {
+        originFrameWidget = QSharedPointer<QObject>(maker->frameView(this, true), &QObject::deleteLater);
+        frameImageWidget = QSharedPointer<QObject>(maker->frameView(this, false), &QObject::deleteLater);
     }
     {
         QMutexLocker locker(&threadMutex());
@@ -112,8 +109,7 @@ AbsScreenSync::~AbsScreenSync()
             qInfo() << "The screen sync work thread has been deleted";
         }
     }
-    qInfo().noquote() << "[AbsScreenSync]:" << options.id << "used to" << controlOptions.id
-                      << "has been destructed";
+    qInfo().noquote() << kTag << options.id << "used to" << controlOptions.id << "has been destructed";
 }
 
 QThread* AbsScreenSync::currentWorkThread()
@@ -172,7 +168,7 @@ int32_t AbsScreenSync::load(const ControlOptions& ctlOptions)
     ok = ok && stored >= 0.0 && stored <= double(std::numeric_limits<int>::max());
     const QList<int> all = manager->allCapturer();
     if (all.isEmpty()) {
-        qWarning() << "[AbsScreenSync]: Cannot connect to any capture";
+        qWarning() << kTag << "Cannot connect to any capture";
         return 0;
     }
     setInputSourceIdx(ok ? qintptr(stored) : all.first());
@@ -186,7 +182,7 @@ EffectWorkerOptions AbsScreenSync::workerOptions() const
 
 void AbsScreenSync::onCapturerReady(int id)
 {
-    qInfo().noquote() << "[AbsScreenSync]: Capturer" << id << "is available.";
+    qInfo().noquote() << kTag << "Capturer" << id << "is available.";
     if (capturer.isNull()) {
         setInputSourceIdx(id);
     }
@@ -206,13 +202,13 @@ void AbsScreenSync::onCapturerFailed(int id)
     pendingFrame = QImage();
     const QList<int> all = manager->allCapturer();
     if (all.isEmpty()) {
-        qWarning().noquote() << "[AbsScreenSync]: The capturer" << id << "of" << options.id << "on"
+        qWarning().noquote() << kTag << "The capturer" << id << "of" << options.id << "on"
                              << controlOptions.id << "is gone and no other is left: black until one appears";
         emit updateColors(blackColors());
         return;
     }
-    qInfo().noquote() << "[AbsScreenSync]: The capturer" << id << "is gone:" << options.id << "on"
-                      << controlOptions.id << "moves to capturer" << all.first();
+    qInfo().noquote() << kTag << "The capturer" << id << "is gone:" << options.id << "on" << controlOptions.id
+                      << "moves to capturer" << all.first();
     setInputSourceIdx(all.first());
 }
 
@@ -242,7 +238,7 @@ void AbsScreenSync::setInputSourceIdx(qintptr sourceIdx)
 {
     const qintptr previous = capturer ? sourceIndex : -1;
     if (capturer) {
-        qInfo().noquote() << "[AbsScreenSync]: The" << options.id << "is disconnected from the" << sourceIndex
+        qInfo().noquote() << kTag << "The" << options.id << "is disconnected from the" << sourceIndex
                           << "capturer.";
         disconnect(capturer.data(), nullptr, this, nullptr);
         capturer.reset();
@@ -253,7 +249,7 @@ void AbsScreenSync::setInputSourceIdx(qintptr sourceIdx)
     if (capturer.isNull()) {
         const QList<int> all = manager->allCapturer();
         if (all.isEmpty()) {
-            qWarning() << "[AbsScreenSync]: DeskDuplManager is empty.";
+            qWarning() << kTag << "DeskDuplManager is empty.";
             return;
         }
         sourceIndex = all.first();
@@ -273,8 +269,7 @@ void AbsScreenSync::setInputSourceIdx(qintptr sourceIdx)
     }
     // Into the mailbox: a slow pipeline takes the newest frame and skips the rest.
     connect(capturer.data(), &IDeskCapture::frameTick, this, &AbsScreenSync::takeFrame, Qt::QueuedConnection);
-    qInfo().noquote() << "[AbsScreenSync]: The" << options.id << "is connected from the" << sourceIndex
-                      << "capturer"
+    qInfo().noquote() << kTag << "The" << options.id << "is connected from the" << sourceIndex << "capturer"
                       << "\r\n outputSize:" << capturer->outputSize();
     if (previous >= 0 && previous != sourceIndex) {
         storeEffectValue(QStringLiteral("sourceIndex"), int(sourceIndex));
@@ -327,7 +322,7 @@ void AbsScreenSync::frameInput(QImage frame)
     } catch (const std::exception& error) {
         if (!frameFaultLogged) {
             frameFaultLogged = true;
-            qWarning().noquote() << "[AbsScreenSync]:" << options.id << "on" << controlOptions.id
+            qWarning().noquote() << kTag << options.id << "on" << controlOptions.id
                                  << "could not process a frame:" << error.what()
                                  << "- sending the last good colours (logged once)";
         }

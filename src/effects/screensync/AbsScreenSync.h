@@ -1,7 +1,7 @@
 #pragma once
 
-#include "IDeskCapture.h"
-#include "IEffectWorker.h"
+#include "effects/IEffectWorker.h"
+#include "service/screen/IDeskCapture.h"
 
 #include <QElapsedTimer>
 #include <QImage>
@@ -10,7 +10,6 @@
 
 #include <atomic>
 
-class FrameWidget;
 class QThread;
 
 // Base of the screen-following effects: takes the frames of one capture source, blurs and
@@ -73,8 +72,9 @@ protected:
     QSharedPointer<IDeskCapture> capturer;
     double saturationStrength = 0.0;
     double blurStrength = 0.0;
-    QSharedPointer<FrameWidget> originFrameWidget;
-    QSharedPointer<FrameWidget> frameImageWidget;
+    // The diagnostic windows of an advanced run, where panels can exist.
+    QSharedPointer<QObject> originFrameWidget;
+    QSharedPointer<QObject> frameImageWidget;
     QElapsedTimer screenshotTimer;
     QElapsedTimer frameTimer;
     bool isScreenshot = false;

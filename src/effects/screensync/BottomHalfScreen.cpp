@@ -1,4 +1,4 @@
-#include "BottomHalfScreen.h"
+#include "effects/screensync/BottomHalfScreen.h"
 
 BottomHalfScreen::BottomHalfScreen(const EffectWorkerOptions& options, QObject* parent)
     : AbsScreenSync(options, parent)

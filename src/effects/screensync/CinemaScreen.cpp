@@ -1,4 +1,4 @@
-#include "CinemaScreen.h"
+#include "effects/screensync/CinemaScreen.h"
 
 CinemaScreen::CinemaScreen(const EffectWorkerOptions& options, QObject* parent)
     : FullScreenMode(options, parent)

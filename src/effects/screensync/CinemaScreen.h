@@ -1,6 +1,6 @@
 #pragma once
 
-#include "FullScreenMode.h"
+#include "effects/screensync/FullScreenMode.h"
 
 // The full-screen map over the frame's central 80 %, so a film's black bars never reach the LEDs.
 class CinemaScreen : public FullScreenMode

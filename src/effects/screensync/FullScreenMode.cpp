@@ -1,12 +1,14 @@
-#include "FullScreenMode.h"
+#include "effects/screensync/FullScreenMode.h"
 
-#include "ConfigurationManager.h"
-#include "DefaultsFile.h"
+#include "service/config/ConfigurationManager.h"
+#include "service/config/DefaultsFile.h"
 
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QtDebug>
+
+constexpr char kTag[] = "[FullScreenMode]:";
 
 FullScreenMode::FullScreenMode(const EffectWorkerOptions& options, QObject* parent)
     : AbsScreenSync(options, parent)
@@ -30,14 +32,13 @@ QJsonObject FullScreenMode::readDefaultFile() const
     QFile file(locateDefaultsFile(QStringLiteral("controler_config/") + controlOptions.model +
                                   QStringLiteral(".json")));
     if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
-        qInfo().noquote() << "[FullScreenMode]: Not found default LED configuration file"
-                          << file.errorString();
+        qInfo().noquote() << kTag << "Not found default LED configuration file" << file.errorString();
         return QJsonObject();
     }
     QJsonParseError error;
     const QJsonDocument document = QJsonDocument::fromJson(file.readAll(), &error);
     if (error.error != QJsonParseError::NoError) {
-        qWarning().noquote() << "[FullScreenMode]: Failed to parser default LED configuration json file"
+        qWarning().noquote() << kTag << "Failed to parser default LED configuration json file"
                              << error.errorString();
         return QJsonObject();
     }
@@ -132,9 +133,8 @@ int32_t FullScreenMode::load(const ControlOptions& ctlOptions)
                                                                                 QStringLiteral("map"));
     QJsonObject object;
     if (stored.isObject()) {
-        qDebug().noquote()
-            << "[FullScreenMode]: The LED configuration has loaded from user configuration file"
-            << controlOptions.id;
+        qDebug().noquote() << kTag << "The LED configuration has loaded from user configuration file"
+                           << controlOptions.id;
         object = stored.toObject();
     } else {
         object = readDefaultFile();
@@ -170,7 +170,7 @@ void FullScreenMode::setScreenSize(QSize size)
 {
     if (size.width() < 0 || size.width() > maxScreenWidth || size.height() < 0 ||
         size.height() > maxScreenHeight) {
-        qWarning() << "[FullScreenMode]: The size is invalid";
+        qWarning() << kTag << "The size is invalid";
         return;
     }
     {
@@ -191,13 +191,13 @@ void FullScreenMode::setLEDPos(int id, QPoint pos)
         size = QSize(screenWidth, screenHeight);
     }
     if (pos.x() < 0 || pos.y() < 0 || pos.x() >= size.width() || pos.y() >= size.height()) {
-        qWarning() << "[FullScreenMode]: The LED position:" << pos << "is out of range";
+        qWarning() << kTag << "The LED position:" << pos << "is out of range";
         return;
     }
     {
         QMutexLocker locker(&ledMapMutex);
         if (id < 0 || id >= ledMap.size()) {
-            qWarning() << "[FullScreenMode]: The id" << id << "of LED is out of range";
+            qWarning() << kTag << "The id" << id << "of LED is out of range";
             return;
         }
         ledMap[id] = pos;

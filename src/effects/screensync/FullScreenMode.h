@@ -1,6 +1,6 @@
 #pragma once
 
-#include "AbsScreenSync.h"
+#include "effects/screensync/AbsScreenSync.h"
 
 #include <QJsonObject>
 #include <QMutex>

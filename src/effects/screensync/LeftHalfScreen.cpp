@@ -1,4 +1,4 @@
-#include "LeftHalfScreen.h"
+#include "effects/screensync/LeftHalfScreen.h"
 
 LeftHalfScreen::LeftHalfScreen(const EffectWorkerOptions& options, QObject* parent)
     : AbsScreenSync(options, parent)

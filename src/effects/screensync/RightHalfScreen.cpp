@@ -1,4 +1,4 @@
-#include "RightHalfScreen.h"
+#include "effects/screensync/RightHalfScreen.h"
 
 RightHalfScreen::RightHalfScreen(const EffectWorkerOptions& options, QObject* parent)
     : AbsScreenSync(options, parent)

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "AbsScreenSync.h"
+#include "effects/screensync/AbsScreenSync.h"
 
 // Reads the LEDs off the fifth of the frame at its right edge, squeezed to one pixel per LED.
 class RightHalfScreen : public AbsScreenSync

@@ -1,4 +1,4 @@
-#include "TopHalfScreen.h"
+#include "effects/screensync/TopHalfScreen.h"
 
 TopHalfScreen::TopHalfScreen(const EffectWorkerOptions& options, QObject* parent)
     : AbsScreenSync(options, parent)

@@ -1,4 +1,4 @@
-#include "ControllerConfigDialog.h"
+#include "ui/dialogs/ControllerConfigDialog.h"
 
 #include "ui_ControllerConfigDialog.h"
 
@@ -27,10 +27,7 @@ ControllerConfigDialog::ControllerConfigDialog(QWidget* parent)
     connect(ui->pushButton_2, &QPushButton::clicked, this, &QDialog::reject);
 }
 
-ControllerConfigDialog::~ControllerConfigDialog()
-{
-    delete ui;
-}
+ControllerConfigDialog::~ControllerConfigDialog() = default;
 
 void ControllerConfigDialog::addLine()
 {

@@ -1,7 +1,8 @@
 #pragma once
 
-#include "BaseDialog.h"
+#include "ui/widgets/BaseDialog.h"
 
+#include <QScopedPointer>
 #include <QVector>
 
 #include <cstdint>
@@ -53,7 +54,7 @@ private:
     void showTotal();
     void updateMaxima();
 
-    Ui::ControllerConfigDialog* ui;
+    QScopedPointer<Ui::ControllerConfigDialog> ui;
     QVector<Row> rows;
     QVector<uint32_t> lines;
     int total = 0;

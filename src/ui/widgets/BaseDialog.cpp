@@ -1,4 +1,4 @@
-#include "BaseDialog.h"
+#include "ui/widgets/BaseDialog.h"
 
 #include <QApplication>
 #include <QMouseEvent>

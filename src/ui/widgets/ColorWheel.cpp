@@ -1,4 +1,4 @@
-#include "ColorWheel.h"
+#include "ui/widgets/ColorWheel.h"
 
 #include <QConicalGradient>
 #include <QMouseEvent>

@@ -1,4 +1,4 @@
-#include "ComboBoxDelegate.h"
+#include "ui/widgets/ComboBoxDelegate.h"
 
 #include <QLinearGradient>
 #include <QPainter>

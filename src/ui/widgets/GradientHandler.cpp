@@ -1,4 +1,4 @@
-#include "GradientHandler.h"
+#include "ui/widgets/GradientHandler.h"
 
 #include <QGraphicsScene>
 #include <QGraphicsSceneContextMenuEvent>

@@ -1,6 +1,6 @@
-#include "GradientImgComboBox.h"
+#include "ui/widgets/GradientImgComboBox.h"
 
-#include "ComboBoxDelegate.h"
+#include "ui/widgets/ComboBoxDelegate.h"
 
 #include <QStyleOptionComboBox>
 #include <QStylePainter>

@@ -1,6 +1,6 @@
-#include "GradientWidget.h"
+#include "ui/widgets/GradientWidget.h"
 
-#include "GradientHandler.h"
+#include "ui/widgets/GradientHandler.h"
 
 #include <QColorDialog>
 #include <QGraphicsScene>

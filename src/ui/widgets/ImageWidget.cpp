@@ -1,4 +1,4 @@
-#include "ImageWidget.h"
+#include "ui/widgets/ImageWidget.h"
 
 #include <QPainter>
 #include <QStyleOption>

@@ -1,4 +1,4 @@
-#include "SliderBar.h"
+#include "ui/widgets/SliderBar.h"
 
 #include <QKeyEvent>
 #include <QLinearGradient>

@@ -1,4 +1,4 @@
-#include "IDeviceEnumerator.h"
+#include "devices/IDeviceEnumerator.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
-#include "AbsAnimatedEffect.h"
-#include "IEffectFactory.h"
+#include "effects/AbsAnimatedEffect.h"
+#include "effects/IEffectFactory.h"
 
 namespace {
 

@@ -1,0 +1,144 @@
+#include "effects/screensync/panels/ScreenSyncSOptWidget.h"
+
+#include "effects/IPanelMaker.h"
+#include "effects/screensync/AbsScreenSync.h"
+#include "service/screen/DeskDuplManager.h"
+#include "ui_ScreenSyncSOptWidget.h"
+
+#include <QCoreApplication>
+#include <QEvent>
+#include <QPointer>
+
+namespace {
+const char* const kSliderSheet =
+    "QSlider::groove:horizontal{ height: 10px;left: 5px; right: 5px; background: rgb(51,51,51);}"
+    "QSlider::handle:horizontal{ width: 16px; margin: -3px 0; border-radius: 8px; background: "
+    "rgb(247,175,55);}"
+    "QSlider::sub-page:horizontal{ background: rgb(247,175,55);}";
+}
+
+ScreenSyncSOptWidget* ScreenSyncSOptWidget::instance()
+{
+    static QPointer<ScreenSyncSOptWidget> panel;
+    if (!panel && IPanelMaker::current()) {
+        panel = new ScreenSyncSOptWidget;
+        DeskDuplManager* sources = DeskDuplManager::instance();
+        connect(sources, &DeskDuplManager::capturerFailed, panel.data(),
+                [p = panel.data()](int id) { p->onCapturerReady(id); });
+        connect(sources, &DeskDuplManager::capturerReady, panel.data(),
+                [p = panel.data()](int id) { p->onCapturerReady(id); });
+        panel->onCapturerReady(0);
+    }
+    return panel.data();
+}
+
+ScreenSyncSOptWidget::ScreenSyncSOptWidget(QWidget* parent)
+    : AbsWorkerWidget(parent)
+    , ui(new Ui::ScreenSyncSOptWidget)
+{
+    qRegisterMetaType<qintptr>("qintptr");
+    ui->setupUi(this);
+    ui->saturationStrengthSlider->setStyleSheet(QLatin1String(kSliderSheet));
+    ui->blurStrengthSlider->setStyleSheet(QLatin1String(kSliderSheet));
+    connect(ui->comboBox, qOverload<int>(&QComboBox::currentIndexChanged), this,
+            &ScreenSyncSOptWidget::onComboBoxChanged);
+    connect(ui->saturationStrengthSlider, &QSlider::valueChanged, this,
+            &ScreenSyncSOptWidget::onSaturationChanged);
+    connect(ui->blurStrengthSlider, &QSlider::valueChanged, this, &ScreenSyncSOptWidget::onBlurChanged);
+}
+
+ScreenSyncSOptWidget::~ScreenSyncSOptWidget() = default;
+
+void ScreenSyncSOptWidget::onCapturerReady(qintptr)
+{
+    DeskDuplManager* sources = DeskDuplManager::instance();
+    const QString shown = ui->comboBox->currentText();
+    const bool blocked = ui->comboBox->blockSignals(true);
+    ui->comboBox->clear();
+    capturerIds.clear();
+    const QList<int> ids = sources->allCapturer();
+    for (int id : ids) {
+        ui->comboBox->addItem(sources->capturerDesc(id));
+        capturerIds.append(id);
+    }
+    ui->comboBox->setCurrentText(shown);
+    ui->comboBox->blockSignals(blocked);
+    showSource();
+}
+
+void ScreenSyncSOptWidget::showSource()
+{
+    const int row = capturerIds.indexOf(shownSource);
+    if (row < 0) {
+        return;
+    }
+    const bool blocked = ui->comboBox->blockSignals(true);
+    ui->comboBox->setCurrentIndex(row);
+    ui->comboBox->blockSignals(blocked);
+}
+
+void ScreenSyncSOptWidget::onEffectWorkerChanged(IEffectWorkerPtr worker)
+{
+    // The catalogue gives this panel to screen modes only.
+    auto* screen = qobject_cast<AbsScreenSync*>(worker.data());
+    if (!screen) {
+        return;
+    }
+    shownSource = screen->currentSourceIndex();
+    showSource();
+    {
+        const bool blocked = blockSignals(true);
+        ui->saturationStrengthSlider->setValue(int(screen->currentSaturationStrength() * 100 + 100));
+        ui->blurStrengthSlider->setValue(int(screen->currentBlurStrength() * 100));
+        blockSignals(blocked);
+    }
+    connect(this, &ScreenSyncSOptWidget::blurChanged, screen, &AbsScreenSync::setBlurStrength);
+    connect(this, &ScreenSyncSOptWidget::saturationChanged, screen, &AbsScreenSync::setSaturationStrength);
+    connect(this, &ScreenSyncSOptWidget::frameSourcesChanged, screen, &AbsScreenSync::setInputSourceIdx);
+    connect(screen, &AbsScreenSync::frameImageTick, this, &ScreenSyncSOptWidget::onFrameUpdated,
+            Qt::QueuedConnection);
+    // The worker moves by itself when its monitor goes.
+    connect(
+        screen, &AbsScreenSync::inputSourceChanged, this,
+        [this](qintptr id) {
+            shownSource = id;
+            showSource();
+        },
+        Qt::QueuedConnection);
+}
+
+void ScreenSyncSOptWidget::onBlurChanged(int value)
+{
+    emit blurChanged(float(value / 100.0));
+}
+
+void ScreenSyncSOptWidget::onSaturationChanged(int value)
+{
+    emit saturationChanged(float((value - 100.0) / 100.0));
+}
+
+void ScreenSyncSOptWidget::onComboBoxChanged(int idx)
+{
+    if (idx >= 0 && idx < capturerIds.size()) {
+        emit frameSourcesChanged(capturerIds[idx]);
+    }
+}
+
+void ScreenSyncSOptWidget::onFrameUpdated(QImage)
+{
+    // The connection is kept; the frame is not shown here.
+}
+
+void ScreenSyncSOptWidget::resizeEvent(QResizeEvent* event)
+{
+    AbsWorkerWidget::resizeEvent(event);
+    adjustSize();
+}
+
+void ScreenSyncSOptWidget::changeEvent(QEvent* event)
+{
+    AbsWorkerWidget::changeEvent(event);
+    if (event->type() == QEvent::LanguageChange) {
+        ui->retranslateUi(this);
+    }
+}

@@ -1,8 +1,0 @@
-#include "DeskCaptureBackend.h"
-
-DeskCaptureBackend::DeskCaptureBackend(QObject* parent)
-    : QObject(parent)
-{
-}
-
-DeskCaptureBackend::~DeskCaptureBackend() = default;

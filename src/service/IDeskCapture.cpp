@@ -1,8 +1,0 @@
-#include "IDeskCapture.h"
-
-IDeskCapture::IDeskCapture(QObject* parent)
-    : QObject(parent)
-{
-}
-
-IDeskCapture::~IDeskCapture() = default;

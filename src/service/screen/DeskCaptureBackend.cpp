@@ -1,0 +1,8 @@
+#include "service/screen/DeskCaptureBackend.h"
+
+DeskCaptureBackend::DeskCaptureBackend(QObject* parent)
+    : QObject(parent)
+{
+}
+
+DeskCaptureBackend::~DeskCaptureBackend() = default;

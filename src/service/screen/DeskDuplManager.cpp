@@ -1,0 +1,264 @@
+#include "service/screen/DeskDuplManager.h"
+
+#include "service/config/ConfigurationManager.h"
+#include "service/screen/DeskCaptureBackend.h"
+#include "service/screen/DeskCaptureOption.h"
+#include "service/screen/DeskCapturer.h"
+
+#include <QCoreApplication>
+#include <QVariant>
+#include <QtDebug>
+
+#include <algorithm>
+
+namespace {
+
+constexpr char kTag[] = "[DeskDuplManager]:";
+
+DeskDuplManager* theInstance = nullptr;
+
+void shutdownInstance()
+{
+    if (theInstance) {
+        theInstance->shutdown();
+    }
+}
+
+int startMode()
+{
+    if (qApp && qApp->property("isWinRTCaptureFirst").toBool()) {
+        return 1;
+    }
+    const int stored =
+        ConfigurationManager::instance()->globalValue(QStringLiteral("deskCaptureMode")).toInt(0);
+    if (stored < 0 || stored > 1) {
+        qWarning().noquote() << kTag << "Ignored the stored capture mode" << stored;
+        return 0;
+    }
+    return stored;
+}
+
+} // namespace
+
+DeskDuplManager* DeskDuplManager::instance()
+{
+    if (!theInstance) {
+        auto* option = new DeskCaptureOption(startMode());
+        theInstance = new DeskDuplManager({DeskCaptureBackend::createDefault()}, option);
+        option->setParent(theInstance);
+        // The capture threads are joined while the application object goes.
+        qAddPostRoutine(shutdownInstance);
+    }
+    return theInstance;
+}
+
+DeskDuplManager::DeskDuplManager(const QList<DeskCaptureBackend*>& backendList, DeskCaptureOption* option,
+                                 QObject* parent)
+    : QObject(parent)
+    , backends(backendList)
+    , captureOption(option)
+{
+    for (int i = 0; i < backends.size(); ++i) {
+        DeskCaptureBackend* backend = backends[i];
+        backend->setParent(this);
+        connect(backend, &DeskCaptureBackend::monitorsChanged, this, [this, i] { onMonitorsChanged(i); });
+        connect(backend, &DeskCaptureBackend::connectionLost, this, [this, i] { onConnectionLost(i); });
+        backend->start();
+    }
+}
+
+DeskDuplManager::~DeskDuplManager()
+{
+    shutdown();
+}
+
+void DeskDuplManager::shutdown()
+{
+    QList<QSharedPointer<DeskCapturer>> all;
+    {
+        QMutexLocker locker(&mutex);
+        for (const Source& source : qAsConst(sources)) {
+            all.append(source.capturer);
+        }
+    }
+    for (const auto& capturer : qAsConst(all)) {
+        capturer->stop();
+    }
+}
+
+QString DeskDuplManager::describe(const QString& name, const QRect& geometry)
+{
+    return QStringLiteral("%1 %2x%3+%4+%5")
+        .arg(name)
+        .arg(geometry.width())
+        .arg(geometry.height())
+        .arg(geometry.x())
+        .arg(geometry.y());
+}
+
+QList<int> DeskDuplManager::allCapturer() const
+{
+    QMutexLocker locker(&mutex);
+    QList<int> ids;
+    for (auto it = sources.constBegin(); it != sources.constEnd(); ++it) {
+        if (it->present) {
+            ids.append(it.key());
+        }
+    }
+    std::sort(ids.begin(), ids.end());
+    return ids;
+}
+
+QSharedPointer<IDeskCapture> DeskDuplManager::capturer(int id) const
+{
+    QMutexLocker locker(&mutex);
+    const auto it = sources.constFind(id);
+    if (it == sources.constEnd() || !it->present) {
+        return {};
+    }
+    return it->capturer;
+}
+
+QString DeskDuplManager::capturerDesc(int id) const
+{
+    QMutexLocker locker(&mutex);
+    const auto it = sources.constFind(id);
+    return it == sources.constEnd() || !it->present ? QString() : it->desc;
+}
+
+void DeskDuplManager::onMonitorsChanged(int backendIndex)
+{
+    QVector<DeskMonitor> monitors = backends[backendIndex]->monitors();
+    bool first = true;
+    {
+        QMutexLocker locker(&mutex);
+        for (const Source& source : qAsConst(sources)) {
+            first = first && source.backend != backendIndex;
+        }
+    }
+    if (first) {
+        // So that a stored source index finds the same monitor next run: primary first, then left
+        // to right, then top to bottom.
+        std::stable_sort(monitors.begin(), monitors.end(), [](const DeskMonitor& a, const DeskMonitor& b) {
+            if (a.primary != b.primary) {
+                return a.primary;
+            }
+            if (a.geometry.x() != b.geometry.x()) {
+                return a.geometry.x() < b.geometry.x();
+            }
+            return a.geometry.y() < b.geometry.y();
+        });
+    }
+
+    QList<int> ready;
+    QList<int> failed;
+    QList<QPair<QSharedPointer<DeskCapturer>, bool>> activations;
+    {
+        QMutexLocker locker(&mutex);
+        QSet<int> listed;
+        for (const DeskMonitor& monitor : qAsConst(monitors)) {
+            int id = -1;
+            for (auto it = sources.begin(); it != sources.end(); ++it) {
+                if (it->backend == backendIndex && it->name == monitor.name) {
+                    id = it.key();
+                    break;
+                }
+            }
+            const QString desc = describe(monitor.name, monitor.geometry);
+            if (id < 0) {
+                id = nextId++;
+                Source source;
+                source.backend = backendIndex;
+                source.name = monitor.name;
+                source.capturer.reset(
+                    new DeskCapturer(backends[backendIndex], captureOption, monitor.geometry));
+                connect(source.capturer.data(), &DeskCapturer::grabberFailed, this,
+                        [this, id] { onGrabberFailed(id); });
+                connect(source.capturer.data(), &DeskCapturer::grabberRecovered, this,
+                        [this, id] { onGrabberRecovered(id); });
+                sources.insert(id, source);
+            }
+            Source& source = sources[id];
+            listed.insert(id);
+            const bool changed = !source.present || source.capturer->geometry() != monitor.geometry;
+            source.capturer->setGeometry(monitor.geometry);
+            source.desc = desc;
+            if (changed) {
+                if (!source.present) {
+                    activations.append({source.capturer, true});
+                }
+                source.present = true;
+                ready.append(id);
+            }
+        }
+        for (auto it = sources.begin(); it != sources.end(); ++it) {
+            if (it->backend == backendIndex && it->present && !listed.contains(it.key())) {
+                it->present = false;
+                activations.append({it->capturer, false});
+                failed.append(it.key());
+                it->failed = false;
+            }
+        }
+    }
+    for (const auto& activation : qAsConst(activations)) {
+        activation.first->setActive(activation.second);
+    }
+    for (int id : qAsConst(failed)) {
+        qInfo().noquote() << kTag << "Capturer" << id << "is gone";
+        emit capturerFailed(id);
+    }
+    for (int id : qAsConst(ready)) {
+        qInfo().noquote() << kTag << "Capturer" << id << "is ready:" << capturerDesc(id);
+        emit capturerReady(id);
+    }
+}
+
+void DeskDuplManager::onConnectionLost(int backendIndex)
+{
+    QList<int> failed;
+    QList<QSharedPointer<DeskCapturer>> silenced;
+    {
+        QMutexLocker locker(&mutex);
+        for (auto it = sources.begin(); it != sources.end(); ++it) {
+            if (it->backend == backendIndex && it->present) {
+                it->present = false;
+                it->failed = false;
+                failed.append(it.key());
+                silenced.append(it->capturer);
+            }
+        }
+    }
+    for (const auto& capturer : qAsConst(silenced)) {
+        capturer->setActive(false, true);
+    }
+    std::sort(failed.begin(), failed.end());
+    for (int id : qAsConst(failed)) {
+        emit capturerFailed(id);
+    }
+}
+
+void DeskDuplManager::onGrabberFailed(int id)
+{
+    {
+        QMutexLocker locker(&mutex);
+        const auto it = sources.find(id);
+        if (it == sources.end() || !it->present || it->failed) {
+            return;
+        }
+        it->failed = true;
+    }
+    emit capturerFailed(id);
+}
+
+void DeskDuplManager::onGrabberRecovered(int id)
+{
+    {
+        QMutexLocker locker(&mutex);
+        const auto it = sources.find(id);
+        if (it == sources.end() || !it->present || !it->failed) {
+            return;
+        }
+        it->failed = false;
+    }
+    emit capturerReady(id);
+}
