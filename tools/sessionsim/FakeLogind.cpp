@@ -46,9 +46,16 @@ bool FakeLogind::start(const QString& busAddress)
                 bus.lastError().message();
         return false;
     }
-    if (!bus.registerObject(objectPath, manager,
-                            QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllSignals) ||
-        !bus.registerService(service)) {
+    // On the manager's thread: the bus gives it a child there that relays its signals.
+    bool registered = false;
+    QMetaObject::invokeMethod(
+        manager,
+        [&] {
+            registered = bus.registerObject(
+                objectPath, manager, QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllSignals);
+        },
+        Qt::BlockingQueuedConnection);
+    if (!registered || !bus.registerService(service)) {
         error = QStringLiteral("cannot own ") + service + QStringLiteral(": ") + bus.lastError().message();
         stop();
         return false;
@@ -62,7 +69,8 @@ void FakeLogind::stop()
         return;
     }
     QDBusConnection bus(connectionName);
-    bus.unregisterObject(objectPath);
+    QMetaObject::invokeMethod(
+        manager, [&] { bus.unregisterObject(objectPath); }, Qt::BlockingQueuedConnection);
     bus.unregisterService(service);
     QDBusConnection::disconnectFromBus(connectionName);
     connectionName.clear();
