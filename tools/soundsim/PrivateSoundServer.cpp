@@ -3,6 +3,8 @@
 #include <QElapsedTimer>
 #include <QThread>
 
+#include <signal.h>
+
 PrivateSoundServer::PrivateSoundServer(const QString& sinkName, const QString& description)
     : sink(sinkName)
     , description(description)
@@ -116,6 +118,20 @@ void PrivateSoundServer::killAll()
 {
     kill();
     session.killAll();
+}
+
+void PrivateSoundServer::freeze()
+{
+    if (pulse.state() == QProcess::Running) {
+        ::kill(pid_t(pulse.processId()), SIGSTOP);
+    }
+}
+
+void PrivateSoundServer::thaw()
+{
+    if (pulse.state() == QProcess::Running) {
+        ::kill(pid_t(pulse.processId()), SIGCONT);
+    }
 }
 
 bool PrivateSoundServer::isRunning() const

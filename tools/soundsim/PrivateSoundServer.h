@@ -25,6 +25,11 @@ public:
     void kill();
     // Kills the instance, wireplumber and pipewire.
     void killAll();
+    // Stops the Pulse-protocol instance (SIGSTOP) and lets it go on (SIGCONT): its clients stay
+    // connected and get no data meanwhile, as from a sink that PulseAudio suspended. (PipeWire
+    // resumes a sink suspended by pactl at once while streams use it.)
+    void freeze();
+    void thaw();
     bool isRunning() const;
     QString errorString() const { return error; }
 
