@@ -30,10 +30,21 @@ bool listening(const QString& path)
     return ok;
 }
 
+// Sockets live in the folder and their paths may not pass 107 bytes: a deep TMPDIR (a build
+// tree's test folder) gives way to /tmp.
+QString folderTemplate()
+{
+    const QString preferred = QDir::tempPath() + QStringLiteral("/pipewire-XXXXXX");
+    return preferred.size() + int(sizeof("/pipewire-0.lock")) <= 100
+               ? preferred
+               : QStringLiteral("/tmp/orvanta-pipewire-XXXXXX");
+}
+
 } // namespace
 
 PrivatePipeWire::PrivatePipeWire()
-    : bus(dir.path())
+    : dir(folderTemplate())
+    , bus(dir.path())
 {
     // PipeWire refuses a runtime folder that others may enter.
     QFile::setPermissions(dir.path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
