@@ -123,7 +123,7 @@ private slots:
                 QString("[ShutdownSignals] Received signal %1 - quitting").arg(signalNumber)));
             QVERIFY(!QFile::exists(box.lockFile()));
             QJsonObject global = TestFiles::readJson(box.configDir() + "/global.json");
-            QVERIFY(global.take("mainWindowHandler").isString());
+            QVERIFY(global.take("mainWindowHandler").isString() && global.take("hotkeyBinding").isObject());
             QCOMPARE(global, kept);
             QVERIFY(!QFile::exists(box.configDir() + "/controllers/OV5512%3AA1.json"));
             kept.insert("keep", 1);
@@ -187,6 +187,7 @@ private slots:
         const bool readOnly = fault == "read-only";
         QCOMPARE(box.mainLog().count("Failed to save " + box.configDir() + "/global.json"), readOnly ? 1 : 0);
         QCOMPARE(global.take("mainWindowHandler").isString(), !readOnly);
+        QCOMPARE(global.take("hotkeyBinding").isObject(), !readOnly);
         QCOMPARE(global, QJsonObject({{"keep", 1}}));
     }
 
