@@ -1,6 +1,7 @@
 #pragma once
 
 #include "devices/DeviceManager.h"
+#include "devices/SleepWatcher.h"
 #include "effects/EffectsManager.h"
 #include "ui/MainWindow.h"
 
@@ -61,6 +62,7 @@ private:
     MainWindow mainWindow;
     DeviceManager deviceManager;
     EffectsManager effectsManager;
+    SleepWatcher sleepWatcher{&deviceManager};
     bool allOn = true;
     QFileSystemWatcher* styleWatcher = nullptr;
 };

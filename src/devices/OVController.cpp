@@ -9,6 +9,9 @@ namespace {
 
 constexpr int kReleaseFlushMs = 500;
 constexpr int kReleaseSettleMs = 15;
+// Every port darkens in parallel; the lock on sleep is given back within a second in all.
+constexpr int kSleepFlushMs = 500;
+constexpr int kWakeFlushMs = 500;
 
 // Health code for a port error; false for the errors that leave the code as it is.
 bool statusFor(QSerialPort::SerialPortError error, uint32_t* code)
@@ -120,6 +123,53 @@ void OVController::writeColors(const QVector<QVector<OV_RGB>>& colors)
         frame.append(wanted - colorBytes, char(0));
     }
     emit writeToPort(frame);
+}
+
+template <typename Work, typename Done> void OVController::onPortThread(Work work, Done done)
+{
+    QMetaObject::invokeMethod(
+        port,
+        [this, work, done] {
+            auto result = work(port);
+            QMetaObject::invokeMethod(
+                this, [done, result] { done(result); }, Qt::QueuedConnection);
+        },
+        Qt::QueuedConnection);
+}
+
+void OVController::sendDarkFrame()
+{
+    writeColors(blackFrame());
+    onPortThread([](OVSerialPort* p) { return p->flushPending(kSleepFlushMs); },
+                 [this](bool written) { emit darkened(written); });
+}
+
+void OVController::checkAfterSleep()
+{
+    onPortThread([](OVSerialPort* p) { return p->nodeCheck(); },
+                 [this](SerialLine::Node node) {
+                     if (node == SerialLine::Node::Gone) {
+                         releaseAfterSleep(3, QStringLiteral("its port is gone"));
+                         return;
+                     }
+                     if (node == SerialLine::Node::Other) {
+                         releaseAfterSleep(3, QStringLiteral("another device stands at its port now"));
+                         return;
+                     }
+                     resumeFrames(); // the current colours go out, and tell whether the line works
+                     onPortThread(
+                         [](OVSerialPort* p) {
+                             p->flushPending(kWakeFlushMs);
+                             return p->lineWorks();
+                         },
+                         [this](bool works) {
+                             if (works) {
+                                 emit woken(true);
+                             } else {
+                                 releaseAfterSleep(2, QStringLiteral("writing to it failed"));
+                             }
+                         });
+                 });
 }
 
 void OVController::onPortError(QSerialPort::SerialPortError error)

@@ -23,10 +23,18 @@ public:
 signals:
     void writeToPort(QByteArray bytes);
 
+protected:
+    void sendDarkFrame() override;
+    void checkAfterSleep() override;
+
 private slots:
     void onPortError(QSerialPort::SerialPortError error);
 
 private:
+    // Runs work on the port thread and hands its result to done on this object's thread. The
+    // destructor's blocking flush queues behind it, so this object outlives the call.
+    template <typename Work, typename Done> void onPortThread(Work work, Done done);
+
     QByteArray frameHeader;
     OVSerialPort* port = nullptr;
     QThread* portThread = nullptr;

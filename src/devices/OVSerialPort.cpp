@@ -176,6 +176,18 @@ qint64 OVSerialPort::queuedBytes() const
     return serial->bytesToWrite() + waiting.size();
 }
 
+SerialLine::Node OVSerialPort::nodeCheck() const
+{
+    return SerialLine::nodeAt(serial->isOpen() ? serial->handle() : -1, path);
+}
+
+bool OVSerialPort::lineWorks() const
+{
+    const QSerialPort::SerialPortError error = serial->error();
+    return serial->isOpen() && error != QSerialPort::WriteError && error != QSerialPort::ReadError &&
+           error != QSerialPort::ResourceError;
+}
+
 QString OVSerialPort::errorText() const
 {
     return serial->errorString();

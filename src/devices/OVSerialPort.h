@@ -1,5 +1,7 @@
 #pragma once
 
+#include "devices/SerialLine.h"
+
 #include <QByteArray>
 #include <QElapsedTimer>
 #include <QObject>
@@ -34,6 +36,10 @@ public slots:
     // From now on whatever the device sends is read and dropped here, with one line a minute at
     // most: after its handshake a device has nothing to say. On the port's thread.
     void ignoreInput();
+    // On the port's thread: whether the path opened still leads to this port's file.
+    SerialLine::Node nodeCheck() const;
+    // On the port's thread: open, and no read or write has failed.
+    bool lineWorks() const;
 
 signals:
     void inputIgnored(qint64 bytes);
