@@ -44,6 +44,9 @@ template <typename Predicate> bool spinUntil(Predicate done, int timeoutMs)
             return false;
         }
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 5);
+        // No event loop runs here to delete what was handed to deleteLater (among it the reply
+        // that still holds a copy of the lock's descriptor).
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     }
     return true;
 }
@@ -68,7 +71,11 @@ int main(int argc, char** argv)
     qputenv("XDG_CONFIG_HOME", QFile::encodeName(home.filePath("config")));
     qputenv("XDG_DATA_HOME", QFile::encodeName(home.filePath("data")));
     QCoreApplication app(argc, argv);
-    qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
+    qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString& message) {
+        if (message.contains(QLatin1String("[SleepWatcher]"))) {
+            std::printf("%s\n", qPrintable(message));
+        }
+    });
 
     PrivateBus bus;
     FakeLogind logind;
@@ -138,9 +145,14 @@ int main(int argc, char** argv)
             }
         }
         spinUntil([&] { return logind.locksHeld("delay") == 1; }, 5000);
-        spinUntil([] { return false; }, 300);
+        spinUntil([] { return false; }, 1000); // the slow device's check ends too
     }
     std::printf("%d sleep cycles, %d devices of %u LEDs and one reading 1 kB/s\n", kCycles, kFast, kLeds);
+    std::printf("lock released after (ms, by cycle):");
+    for (double ms : toRelease) {
+        std::printf(" %.0f", ms);
+    }
+    std::printf("\n");
     print("sleep announced to a black frame", toBlack);
     print("sleep announced to the lock's release", toRelease);
     print("wake announced to the first frame", toFrame);

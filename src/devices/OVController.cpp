@@ -125,14 +125,16 @@ void OVController::writeColors(const QVector<QVector<OV_RGB>>& colors)
     emit writeToPort(frame);
 }
 
-template <typename Work, typename Done> void OVController::onPortThread(Work work, Done done)
+void OVController::afterDrain(int msecs, std::function<void(bool drained, bool works)> done)
 {
     QMetaObject::invokeMethod(
         port,
-        [this, work, done] {
-            auto result = work(port);
-            QMetaObject::invokeMethod(
-                this, [done, result] { done(result); }, Qt::QueuedConnection);
+        [this, msecs, done] {
+            port->whenDrained(msecs, [this, done](bool drained) {
+                const bool works = port->lineWorks();
+                QMetaObject::invokeMethod(
+                    this, [done, drained, works] { done(drained, works); }, Qt::QueuedConnection);
+            });
         },
         Qt::QueuedConnection);
 }
@@ -140,36 +142,40 @@ template <typename Work, typename Done> void OVController::onPortThread(Work wor
 void OVController::sendDarkFrame()
 {
     writeColors(blackFrame());
-    onPortThread([](OVSerialPort* p) { return p->flushPending(kSleepFlushMs); },
-                 [this](bool written) { emit darkened(written); });
+    afterDrain(kSleepFlushMs, [this](bool drained, bool) { emit darkened(drained); });
 }
 
 void OVController::checkAfterSleep()
 {
-    onPortThread([](OVSerialPort* p) { return p->nodeCheck(); },
-                 [this](SerialLine::Node node) {
-                     if (node == SerialLine::Node::Gone) {
-                         releaseAfterSleep(3, QStringLiteral("its port is gone"));
-                         return;
-                     }
-                     if (node == SerialLine::Node::Other) {
-                         releaseAfterSleep(3, QStringLiteral("another device stands at its port now"));
-                         return;
-                     }
-                     resumeFrames(); // the current colours go out, and tell whether the line works
-                     onPortThread(
-                         [](OVSerialPort* p) {
-                             p->flushPending(kWakeFlushMs);
-                             return p->lineWorks();
-                         },
-                         [this](bool works) {
-                             if (works) {
-                                 emit woken(true);
-                             } else {
-                                 releaseAfterSleep(2, QStringLiteral("writing to it failed"));
-                             }
-                         });
-                 });
+    QMetaObject::invokeMethod(
+        port,
+        [this] {
+            const SerialLine::Node node = port->nodeCheck();
+            QMetaObject::invokeMethod(
+                this, [this, node] { onNodeChecked(node); }, Qt::QueuedConnection);
+        },
+        Qt::QueuedConnection);
+}
+
+void OVController::onNodeChecked(SerialLine::Node node)
+{
+    if (node == SerialLine::Node::Gone) {
+        releaseAfterSleep(3, QStringLiteral("its port is gone"));
+        return;
+    }
+    if (node == SerialLine::Node::Other) {
+        releaseAfterSleep(3, QStringLiteral("another device stands at its port now"));
+        return;
+    }
+    resumeFrames(); // the current colours go out, and tell whether the line works
+    // A slow device may take longer than this to read the frame: only a failed write counts.
+    afterDrain(kWakeFlushMs, [this](bool, bool works) {
+        if (works) {
+            emit woken(true);
+        } else {
+            releaseAfterSleep(2, QStringLiteral("writing to it failed"));
+        }
+    });
 }
 
 void OVController::onPortError(QSerialPort::SerialPortError error)

@@ -7,6 +7,8 @@
 #include <QObject>
 #include <QSerialPort>
 
+#include <functional>
+
 class QTimer;
 
 // Writes frames to one serial port; lives on the device's own thread once a controller owns it.
@@ -30,6 +32,9 @@ public slots:
     // Pushes every queued byte to the device, waiting up to msecs; true when nothing is left.
     // Runs on the port's thread: the controller calls it blocking-queued at release.
     bool flushPending(int msecs);
+    // The same without blocking the port's thread or raising a time-out as a port error: done
+    // runs on this thread once nothing is left (true) or msecs passed or the port closed (false).
+    void whenDrained(int msecs, std::function<void(bool)> done);
     QString errorText() const;
     // Bytes held in this process: the frame leaving plus the one waiting. On the port's thread.
     qint64 queuedBytes() const;

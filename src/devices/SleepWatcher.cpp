@@ -63,6 +63,9 @@ void SleepWatcher::endRound()
 
 void SleepWatcher::darken()
 {
+    if (checking) {
+        finishChecking(); // asleep again before every device answered: count what came
+    }
     endRound();
     clock.start();
     written = 0;
@@ -120,6 +123,7 @@ void SleepWatcher::checkDevices()
 {
     endRound();
     clock.start();
+    checking = true;
     resumed = 0;
     const QStringList ids = devices->controllerNames();
     for (const QString& id : ids) {
@@ -157,7 +161,9 @@ void SleepWatcher::onWoken(const QString& id, bool kept)
 
 void SleepWatcher::finishChecking()
 {
+    const int unanswered = waitingFor.size();
     endRound();
+    checking = false;
     // Every device that did not come through, by this check or by an error while asleep, whose
     // port exists again is saluted as a new arrival: settings back, frames as before.
     const QStringList present = devices->controllerNames();
@@ -169,10 +175,12 @@ void SleepWatcher::finishChecking()
     }
     qInfo().noquote() << kTag
                       << QStringLiteral(
-                             "After sleep %1 strips resumed, %2 come back as arrivals, checked in %3 ms")
+                             "After sleep %1 strips resumed, %2 come back as arrivals, checked in %3 ms%4")
                              .arg(resumed)
                              .arg(arrivals.size())
-                             .arg(clock.elapsed());
+                             .arg(clock.elapsed())
+                             .arg(unanswered > 0 ? QStringLiteral(", %1 without an answer").arg(unanswered)
+                                                 : QString());
     portsAtSleep.clear();
     if (OVControllerEnumerator* e = enumerator()) {
         e->releaseArrivals(arrivals);

@@ -44,6 +44,7 @@ private:
 
     DeviceManager* devices;
     bool asleep = false;
+    bool checking = false; // between the wake and the last device's answer
     int lockFd = -1;
     bool lockPending = false;
     QHash<QString, QString> portsAtSleep; // id to port, of every device darkened
