@@ -22,8 +22,9 @@ constexpr int kSlow = 3;
 
 } // namespace
 
-// The program through sleep and resume, with a login manager on a private system bus and three
-// strips on virtual devices: A's port replaced by another while asleep, B untouched, C unplugged.
+// The program through sleep and resume, with a login manager on a private system bus and four
+// strips on virtual devices: A's port replaced by another while asleep, B untouched, C unplugged,
+// D slow.
 class TestSleep : public QObject
 {
     Q_OBJECT
