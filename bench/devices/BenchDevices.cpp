@@ -4,8 +4,9 @@
 // resident memory and the delay from update() to the device every 10 s for 60 s: for a device
 // reading at full speed, and for one reading at the 11.5 kB/s of a 115200-baud line, half what the
 // frames need. On a serial line the port writes a frame only when the kernel's output queue holds
-// less than one; a pseudo-terminal reports no such queue, so there the backlog it takes in (some
-// 20 kB) still shows in the delay.
+// less than one; a pseudo-terminal reports no such queue, so the virtual device holds the port's
+// output back while input waits unread, as flow control would, and one frame may wait behind the
+// one on the line.
 // "--slow-reader [seconds]" runs only the second part.
 #include "VirtualLedDevice.h"
 #include "devices/OVController.h"

@@ -326,8 +326,8 @@ private slots:
 
     // A device that reads at the 11.5 kB/s of a 115200-baud line, half what 300 LEDs at 25 frames
     // a second need: it shows the colours in order and the last one sent, and the delay stays
-    // bounded. On a pseudo-terminal the kernel reports no output queue, so the 20 kB it takes in
-    // stay in the delay (about 1.6 s); a serial line's queue keeps it near 2 frame periods.
+    // bounded. A frame takes 78 ms on that line; a pseudo-terminal reports no output queue, so
+    // one frame may wait in the port behind the one on the line.
     void slowLinkShowsTheNewestColours()
     {
         DeviceRig rig;

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -215,6 +216,9 @@ void VirtualLedDevice::setReadRate(int bytesPerSecond)
 {
     readRate = qMax(0, bytesPerSecond);
     readBudget = 0.0;
+    if (readRate == 0 && writerHeld && slaveFd >= 0 && ::tcflow(slaveFd, TCOON) == 0) {
+        writerHeld = false;
+    }
     budgetClock.start();
 }
 
@@ -322,6 +326,9 @@ void VirtualLedDevice::onReadable()
         retryTimer.start(50);
         break;
     }
+    if (readRate > 0) {
+        holdWriter();
+    }
     if (!got) {
         return;
     }
@@ -329,6 +336,19 @@ void VirtualLedDevice::onReadable()
     lastInput.restart();
     quietTimer.start(kSurplusQuietMs);
     parse();
+}
+
+void VirtualLedDevice::holdWriter()
+{
+    // A line slower than its writer: the kernel would otherwise take some 20 kB the device has not
+    // read, and report none of it as the writer's output queue. While input waits unread, the
+    // slave's output is stopped, as a UART's is by flow control, so the writer keeps what has not
+    // gone out in its own queue, where it can still replace it.
+    int unread = 0;
+    const bool hold = ::ioctl(masterFd, FIONREAD, &unread) == 0 && unread > 0;
+    if (hold != writerHeld && slaveFd >= 0 && ::tcflow(slaveFd, hold ? TCOOFF : TCOON) == 0) {
+        writerHeld = hold;
+    }
 }
 
 void VirtualLedDevice::parse()

@@ -50,7 +50,8 @@ public:
     void setGarbageBytes(int n);
     void sendRaw(const QByteArray& bytes); // writes bytes to the host at once
     // Reads no faster than this many bytes per second, like a slow link or device; 0: at once.
-    // What is not read waits in the pty, and then in the host's port.
+    // The host's output is held back while what it wrote waits unread, so that the backlog is
+    // the host's own, as on a flow-controlled line.
     void setReadRate(int bytesPerSecond);
 
     int salutations() const;  // "Moni-A" seen
@@ -87,6 +88,7 @@ private:
     };
 
     void onReadable();
+    void holdWriter();
     void onQuiet();
     void parse();
     void finishFrame();
@@ -102,6 +104,7 @@ private:
     QTimer retryTimer; // re-arms the notifier after the master reported a hang-up
     int readRate = 0;
     double readBudget = 0.0; // bytes that may be read now, at readRate
+    bool writerHeld = false; // the slave's output stopped by holdWriter()
     QElapsedTimer budgetClock;
     QString slave;
     QString link;
