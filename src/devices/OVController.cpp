@@ -11,7 +11,9 @@ constexpr int kReleaseFlushMs = 500;
 constexpr int kReleaseSettleMs = 15;
 // Every port darkens in parallel; the lock on sleep is given back within a second in all.
 constexpr int kSleepFlushMs = 500;
-constexpr int kWakeFlushMs = 500;
+// Long enough for the port to try the frame after resume; a write that fails does so at once,
+// and a slow device is not waited for: the ports it freed wait for this check.
+constexpr int kWakeFlushMs = 100;
 
 // Health code for a port error; false for the errors that leave the code as it is.
 bool statusFor(QSerialPort::SerialPortError error, uint32_t* code)
