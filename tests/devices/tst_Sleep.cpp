@@ -181,6 +181,13 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(
             devices[2]->salutations() > saluted[2] && devices[2]->lastColors() == before[2], 10000);
         qInfo("C lit again %lld ms after its port came back", clock.elapsed());
+        // Awake, a device switched off and on is a plain arrival again.
+        devices[1]->close();
+        QVERIFY(devices[1]->open(link(1)));
+        clock.restart();
+        QTRY_VERIFY_WITH_TIMEOUT(
+            devices[1]->salutations() > saluted[1] && devices[1]->lastColors() == before[1], 10000);
+        qInfo("B lit again %lld ms after a power cycle", clock.elapsed());
         const QString output = stopProgram();
         const QStringList said = output.split('\n').filter("[Info]: [SleepWatcher]");
         QVERIFY2(said.size() == 2 &&

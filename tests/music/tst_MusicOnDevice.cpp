@@ -350,8 +350,8 @@ private slots:
         }
     }
 
-    // A music effect started while the sound server is down, or has no output, listens to the
-    // default output as soon as there is one.
+    // A music effect started while the sound server is down (PipeWire too, as at a login where it
+    // starts after the program), or has no output, listens to the default output once there is one.
     void bindsWhenTheOutputAppears_data()
     {
         QTest::addColumn<bool>("serverDown");
@@ -363,7 +363,7 @@ private slots:
         QFETCH(bool, serverDown);
         player.stop();
         if (serverDown) {
-            server.kill();
+            server.killAll();
         } else {
             QVERIFY(!server.pactl({"unload-module", "module-null-sink"}).isNull());
         }
