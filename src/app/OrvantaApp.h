@@ -2,6 +2,7 @@
 
 #include "app/HotkeyAction.h"
 #include "devices/DeviceManager.h"
+#include "devices/SleepWatcher.h"
 #include "effects/EffectsManager.h"
 #include "hotkeys/HotKeyManager.h"
 #include "ui/MainWindow.h"
@@ -76,6 +77,7 @@ private:
     EffectsManager effectsManager;
     HotKeyManager hotKeyManager;
     QMap<QString, HotkeyAction> hotkeyActions;
+    SleepWatcher sleepWatcher{&deviceManager};
     bool allOn = true;
     QFileSystemWatcher* styleWatcher = nullptr;
 };

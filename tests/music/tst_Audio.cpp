@@ -176,6 +176,43 @@ private slots:
         player.playSilence();
     }
 
+    // Outputs of other layouts than stereo, read as two channels: a mono output's tone on both, a
+    // 5.1 output's front left on the left only, the right 20 dB down or more.
+    void sinkLayouts_data()
+    {
+        QTest::addColumn<int>("channels");
+        QTest::addColumn<QString>("channelMap");
+        QTest::addColumn<double>("minRightOverLeft");
+        QTest::addColumn<double>("maxRightOverLeft");
+        QTest::newRow("mono") << 1 << "mono" << 0.9 << 1.1;
+        QTest::newRow("5.1") << 6 << "front-left,front-right,front-center,lfe,rear-left,rear-right" << 0.0
+                             << 0.1;
+    }
+    void sinkLayouts()
+    {
+        QFETCH(int, channels);
+        QFETCH(QString, channelMap);
+        QFETCH(double, minRightOverLeft);
+        QFETCH(double, maxRightOverLeft);
+        const int module =
+            server.loadSink("layout", "Layout output", 48000, "float32le", channels, channelMap);
+        QVERIFY(module >= 0);
+        QTRY_VERIFY(manager()->capturer("layout"));
+        Listener listener(capturer("layout"));
+        TonePlayer layoutPlayer;
+        QVERIFY(layoutPlayer.start("layout"));
+        layoutPlayer.playTone(1500, -6, TonePlayer::Left);
+        QTRY_VERIFY_WITH_TIMEOUT(listener.loudest(0) == 64 && !listener.quietFor(100), 5000);
+        QTRY_VERIFY_WITH_TIMEOUT(listener.last[1].spectrums.size() > 64, 5000);
+        const double ratio =
+            listener.last[1].spectrums[64].amplitude / listener.last[0].spectrums[64].amplitude;
+        qInfo("right over left at the tone: %.4f", ratio);
+        QVERIFY(ratio >= minRightOverLeft && ratio <= maxRightOverLeft);
+        layoutPlayer.stop();
+        QVERIFY(!server.pactl({"unload-module", QString::number(module)}).isNull());
+        QTRY_VERIFY(!manager()->capturer("layout"));
+    }
+
     // A worker takes the default output whatever "audioSource" holds; the same id twice connects
     // once and calls the hook (its dark frame) once; an unknown id: a critical line, silence.
     void worker()
