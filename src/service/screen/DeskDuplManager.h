@@ -1,5 +1,6 @@
 #pragma once
 
+#include "service/screen/DeskCaptureBackend.h"
 #include "service/screen/IDeskCapture.h"
 
 #include <QHash>
@@ -10,7 +11,8 @@
 #include <QString>
 #include <QVector>
 
-class DeskCaptureBackend;
+#include <atomic>
+
 class DeskCaptureOption;
 class DeskCapturer;
 
@@ -32,11 +34,20 @@ public:
 
     DeskCaptureOption* option() const { return captureOption; }
 
+    using State = DeskCaptureState;
+    // Any thread.
+    State state() const;
+    // Any thread: a worker found no source (byUser: the user pressed the panel's button). A
+    // session without a backend chooses again; a portal asks the desktop.
+    void requestSources(bool byUser);
+    // The notice the panel shows and the log tells for a state; empty for Ready.
+    static const char* noticeOf(State state);
+
     // A registry over the given backends, started here; instance() builds its own.
     explicit DeskDuplManager(const QList<DeskCaptureBackend*>& backends, DeskCaptureOption* option,
                              QObject* parent = nullptr);
     ~DeskDuplManager() override;
-    // Ends every capture thread; the registry stays, silent.
+    // Ends the backends' sessions, then every capture thread; the registry stays, silent.
     void shutdown();
 
     static QString describe(const QString& name, const QRect& geometry);
@@ -44,6 +55,7 @@ public:
 signals:
     void capturerReady(int id);
     void capturerFailed(int id);
+    void stateChanged(DeskCaptureState state);
 
 private:
     struct Source
@@ -56,6 +68,8 @@ private:
         QSharedPointer<DeskCapturer> capturer;
     };
 
+    void addBackend(DeskCaptureBackend* backend);
+    void updateState();
     void onMonitorsChanged(int backend);
     void onConnectionLost(int backend);
     void onGrabberFailed(int id);
@@ -63,6 +77,8 @@ private:
 
     QList<DeskCaptureBackend*> backends;
     DeskCaptureOption* captureOption;
+    bool chooses = false; // made by instance(): a request with no usable backend chooses again
+    std::atomic<int> current{int(State::NoSource)};
     mutable QMutex mutex;
     QHash<int, Source> sources;
     int nextId = 0;

@@ -1,6 +1,11 @@
 #include "service/screen/x11/X11Setup.h"
 
+#include <QByteArray>
 #include <QtGlobal>
+
+#include <xcb/randr.h>
+
+#include <cstring>
 
 namespace X11Setup {
 
@@ -32,6 +37,40 @@ bool serverSwaps(xcb_connection_t* c)
 {
     const bool serverLsb = xcb_get_setup(c)->image_byte_order == XCB_IMAGE_ORDER_LSB_FIRST;
     return serverLsb != (Q_BYTE_ORDER == Q_LITTLE_ENDIAN);
+}
+
+bool isXwayland(xcb_connection_t* c, xcb_window_t root)
+{
+    const char name[] = "XWAYLAND";
+    auto extension =
+        reply(xcb_query_extension_reply(c, xcb_query_extension(c, std::strlen(name), name), nullptr));
+    if (extension && extension->present) {
+        return true;
+    }
+    const xcb_query_extension_reply_t* randr = xcb_get_extension_data(c, &xcb_randr_id);
+    if (!randr || !randr->present) {
+        return false;
+    }
+    auto resources = reply(xcb_randr_get_screen_resources_current_reply(
+        c, xcb_randr_get_screen_resources_current(c, root), nullptr));
+    if (!resources) {
+        return false;
+    }
+    const xcb_randr_output_t* outputs = xcb_randr_get_screen_resources_current_outputs(resources.get());
+    const int count = xcb_randr_get_screen_resources_current_outputs_length(resources.get());
+    for (int i = 0; i < count; ++i) {
+        auto info = reply(xcb_randr_get_output_info_reply(
+            c, xcb_randr_get_output_info(c, outputs[i], resources->config_timestamp), nullptr));
+        if (!info) {
+            continue;
+        }
+        const QByteArray output(reinterpret_cast<const char*>(xcb_randr_get_output_info_name(info.get())),
+                                xcb_randr_get_output_info_name_length(info.get()));
+        if (output.startsWith("XWAYLAND")) {
+            return true;
+        }
+    }
+    return false;
 }
 
 } // namespace X11Setup

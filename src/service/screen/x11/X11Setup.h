@@ -23,5 +23,8 @@ const xcb_screen_t* screenOf(xcb_connection_t* c, int screenNumber);
 AreaAverager::PixelLayout layoutOf(xcb_connection_t* c, uint8_t depth);
 // The server's image byte order differs from ours.
 bool serverSwaps(xcb_connection_t* c);
+// The server is Xwayland, whose root shows only X11 windows: its XWAYLAND extension where it
+// has one, else the name of its RandR outputs.
+bool isXwayland(xcb_connection_t* c, xcb_window_t root);
 
 } // namespace X11Setup

@@ -1,0 +1,249 @@
+#include "DeviceRig.h"
+#include "LogCapture.h"
+#include "PixelOrder.h"
+#include "PortalSimulator.h"
+#include "PrivatePipeWire.h"
+#include "ScreenRig.h"
+#include "effects/EffectsManager.h"
+#include "service/config/ConfigurationManager.h"
+#include "service/screen/AreaAverager.h"
+#include "service/screen/DeskCapturer.h"
+#include "service/screen/DeskDuplManager.h"
+#include "service/screen/portal/PipeWireCapture.h"
+#include "service/screen/portal/PortalSources.h"
+
+#include <QPainter>
+#include <QtTest>
+
+#include <spa/param/video/raw.h>
+
+using namespace ScreenRig;
+
+// Screen sync through the desktop portal: a private PipeWire and the portal simulator on its
+// bus, the registry choosing the portal as a Wayland desktop's would, a real controller's strip.
+class TestScreenPortal : public QObject
+{
+    Q_OBJECT
+
+    const QSize screen{1920, 1080};
+    std::unique_ptr<PrivatePipeWire> session;
+    std::unique_ptr<PortalSimulator> portal;
+    std::unique_ptr<EffectsManager> effects;
+    QVector<QPoint> map5512;
+    int serial = 0;
+
+    static QImage pictureA(const QSize& size)
+    {
+        QImage image(size, QImage::Format_RGB32);
+        image.fill(Qt::black);
+        QPainter painter(&image);
+        for (const auto& area : ScreenPainter::pictureA(size)) {
+            painter.fillRect(area.first, area.second);
+        }
+        return image;
+    }
+    static DeskDuplManager* registry() { return DeskDuplManager::instance(); }
+    static QString storedToken()
+    {
+        return ConfigurationManager::instance()
+            ->globalValue(QStringLiteral("screenCastRestoreToken"))
+            .toString();
+    }
+    std::unique_ptr<DeviceRig> bindFull()
+    {
+        auto rig = std::make_unique<DeviceRig>();
+        ControlOptions options = DeviceRig::defaultOptions(72);
+        options.model = QStringLiteral("OV5512");
+        options.id = QStringLiteral("OV5512:%1").arg(++serial);
+        options.lines = {18, 36, 18};
+        if (!rig->start(options)) {
+            return nullptr;
+        }
+        effects->bind(rig->controller, fullId);
+        return rig;
+    }
+    bool showsA(const DeviceRig& rig) const
+    {
+        const QVector<QPoint> points = readPoints(fullId, 72, QSize(120, 67), 0, map5512);
+        return mismatchesA(rig.device.lastColors(), points, screen) == 0;
+    }
+    static bool allOf(const DeviceRig& rig, const QColor& colour)
+    {
+        const auto leds = rig.device.lastColors();
+        return !leds.isEmpty() && std::all_of(leds.begin(), leds.end(), [&](const VirtualLedDevice::Rgb& c) {
+            return near(colour, c.r, c.g, c.b);
+        });
+    }
+    int calls(const QString& method, const QString& option = QString()) const
+    {
+        int n = 0;
+        for (const PortalCall& call : portal->calls(method)) {
+            n += option.isEmpty() || call.options.contains(option);
+        }
+        return n;
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY(TestFiles::copyTree(QStringLiteral(ORVANTA_DATA_DIR "/controler_config"),
+                                    QDir::currentPath() + QStringLiteral("/controler_config")));
+        map5512 = modelMap(QStringLiteral("controler_config/OV5512.json"));
+        ConfigurationManager::instance()->reset();
+    }
+
+    void cleanupTestCase()
+    {
+        effects.reset();
+        if (portal) {
+            registry()->shutdown();
+            portal.reset();
+        }
+        TestFiles::flushDeletes();
+    }
+
+    // Start replies as portals send them: each of id, position and size there or not.
+    void sourcesOfStart_data()
+    {
+        QTest::addColumn<QList<QVariantMap>>("streams");
+        QTest::addColumn<QStringList>("names");
+        QTest::addColumn<QList<QRect>>("geometries");
+        const QVariantMap full{{"id", "A"}, {"position", QPoint(0, 0)}, {"size", QSize(1920, 1080)}};
+        const QVariantMap right{{"id", "B"}, {"position", QPoint(1920, 0)}, {"size", QSize(1280, 1024)}};
+        QTest::newRow("none") << QList<QVariantMap>{} << QStringList{} << QList<QRect>{};
+        QTest::newRow("everything") << QList<QVariantMap>{full} << QStringList{"portal:A"}
+                                    << QList<QRect>{QRect(0, 0, 1920, 1080)};
+        QTest::newRow("two, the second left of the first")
+            << QList<QVariantMap>{right,
+                                  {{"id", "A"}, {"position", QPoint(-1920, 0)}, {"size", QSize(1920, 1080)}}}
+            << QStringList{"portal:B", "portal:A"}
+            << QList<QRect>{QRect(1920, 0, 1280, 1024), QRect(-1920, 0, 1920, 1080)};
+        QTest::newRow("no id: the index")
+            << QList<QVariantMap>{{{"size", QSize(800, 600)}}, {{"size", QSize(640, 480)}}}
+            << QStringList{"portal:1", "portal:2"}
+            << QList<QRect>{QRect(0, 0, 800, 600), QRect(800, 0, 640, 480)};
+        QTest::newRow("no position: left to right")
+            << QList<QVariantMap>{{{"id", "A"}, {"size", QSize(1920, 1080)}},
+                                  {{"id", "B"}, {"size", QSize(1280, 1024)}}}
+            << QStringList{"portal:A", "portal:B"}
+            << QList<QRect>{QRect(0, 0, 1920, 1080), QRect(1920, 0, 1280, 1024)};
+        QTest::newRow("no size: none until negotiated")
+            << QList<QVariantMap>{{{"id", "A"}, {"position", QPoint(5, 6)}}} << QStringList{"portal:A"}
+            << QList<QRect>{QRect(QPoint(5, 6), QSize())};
+        QTest::newRow("same id twice, wrong types")
+            << QList<QVariantMap>{full, {{"id", "A"}, {"position", "left"}, {"size", 7}}}
+            << QStringList{"portal:A", "portal:2"}
+            << QList<QRect>{QRect(0, 0, 1920, 1080), QRect(QPoint(1920, 0), QSize())};
+    }
+    void sourcesOfStart()
+    {
+        QFETCH(QList<QVariantMap>, streams);
+        QFETCH(QStringList, names);
+        QFETCH(QList<QRect>, geometries);
+        QList<PortalStreamEntry> entries;
+        for (int i = 0; i < streams.size(); ++i) {
+            entries.append({uint32_t(40 + i), streams[i]});
+        }
+        const QVector<PortalSource> sources = PortalSources::sourcesOf(entries);
+        QCOMPARE(sources.size(), names.size());
+        for (int i = 0; i < sources.size(); ++i) {
+            QCOMPARE(sources[i].node, uint32_t(40 + i));
+            QCOMPARE(sources[i].monitor.name, names[i]);
+            QCOMPARE(sources[i].monitor.label, QStringLiteral("Screen %1").arg(i + 1));
+            QCOMPARE(sources[i].monitor.geometry, geometries[i]);
+        }
+    }
+
+    // Every byte order a stream may agree, packed as the simulator packs it, averaged by the layout
+    // the capture picks: red, green and blue land where the pipeline reads them, padding ignored.
+    void byteOrders_data()
+    {
+        QTest::addColumn<int>("order");
+        QTest::addColumn<uint32_t>("format");
+        const uint32_t formats[] = {SPA_VIDEO_FORMAT_BGRx, SPA_VIDEO_FORMAT_RGBx, SPA_VIDEO_FORMAT_xBGR,
+                                    SPA_VIDEO_FORMAT_xRGB, SPA_VIDEO_FORMAT_BGRA, SPA_VIDEO_FORMAT_RGBA};
+        for (PixelOrder order : PixelOrders::all()) {
+            QTest::newRow(qPrintable(PixelOrders::name(order))) << int(order) << formats[int(order)];
+        }
+    }
+    void byteOrders()
+    {
+        QFETCH(int, order);
+        QFETCH(uint32_t, format);
+        QCOMPARE(PipeWireCapture::formatName(format), PixelOrders::name(PixelOrder(order)));
+        // Two columns of different colours, 8 x 2 pixels, to a 2 x 1 frame.
+        QImage picture(8, 2, QImage::Format_RGB32);
+        picture.fill(QColor(10, 20, 30));
+        for (int y = 0; y < 2; ++y) {
+            for (int x = 4; x < 8; ++x) {
+                picture.setPixelColor(x, y, QColor(200, 150, 100 + x));
+            }
+        }
+        const QByteArray packed = PixelOrders::pack(picture, PixelOrder(order));
+        AreaAverager::PixelLayout layout;
+        QVERIFY(PipeWireCapture::layoutOf(format, &layout));
+        QImage frame(2, 1, QImage::Format_RGBA8888);
+        AreaAverager::average(reinterpret_cast<const uint8_t*>(packed.constData()), 8, 2, 32, layout, &frame);
+        QCOMPARE(frame.pixelColor(0, 0), QColor(10, 20, 30));
+        QCOMPARE(frame.pixelColor(1, 0), QColor(200, 150, 106)); // (104 + 105 + 106 + 107) / 4, rounded
+        QVERIFY(!PipeWireCapture::layoutOf(SPA_VIDEO_FORMAT_I420, &layout));
+    }
+
+    // The first screen effect asks once, without a token: the dialog's one monitor is "Screen 1",
+    // 120 x 67, picture A on the strip, the technique logged once, the token stored. The portal
+    // (and the user's choice) persist: a new session from the token, no dialog, a new token.
+    void firstBindThenRestore()
+    {
+        session = std::make_unique<PrivatePipeWire>();
+        QVERIFY2(session->start(), qPrintable(session->errorString()));
+        portal = std::make_unique<PortalSimulator>();
+        QVERIFY2(portal->start(session->busAddress(), session->socketPath()),
+                 qPrintable(portal->errorString()));
+        SimulatedMonitor monitor;
+        monitor.id = QStringLiteral("DP-1");
+        portal->setChoice({PortalChoice::Share, {monitor}});
+        portal->showPicture(0, pictureA(screen));
+        qputenv("DBUS_SESSION_BUS_ADDRESS", session->busAddress().toLocal8Bit());
+        qputenv("WAYLAND_DISPLAY", "wayland-orvanta-test");
+
+        LogCapture log;
+        QCOMPARE(registry()->state(), DeskDuplManager::State::NoSource); // nothing asked yet
+        QVERIFY(log.contains("Screen capture through the desktop portal"));
+        QCOMPARE(calls("SelectSources"), 0);
+        QSignalSpy states(registry(), &DeskDuplManager::stateChanged);
+        effects = std::make_unique<EffectsManager>();
+        auto rig = bindFull();
+        QVERIFY(rig);
+        QVERIFY(waitMeasured("sources shared", 1000, [&] { return !registry()->allCapturer().isEmpty(); }));
+        QCOMPARE(states.first().at(0).value<DeskCaptureState>(), DeskCaptureState::Asking);
+        QCOMPARE(registry()->state(), DeskDuplManager::State::Ready);
+        QCOMPARE(calls("SelectSources"), 1);
+        QCOMPARE(calls("SelectSources", "restore_token"), 0);
+        QCOMPARE(portal->calls("SelectSources").first().options.value("persist_mode").toUInt(), 2u);
+        QCOMPARE(registry()->capturerDesc(registry()->allCapturer().first()),
+                 QStringLiteral("Screen 1 1920x1080+0+0"));
+        QCOMPARE(registry()->capturer(registry()->allCapturer().first())->outputSize(), QSize(120, 67));
+        QVERIFY(waitMeasured("picture A on the strip", 1000, [&] { return showsA(*rig); }));
+        const QString token = storedToken();
+        QVERIFY(portal->validTokens().contains(token));
+        QTRY_COMPARE(log.count("by PipeWire BGRx 1920x1080"), 1);
+
+        // Idle: the stream pauses, the session closes after 10 s; a new effect brings it back silently.
+        effects->unbind(rig->controller->controlOptions().id);
+        QVERIFY(waitMeasured("stream paused", 2000,
+                             [&] { return portal->streams().value(0).state == "paused"; }));
+        QVERIFY(waitMeasured("session closed", 10000, [&] { return portal->openSessions() == 0; }));
+        QCOMPARE(calls("Session.Close"), 1);
+        QTRY_VERIFY(registry()->allCapturer().isEmpty());
+        auto again = bindFull();
+        QVERIFY(waitMeasured("restored picture A", 1000, [&] { return showsA(*again); }));
+        QCOMPARE(calls("SelectSources"), 2);
+        QCOMPARE(portal->calls("SelectSources").last().options.value("restore_token").toString(), token);
+        QVERIFY(!portal->calls("Start").last().dialogShown);
+        QVERIFY(storedToken() != token && portal->validTokens().contains(storedToken()));
+        effects->unbind(again->controller->controlOptions().id);
+    }
+};
+
+QTEST_MAIN(TestScreenPortal)
+#include "tst_ScreenPortal.moc"
