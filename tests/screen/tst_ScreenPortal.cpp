@@ -5,14 +5,21 @@
 #include "PrivatePipeWire.h"
 #include "ScreenRig.h"
 #include "effects/EffectsManager.h"
+#include "effects/panels/EffectPanelMaker.h"
+#include "effects/screensync/panels/ScreenSyncSOptWidget.h"
 #include "service/config/ConfigurationManager.h"
 #include "service/screen/AreaAverager.h"
 #include "service/screen/DeskCapturer.h"
 #include "service/screen/DeskDuplManager.h"
+#include "service/screen/portal/DeskCaptureBackendPortal.h"
 #include "service/screen/portal/PipeWireCapture.h"
 #include "service/screen/portal/PortalSources.h"
 
+#include <QComboBox>
+#include <QLabel>
 #include <QPainter>
+#include <QPushButton>
+#include <QTranslator>
 #include <QtTest>
 
 #include <spa/param/video/raw.h>
@@ -242,6 +249,65 @@ private slots:
         QVERIFY(!portal->calls("Start").last().dialogShown);
         QVERIFY(storedToken() != token && portal->validTokens().contains(storedToken()));
         effects->unbind(again->controller->controlOptions().id);
+    }
+
+    // The user stops sharing from the desktop: "stopped", the strip dark, no question asked by
+    // itself. A dialog declined through the panel's button: "declined". The button again, shared:
+    // picture A. The panel says each in both languages, the log once.
+    void stoppedDeclinedAskedAgain()
+    {
+        EffectPanelMaker::install();
+        ScreenSyncSOptWidget* panel = ScreenSyncSOptWidget::instance();
+        QVERIFY(panel);
+        auto* notice = panel->findChild<QLabel*>("noticeLabel");
+        auto* button = panel->findChild<QPushButton*>("shareButton");
+        QTranslator english;
+        QVERIFY(english.load(QStringLiteral(ORVANTA_QM_PATH)));
+        const auto says = [&](const char* chinese, const char* inEnglish) {
+            const bool first = notice->isVisibleTo(panel) && notice->text() == QString::fromUtf8(chinese);
+            QCoreApplication::installTranslator(&english);
+            QCoreApplication::sendPostedEvents(nullptr, QEvent::LanguageChange);
+            const bool second = notice->text() == QLatin1String(inEnglish);
+            QCoreApplication::removeTranslator(&english);
+            QCoreApplication::sendPostedEvents(nullptr, QEvent::LanguageChange);
+            return first && second && notice->text() == QString::fromUtf8(chinese);
+        };
+        auto rig = bindFull();
+        QVERIFY(rig);
+        QVERIFY(waitMeasured("picture A", 1000, [&] { return showsA(*rig); }));
+        QVERIFY(!notice->isVisibleTo(panel) && panel->findChild<QComboBox*>("comboBox")->isVisibleTo(panel));
+
+        LogCapture log;
+        const int asked = calls("SelectSources");
+        portal->closeSessions();
+        QVERIFY(waitMeasured("strip dark", 1000, [&] { return allOf(*rig, Qt::black); }));
+        QCOMPARE(registry()->state(), DeskDuplManager::State::Stopped);
+        QVERIFY(says("桌面已停止屏幕共享。", "The desktop stopped screen sharing."));
+        QVERIFY(button->isVisibleTo(panel));
+        QTest::qWait(3 * DeskCaptureBackendPortal::firstRetryMs / 2); // a retry would have come by now
+        QCOMPARE(calls("SelectSources"), asked);
+        QCOMPARE(log.count("The desktop stopped screen sharing."), 1);
+
+        ConfigurationManager::instance()->setGlobalValue(QStringLiteral("screenCastRestoreToken"),
+                                                         QJsonValue());
+        portal->setChoice({PortalChoice::Decline, {SimulatedMonitor()}});
+        QSignalSpy states(registry(), &DeskDuplManager::stateChanged);
+        button->click();
+        QVERIFY(waitMeasured("declined", 1000,
+                             [&] { return registry()->state() == DeskCaptureState::Declined; }));
+        QCOMPARE(states.first().at(0).value<DeskCaptureState>(), DeskCaptureState::Asking);
+        QVERIFY(says("屏幕共享已被拒绝。", "Screen sharing was declined."));
+        QVERIFY(storedToken().isEmpty());
+        QCOMPARE(log.count("Screen sharing was declined."), 1);
+
+        SimulatedMonitor monitor;
+        monitor.id = QStringLiteral("DP-1");
+        portal->setChoice({PortalChoice::Share, {monitor}});
+        button->click();
+        QVERIFY(waitMeasured("picture A after the button", 1000, [&] { return showsA(*rig); }));
+        QCOMPARE(calls("SelectSources"), asked + 2);
+        QVERIFY(!notice->isVisibleTo(panel));
+        effects->unbind(rig->controller->controlOptions().id);
     }
 };
 

@@ -92,17 +92,15 @@ const char* DeskDuplManager::noticeOf(State state)
         return "";
     case State::NoSource:
     case State::DisplayLost:
-        return QT_TRANSLATE_NOOP("ScreenSyncSOptWidget",
-                                 "Screen sync needs an X11 session or screen sharing (xdg-desktop-portal).");
+        return "Screen sync needs an X11 session or screen sharing (xdg-desktop-portal).";
     case State::XwaylandWithoutSharing:
-        return QT_TRANSLATE_NOOP("ScreenSyncSOptWidget",
-                                 "No screen sharing here: install your desktop's portal backend.");
+        return "No screen sharing here: install your desktop's portal backend.";
     case State::Asking:
-        return QT_TRANSLATE_NOOP("ScreenSyncSOptWidget", "Choose the screens to share...");
+        return "Choose the screens to share...";
     case State::Declined:
-        return QT_TRANSLATE_NOOP("ScreenSyncSOptWidget", "Screen sharing was declined.");
+        return "Screen sharing was declined.";
     case State::Stopped:
-        return QT_TRANSLATE_NOOP("ScreenSyncSOptWidget", "The desktop stopped screen sharing.");
+        return "The desktop stopped screen sharing.";
     }
     return "";
 }

@@ -40,7 +40,7 @@ public:
     // Any thread: a worker found no source (byUser: the user pressed the panel's button). A
     // session without a backend chooses again; a portal asks the desktop.
     void requestSources(bool byUser);
-    // The notice the panel shows and the log tells for a state; empty for Ready.
+    // What the log tells for a state, in English (the panel shows it translated); empty for Ready.
     static const char* noticeOf(State state);
 
     // A registry over the given backends, started here; instance() builds its own.
