@@ -309,6 +309,78 @@ private slots:
         QVERIFY(!notice->isVisibleTo(panel));
         effects->unbind(rig->controller->controlOptions().id);
     }
+
+    // Two screens shared, a strip on each. One stream ends: that source fails, its strip goes
+    // black, the other runs on; the session comes back from the token with the same ids and both
+    // pictures. A stream resized to 1280 x 1024 asks for 120 x 96. The portal killed: the sources
+    // go; back with the token once it returns. At the end, shutdown leaves no session.
+    void twoScreensEndResizeKill()
+    {
+        portal->closeSessions(); // the case before left one open
+        QTRY_VERIFY(registry()->allCapturer().isEmpty());
+        SimulatedMonitor left, right;
+        left.id = QStringLiteral("DP-1");
+        right.id = QStringLiteral("DP-2");
+        right.position = QPoint(1920, 0);
+        right.order = PixelOrder::xRGB;
+        portal->setChoice({PortalChoice::Share, {left, right}});
+        portal->fill(0, Qt::red);
+        portal->fill(1, Qt::blue);
+        // A new choice: the dialog, not the stored one-screen choice.
+        ConfigurationManager::instance()->setGlobalValue(QStringLiteral("screenCastRestoreToken"),
+                                                         QJsonValue());
+        registry()->requestSources(true);
+        QVERIFY(waitMeasured("two sources", 1000, [&] { return registry()->allCapturer().size() == 2; }));
+        const QList<int> ids = registry()->allCapturer();
+        QCOMPARE(registry()->capturerDesc(ids[1]), QStringLiteral("Screen 2 1920x1080+1920+0"));
+        auto first = bindFull();
+        QVERIFY(first);
+        QVERIFY(waitMeasured("red", 1000, [&] { return allOf(*first, Qt::red); }));
+        const QString second = QStringLiteral("OV5512:%1").arg(serial + 1);
+        ConfigurationManager::instance()->setEffectVariant(fullId, second, QStringLiteral("sourceIndex"),
+                                                           ids[1]);
+        auto other = bindFull();
+        QVERIFY(other);
+        QVERIFY(waitMeasured("blue", 1000, [&] { return allOf(*other, Qt::blue); }));
+
+        QSignalSpy failed(registry(), &DeskDuplManager::capturerFailed);
+        const QString token = storedToken();
+        portal->endStream(1);
+        QVERIFY(waitMeasured("second strip black", 1000, [&] { return allOf(*other, Qt::black); }));
+        QVERIFY(failed.contains({ids[1]}) && !failed.contains({ids[0]}));
+        QVERIFY(allOf(*first, Qt::red));
+        QVERIFY(waitMeasured("blue back", 2000, [&] { return allOf(*other, Qt::blue); }));
+        QCOMPARE(registry()->allCapturer(), ids);
+        QCOMPARE(portal->calls("SelectSources").last().options.value("restore_token").toString(), token);
+        QVERIFY(allOf(*first, Qt::red));
+
+        portal->resizeStream(0, QSize(1280, 1024));
+        QVERIFY(waitMeasured("120 x 96", 1000,
+                             [&] { return registry()->capturer(ids[0])->outputSize() == QSize(120, 96); }));
+        QCOMPARE(registry()->capturerDesc(ids[0]), QStringLiteral("Screen 1 1280x1024+0+0"));
+
+        const int asked = calls("SelectSources");
+        portal->kill();
+        QVERIFY(waitMeasured("sources gone, strips black", 1000, [&] {
+            return registry()->allCapturer().isEmpty() && allOf(*first, Qt::black) &&
+                   allOf(*other, Qt::black);
+        }));
+        QVERIFY2(portal->start(session->busAddress(), session->socketPath()),
+                 qPrintable(portal->errorString()));
+        QVERIFY(waitMeasured("sources back", 2000, [&] { return registry()->allCapturer() == ids; }));
+        QCOMPARE(calls("SelectSources"), asked + 1);
+        QVERIFY(portal->calls("SelectSources").last().options.contains("restore_token"));
+        QVERIFY(waitMeasured("red back", 1000, [&] { return allOf(*first, Qt::red); }));
+
+        // Shutdown with live streams: the session closed, the video joined before the capture threads.
+        const int closes = calls("Session.Close");
+        QElapsedTimer clock;
+        clock.start();
+        registry()->shutdown();
+        qInfo("shutdown: %lld ms (target 1000 ms)", qint64(clock.elapsed()));
+        QVERIFY(waitMeasured("no session", 1000, [&] { return portal->openSessions() == 0; }));
+        QCOMPARE(calls("Session.Close"), closes + 1);
+    }
 };
 
 QTEST_MAIN(TestScreenPortal)
