@@ -226,7 +226,11 @@ private slots:
         QCOMPARE(registry()->state(), DeskDuplManager::State::Ready);
         QCOMPARE(calls("SelectSources"), 1);
         QCOMPARE(calls("SelectSources", "restore_token"), 0);
-        QCOMPARE(portal->calls("SelectSources").first().options.value("persist_mode").toUInt(), 2u);
+        const QVariantMap selected = portal->calls("SelectSources").first().options;
+        QCOMPARE(selected.value("persist_mode").toUInt(), 2u);
+        QCOMPARE(selected.value("types").toUInt(), 1u);
+        QCOMPARE(selected.value("cursor_mode").toUInt(), 1u);
+        QVERIFY(selected.value("multiple").toBool());
         QCOMPARE(registry()->capturerDesc(registry()->allCapturer().first()),
                  QStringLiteral("Screen 1 1920x1080+0+0"));
         QCOMPARE(registry()->capturer(registry()->allCapturer().first())->outputSize(), QSize(120, 67));

@@ -19,7 +19,7 @@ const QString requestInterface = QStringLiteral("org.freedesktop.portal.Request"
 const QString sessionInterface = QStringLiteral("org.freedesktop.portal.Session");
 
 constexpr uint kMonitor = 1;
-constexpr uint kCursorEmbedded = 2;
+constexpr uint kCursorHidden = 1; // the strip shows the screen, not the pointer
 constexpr uint kPersistUntilRevoked = 2;
 
 QString freshToken()
@@ -78,7 +78,7 @@ void PortalSession::open(const QString& restoreToken)
                                 fail(3, QStringLiteral("CreateSession gave no session"));
                                 return;
                             }
-                            bus.connect(service, sessionPath, sessionInterface, QStringLiteral("Closed"),
+                            bus.connect(QString(), sessionPath, sessionInterface, QStringLiteral("Closed"),
                                         this, SLOT(onClosed(QVariantMap)));
                             selectSources(restoreToken);
                         });
@@ -88,8 +88,8 @@ void PortalSession::open(const QString& restoreToken)
 void PortalSession::selectSources(const QString& restoreToken)
 {
     QVariantMap options{{QStringLiteral("types"), kMonitor}, {QStringLiteral("multiple"), true}};
-    if (cursorModes & kCursorEmbedded) {
-        options.insert(QStringLiteral("cursor_mode"), kCursorEmbedded);
+    if (cursorModes & kCursorHidden) {
+        options.insert(QStringLiteral("cursor_mode"), kCursorHidden);
     }
     if (version >= 4) {
         options.insert(QStringLiteral("persist_mode"), kPersistUntilRevoked);
@@ -146,7 +146,10 @@ void PortalSession::request(const QString& method, const QList<QVariant>& argume
     sender.replace(QLatin1Char('.'), QLatin1Char('_'));
     requestPath = objectPath + QStringLiteral("/request/") + sender + QLatin1Char('/') + token;
     pending = next;
-    bus.connect(service, requestPath, requestInterface, QStringLiteral("Response"), this,
+    // Matched by the path (our unique name, a fresh token), not by the portal's name: a match on a
+    // well-known name waits for its owner to be looked up again whenever the last such match
+    // went, and a Response sent meanwhile was lost.
+    bus.connect(QString(), requestPath, requestInterface, QStringLiteral("Response"), this,
                 SLOT(onResponse(uint, QVariantMap)));
 
     QDBusMessage call = QDBusMessage::createMethodCall(service, objectPath, screenCast, method);
@@ -154,30 +157,33 @@ void PortalSession::request(const QString& method, const QList<QVariant>& argume
     all.append(options);
     call.setArguments(all);
     auto* watcher = new QDBusPendingCallWatcher(bus.asyncCall(call), this);
-    connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, method](QDBusPendingCallWatcher* w) {
-        w->deleteLater();
-        const QDBusPendingReply<QDBusObjectPath> reply = *w;
-        if (reply.isError()) {
-            fail(3, method + QStringLiteral(": ") + reply.error().message());
-            return;
-        }
-        // A portal older than handle_token answers on a path of its own.
-        const QString path = reply.value().path();
-        if (!done && path != requestPath && !requestPath.isEmpty()) {
-            const Next next = pending;
-            unsubscribe();
-            pending = next;
-            requestPath = path;
-            bus.connect(service, requestPath, requestInterface, QStringLiteral("Response"), this,
-                        SLOT(onResponse(uint, QVariantMap)));
-        }
-    });
+    connect(watcher, &QDBusPendingCallWatcher::finished, this,
+            [this, method, expected = requestPath](QDBusPendingCallWatcher* w) {
+                w->deleteLater();
+                const QDBusPendingReply<QDBusObjectPath> reply = *w;
+                if (reply.isError()) {
+                    fail(3, method + QStringLiteral(": ") + reply.error().message());
+                    return;
+                }
+                // The Response may have come first, and the next request be on its way: only a
+                // request still awaited moves, when a portal older than handle_token answers on
+                // a path of its own.
+                const QString path = reply.value().path();
+                if (!done && requestPath == expected && path != expected) {
+                    const Next next = pending;
+                    unsubscribe();
+                    pending = next;
+                    requestPath = path;
+                    bus.connect(QString(), requestPath, requestInterface, QStringLiteral("Response"), this,
+                                SLOT(onResponse(uint, QVariantMap)));
+                }
+            });
 }
 
 void PortalSession::unsubscribe()
 {
     if (!requestPath.isEmpty()) {
-        bus.disconnect(service, requestPath, requestInterface, QStringLiteral("Response"), this,
+        bus.disconnect(QString(), requestPath, requestInterface, QStringLiteral("Response"), this,
                        SLOT(onResponse(uint, QVariantMap)));
         requestPath.clear();
     }
@@ -227,7 +233,7 @@ void PortalSession::close()
     if (sessionPath.isEmpty()) {
         return;
     }
-    bus.disconnect(service, sessionPath, sessionInterface, QStringLiteral("Closed"), this,
+    bus.disconnect(QString(), sessionPath, sessionInterface, QStringLiteral("Closed"), this,
                    SLOT(onClosed(QVariantMap)));
     QDBusMessage call =
         QDBusMessage::createMethodCall(service, sessionPath, sessionInterface, QStringLiteral("Close"));

@@ -11,7 +11,7 @@
 #include <functional>
 
 // One ScreenCast session of the desktop portal, on the main thread: CreateSession, SelectSources
-// (monitors, several, the cursor embedded where offered, persistent from version 4 with the
+// (monitors, several, the cursor hidden where offered, persistent from version 4 with the
 // token), Start and OpenPipeWireRemote. Each request's Response is subscribed before its call,
 // on the path its fresh handle_token gives.
 class PortalSession : public QObject
