@@ -3,12 +3,15 @@
 #include "PixelOrder.h"
 #include "PortalSimulator.h"
 #include "PrivatePipeWire.h"
+#include "PrivateXServer.h"
+#include "PrivateXwayland.h"
 #include "ScreenRig.h"
 #include "effects/EffectsManager.h"
 #include "effects/panels/EffectPanelMaker.h"
 #include "effects/screensync/panels/ScreenSyncSOptWidget.h"
 #include "service/config/ConfigurationManager.h"
 #include "service/screen/AreaAverager.h"
+#include "service/screen/DeskCaptureOption.h"
 #include "service/screen/DeskCapturer.h"
 #include "service/screen/DeskDuplManager.h"
 #include "service/screen/portal/DeskCaptureBackendPortal.h"
@@ -19,6 +22,7 @@
 #include <QLabel>
 #include <QPainter>
 #include <QPushButton>
+#include <QScopeGuard>
 #include <QTranslator>
 #include <QtTest>
 
@@ -49,6 +53,7 @@ class TestScreenPortal : public QObject
         }
         return image;
     }
+    static QString portalKind() { return QStringLiteral("the desktop portal"); }
     static DeskDuplManager* registry() { return DeskDuplManager::instance(); }
     static QString storedToken()
     {
@@ -214,7 +219,7 @@ private slots:
         qputenv("WAYLAND_DISPLAY", "wayland-orvanta-test");
 
         LogCapture log;
-        QCOMPARE(registry()->state(), DeskDuplManager::State::NoSource); // nothing asked yet
+        QCOMPARE(registry()->state(), DeskDuplManager::State::Ready); // nothing asked yet, nothing to tell
         QVERIFY(log.contains("Screen capture through the desktop portal"));
         QCOMPARE(calls("SelectSources"), 0);
         QSignalSpy states(registry(), &DeskDuplManager::stateChanged);
@@ -384,6 +389,77 @@ private slots:
         qInfo("shutdown: %lld ms (target 1000 ms)", qint64(clock.elapsed()));
         QVERIFY(waitMeasured("no session", 1000, [&] { return portal->openSessions() == 0; }));
         QCOMPARE(calls("Session.Close"), closes + 1);
+    }
+
+    // The backend a session gets, its state once a worker asked, and the one line telling it: a
+    // real X server; Xwayland or a bare Wayland display with the portal; either without it; no
+    // display at all. A portal that comes after the start is found at the next request.
+    void choice_data()
+    {
+        QTest::addColumn<QString>("display"); // "x11", "xwayland" or none
+        QTest::addColumn<bool>("wayland");
+        QTest::addColumn<bool>("withPortal");
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<DeskCaptureState>("state");
+        const QString portalKind = QStringLiteral("the desktop portal");
+        QTest::newRow("Xvfb") << "x11" << false << true << "X11" << DeskCaptureState::Ready;
+        QTest::newRow("Xwayland, portal")
+            << "xwayland" << true << true << portalKind << DeskCaptureState::Ready;
+        QTest::newRow("Wayland, portal") << "" << true << true << portalKind << DeskCaptureState::Ready;
+        QTest::newRow("Wayland, no portal")
+            << "" << true << false << "" << DeskCaptureState::XwaylandWithoutSharing;
+        QTest::newRow("Xwayland, no portal")
+            << "xwayland" << false << false << "X11" << DeskCaptureState::XwaylandWithoutSharing;
+        QTest::newRow("nothing") << "" << false << true << "" << DeskCaptureState::NoSource;
+    }
+    void choice()
+    {
+        QFETCH(QString, display);
+        QFETCH(bool, wayland);
+        QFETCH(bool, withPortal);
+        QFETCH(QString, kind);
+        QFETCH(DeskCaptureState, state);
+        PrivateXServer server;
+        PrivateXwayland compositor;
+        QString name;
+        if (display == "x11") {
+            QVERIFY2(server.start(), qPrintable(server.errorString()));
+            name = server.display();
+        } else if (display == "xwayland") {
+            QVERIFY2(compositor.start(), qPrintable(compositor.errorString()));
+            name = compositor.display();
+        }
+        qputenv("DISPLAY", name.toLocal8Bit());
+        qputenv("WAYLAND_DISPLAY", wayland ? QByteArray("wayland-orvanta-test") : QByteArray());
+        if (!withPortal) {
+            portal->leaveBus();
+        }
+        const auto restore = qScopeGuard([&] {
+            qputenv("DISPLAY", "");
+            qputenv("WAYLAND_DISPLAY", "wayland-orvanta-test");
+            portal->start(session->busAddress(), session->socketPath());
+        });
+
+        LogCapture log;
+        DeskCaptureOption option(0);
+        DeskDuplManager chosen(&option);
+        chosen.requestSources(false);
+        QVERIFY(waitMeasured("state", 1000, [&] { return chosen.state() == state; }));
+        QCOMPARE(log.count("Screen capture through"), kind.isEmpty() ? 0 : 1);
+        QCOMPARE(log.count("Screen capture through " + kind), kind.isEmpty() ? 0 : 1);
+        if (state != DeskCaptureState::Ready) {
+            QCOMPARE(log.count(DeskDuplManager::noticeOf(state)), 1);
+        }
+        if (wayland && !withPortal && display.isEmpty()) {
+            // The portal comes later: the next request finds it.
+            QVERIFY2(portal->start(session->busAddress(), session->socketPath()),
+                     qPrintable(portal->errorString()));
+            chosen.requestSources(false);
+            QVERIFY(waitMeasured("portal found", 1000,
+                                 [&] { return chosen.state() == DeskCaptureState::Ready; }));
+            QCOMPARE(log.count("Screen capture through " + portalKind()), 1);
+        }
+        chosen.shutdown();
     }
 };
 

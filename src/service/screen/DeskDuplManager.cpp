@@ -65,6 +65,18 @@ DeskDuplManager::DeskDuplManager(const QList<DeskCaptureBackend*>& backendList, 
     for (DeskCaptureBackend* backend : backendList) {
         addBackend(backend);
     }
+    if (!backends.isEmpty()) {
+        updateState();
+    }
+}
+
+DeskDuplManager::DeskDuplManager(DeskCaptureOption* option, QObject* parent)
+    : DeskDuplManager(QList<DeskCaptureBackend*>{}, option, parent)
+{
+    chooses = true;
+    if (DeskCaptureBackend* chosen = DeskCaptureBackend::createDefault()) {
+        addBackend(chosen);
+    }
     updateState();
 }
 
@@ -114,9 +126,10 @@ void DeskDuplManager::updateState()
             next = State::Ready;
         }
     }
-    if (State(current.exchange(int(next))) == next) {
+    if (State(current.exchange(int(next))) == next && logged) {
         return;
     }
+    logged = true;
     if (next != State::Ready) {
         qInfo().noquote() << kTag << noticeOf(next);
     }

@@ -43,9 +43,12 @@ public:
     // What the log tells for a state, in English (the panel shows it translated); empty for Ready.
     static const char* noticeOf(State state);
 
-    // A registry over the given backends, started here; instance() builds its own.
+    // A registry over the given backends, started here.
     explicit DeskDuplManager(const QList<DeskCaptureBackend*>& backends, DeskCaptureOption* option,
                              QObject* parent = nullptr);
+    // A registry over the backend the session offers, chosen again at a request while none serves
+    // (instance() builds its own so).
+    explicit DeskDuplManager(DeskCaptureOption* option, QObject* parent = nullptr);
     ~DeskDuplManager() override;
     // Ends the backends' sessions, then every capture thread; the registry stays, silent.
     void shutdown();
@@ -79,6 +82,7 @@ private:
     DeskCaptureOption* captureOption;
     bool chooses = false; // made by instance(): a request with no usable backend chooses again
     std::atomic<int> current{int(State::NoSource)};
+    bool logged = false; // the first state is told even when it is the initial one
     mutable QMutex mutex;
     QHash<int, Source> sources;
     int nextId = 0;

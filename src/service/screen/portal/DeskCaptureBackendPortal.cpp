@@ -35,7 +35,7 @@ DeskCaptureBackendPortal::DeskCaptureBackendPortal(const QDBusConnection& connec
         qInfo().noquote() << kTag << "No screen sync for" << idleCloseMs / 1000 << "s: screen sharing closed";
         wanted = false;
         endSession();
-        setState(DeskCaptureState::NoSource);
+        setState(DeskCaptureState::Ready);
     });
     retryTimer.setSingleShot(true);
     connect(&retryTimer, &QTimer::timeout, this, [this] {

@@ -71,7 +71,8 @@ private:
     QTimer idleTimer;
     QTimer retryTimer;
     int retryMs = 0;
-    DeskCaptureState current = DeskCaptureState::NoSource;
+    // Until a worker asks, and after an idle close, sources come without a word to anyone.
+    DeskCaptureState current = DeskCaptureState::Ready;
 
     std::shared_ptr<PortalSlotTable> slotTable;
 };
