@@ -332,6 +332,7 @@ private slots:
         right.id = QStringLiteral("DP-2");
         right.position = QPoint(1920, 0);
         right.order = PixelOrder::xRGB;
+        right.sendSize = false; // listed once its stream tells its size
         portal->setChoice({PortalChoice::Share, {left, right}});
         portal->fill(0, Qt::red);
         portal->fill(1, Qt::blue);
@@ -345,6 +346,21 @@ private slots:
         auto first = bindFull();
         QVERIFY(first);
         QVERIFY(waitMeasured("red", 1000, [&] { return allOf(*first, Qt::red); }));
+        // A cursor-only update and a corrupted (white) buffer: neither reaches the strip.
+        bool white = false;
+        QObject receiver;
+        connect(registry()->capturer(ids[0]).data(), &IDeskCapture::frameTick, &receiver,
+                [&](QImage frame) { white = white || frame.pixelColor(0, 0) == QColor(Qt::white); });
+        for (const auto kind : {ScreenStreams::Broken::EmptyChunk, ScreenStreams::Broken::Corrupted}) {
+            const quint64 sent = portal->streams().value(0).frames;
+            portal->sendBroken(0, kind);
+            QVERIFY(waitMeasured("broken buffer sent", 100,
+                                 [&] { return portal->streams().value(0).frames > sent; }));
+        }
+        portal->fill(0, Qt::green); // a good frame after them
+        QVERIFY(waitMeasured("green", 1000, [&] { return allOf(*first, Qt::green); }));
+        QVERIFY(!white);
+        portal->fill(0, Qt::red);
         const QString second = QStringLiteral("OV5512:%1").arg(serial + 1);
         ConfigurationManager::instance()->setEffectVariant(fullId, second, QStringLiteral("sourceIndex"),
                                                            ids[1]);

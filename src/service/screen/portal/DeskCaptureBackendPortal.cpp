@@ -213,6 +213,12 @@ void DeskCaptureBackendPortal::onStarted(PortalSession* opened, const QVector<Po
     retryMs = 0;
     retryTimer.stop();
     sources = shared;
+    for (PortalSource& source : sources) {
+        // A stream that names no size keeps the one it had, so its source stays listed meanwhile.
+        if (!source.monitor.geometry.isValid() && knownSizes.contains(source.monitor.name)) {
+            source.monitor.geometry.setSize(knownSizes.value(source.monitor.name));
+        }
+    }
     QStringList shown;
     for (const PortalSource& source : shared) {
         shown << source.monitor.name;
@@ -315,6 +321,7 @@ void DeskCaptureBackendPortal::onNegotiated(uint32_t node, QSize size)
             continue;
         }
         // Scale, mode or rotation: the stream's pixels are the monitor's size.
+        knownSizes.insert(source.monitor.name, size);
         if (source.monitor.geometry.size() != size) {
             source.monitor.geometry.setSize(size);
             emit monitorsChanged();

@@ -4,6 +4,7 @@
 #include "service/screen/portal/PortalSources.h"
 
 #include <QDBusConnection>
+#include <QHash>
 #include <QPointer>
 #include <QSet>
 #include <QTimer>
@@ -65,9 +66,10 @@ private:
     std::unique_ptr<PipeWireCapture> capture;
     QVector<PortalSource> sources; // of the running session; those without a size yet are not listed
     QSet<uint32_t> listenedNodes;
-    bool wanted = false;     // a worker waits for sources
-    bool persistent = false; // the running session came with a token: it can close when idle
-    int generation = 0;      // of the video: events of an ended one are dropped
+    QHash<QString, QSize> knownSizes; // by monitor name, as its stream last agreed
+    bool wanted = false;              // a worker waits for sources
+    bool persistent = false;          // the running session came with a token: it can close when idle
+    int generation = 0;               // of the video: events of an ended one are dropped
     QTimer idleTimer;
     QTimer retryTimer;
     int retryMs = 0;

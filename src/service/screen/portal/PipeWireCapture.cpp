@@ -52,6 +52,7 @@ struct PipeWireCapture::Stream
     QSize size;
     bool usable = false; // a format we read was agreed
     bool ended = false;
+    bool listened = false;
     QString technique;
 
     void endOnce()
@@ -156,6 +157,10 @@ struct PipeWireCapture::Stream
             &b, SPA_TYPE_OBJECT_ParamMeta, SPA_PARAM_Meta, SPA_PARAM_META_type, SPA_POD_Id(SPA_META_Header),
             SPA_PARAM_META_size, SPA_POD_Int(sizeof(spa_meta_header))));
         pw_stream_update_params(stream, params, 2);
+        // A stream starts active, as a paused one agrees no format: it learns its size, then rests.
+        if (!listened) {
+            pw_stream_set_active(stream, false);
+        }
         if (owner->events.negotiated) {
             owner->events.negotiated(node, size);
         }
@@ -373,7 +378,7 @@ void PipeWireCapture::connectStreams(const QVector<uint32_t>& nodes)
             SPA_FORMAT_VIDEO_framerate, SPA_POD_CHOICE_RANGE_Fraction(&none, &none, &top),
             SPA_FORMAT_VIDEO_maxFramerate, SPA_POD_CHOICE_RANGE_Fraction(&top, &none, &top)))};
         const auto flags = pw_stream_flags(PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_MAP_BUFFERS |
-                                           PW_STREAM_FLAG_INACTIVE | PW_STREAM_FLAG_DONT_RECONNECT);
+                                           PW_STREAM_FLAG_DONT_RECONNECT);
         if (pw_stream_connect(stream->stream, PW_DIRECTION_INPUT, node, flags, params, 1) < 0) {
             qWarning().noquote() << kTag << "Cannot connect to stream" << node;
             stream->ended = true;
@@ -383,6 +388,7 @@ void PipeWireCapture::connectStreams(const QVector<uint32_t>& nodes)
         pw_thread_loop* theLoop = loop;
         stream->slot->setControl([this, raw, theLoop](bool on) {
             LoopLock locked(theLoop);
+            raw->listened = on;
             if (!raw->ended) {
                 pw_stream_set_active(raw->stream, on);
             }

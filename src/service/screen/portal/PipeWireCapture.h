@@ -19,7 +19,7 @@ struct pw_registry;
 
 // The video of one screen cast session: a PipeWire thread loop on the portal's remote and one
 // stream per shared screen, each averaging its newest buffer into its PortalFrameSlot. Streams
-// start inactive and run only while their slot has a listener. Main thread: start and stop;
+// run only while their slot has a listener, once their format is agreed. Main thread: start and stop;
 // the events are called on the loop thread.
 class PipeWireCapture
 {
