@@ -136,6 +136,8 @@ void DeskCaptureBackendPortal::open()
     connect(opening, &PortalSession::closed, this, [this, opening] {
         if (opening == session) {
             onClosed();
+        } else if (opening == pending) {
+            onFailed(opening, 3); // closed before it started: tried again like any failure
         }
     });
     if (!session) {
