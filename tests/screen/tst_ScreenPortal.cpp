@@ -308,6 +308,13 @@ private slots:
         QVERIFY(says("屏幕共享已被拒绝。", "Screen sharing was declined."));
         QVERIFY(storedToken().isEmpty());
         QCOMPARE(log.count("Screen sharing was declined."), 1);
+        {
+            auto another = bindFull(); // a new screen effect doesn't ask after a refusal
+            QVERIFY(another);
+            QTest::qWait(3 * DeskCaptureBackendPortal::firstRetryMs / 2);
+            QCOMPARE(calls("SelectSources"), asked + 1);
+            effects->unbind(another->controller->controlOptions().id);
+        }
 
         SimulatedMonitor monitor;
         monitor.id = QStringLiteral("DP-1");
@@ -317,6 +324,28 @@ private slots:
         QCOMPARE(calls("SelectSources"), asked + 2);
         QVERIFY(!notice->isVisibleTo(panel));
         effects->unbind(rig->controller->controlOptions().id);
+    }
+
+    // A portal before version 4 keeps no token: nothing to restore from, so the session stays
+    // while the program runs, listened or not.
+    void oldPortalStays()
+    {
+        portal->closeSessions();
+        QTRY_COMPARE(registry()->state(), DeskDuplManager::State::Stopped);
+        portal->setVersion(3);
+        const auto back = qScopeGuard([&] { portal->setVersion(4); });
+        const int closes = calls("Session.Close");
+        registry()->requestSources(true);
+        auto rig = bindFull();
+        QVERIFY(rig);
+        QVERIFY(waitMeasured("picture A", 1000, [&] { return showsA(*rig); }));
+        const QVariantMap selected = portal->calls("SelectSources").last().options;
+        QVERIFY(!selected.contains("persist_mode") && !selected.contains("restore_token"));
+        QVERIFY(storedToken().isEmpty());
+        effects->unbind(rig->controller->controlOptions().id);
+        QTest::qWait(DeskCaptureBackendPortal::idleCloseMs + 2000); // past the idle close a token allows
+        QCOMPARE(portal->openSessions(), 1);
+        QCOMPARE(calls("Session.Close"), closes);
     }
 
     // Two screens shared, a strip on each. One stream ends: that source fails, its strip goes

@@ -37,6 +37,13 @@ DeskCaptureBackendPortal::DeskCaptureBackendPortal(const QDBusConnection& connec
         endSession();
         setState(DeskCaptureState::Ready);
     });
+    lossTimer.setSingleShot(true);
+    lossTimer.setInterval(closedGraceMs);
+    connect(&lossTimer, &QTimer::timeout, this, [this] {
+        endSession();
+        setState(DeskCaptureState::DisplayLost);
+        scheduleRetry();
+    });
     retryTimer.setSingleShot(true);
     connect(&retryTimer, &QTimer::timeout, this, [this] {
         if (wanted) {
@@ -255,7 +262,8 @@ void DeskCaptureBackendPortal::onFailed(PortalSession* opened, uint response)
 
 void DeskCaptureBackendPortal::onClosed()
 {
-    bool running = false;
+    bool running = lossTimer.isActive(); // the streams ended a moment ago, with the same stop
+    lossTimer.stop();
     for (const PortalSource& source : qAsConst(sources)) {
         const auto slot = capture ? capture->slot(source.node) : nullptr;
         running = running || (slot && !slot->isEnded());
@@ -305,9 +313,9 @@ void DeskCaptureBackendPortal::onStreamEnded(uint32_t node)
     }
     qInfo().noquote() << kTag << "The stream of node" << node << "ended";
     if (!any) {
-        endSession();
-        setState(DeskCaptureState::DisplayLost);
-        scheduleRetry();
+        // A user's stop ends the streams and closes the session, in either order as we see them:
+        // Closed within a moment is that stop, else the screens are lost.
+        lossTimer.start();
         return;
     }
     // The others run on; a restored session brings the lost screen back beside them.
@@ -347,6 +355,7 @@ void DeskCaptureBackendPortal::onListened(uint32_t node, bool on)
 void DeskCaptureBackendPortal::endSession()
 {
     idleTimer.stop();
+    lossTimer.stop();
     ++generation;
     slotTable->set({});
     capture.reset(); // streams disconnected, loop joined

@@ -42,6 +42,7 @@ public:
     static constexpr int idleCloseMs = 10000;
     static constexpr int firstRetryMs = 2000;
     static constexpr int lastRetryMs = 30000;
+    static constexpr int closedGraceMs = 500;
 
 private:
     void open();
@@ -71,6 +72,7 @@ private:
     bool persistent = false;          // the running session came with a token: it can close when idle
     int generation = 0;               // of the video: events of an ended one are dropped
     QTimer idleTimer;
+    QTimer lossTimer; // every stream ended: the session's Closed may still come
     QTimer retryTimer;
     int retryMs = 0;
     // Until a worker asks, and after an idle close, sources come without a word to anyone.
