@@ -219,6 +219,7 @@ void DeskCaptureBackendPortal::onStarted(PortalSession* opened, const QVector<Po
     session = opened;
     persistent = !token.isEmpty();
     listenedNodes.clear();
+    endedNodes.clear();
     retryMs = 0;
     retryTimer.stop();
     sources = shared;
@@ -262,12 +263,9 @@ void DeskCaptureBackendPortal::onFailed(PortalSession* opened, uint response)
 
 void DeskCaptureBackendPortal::onClosed()
 {
-    bool running = lossTimer.isActive(); // the streams ended a moment ago, with the same stop
-    lossTimer.stop();
-    for (const PortalSource& source : qAsConst(sources)) {
-        const auto slot = capture ? capture->slot(source.node) : nullptr;
-        running = running || (slot && !slot->isEnded());
-    }
+    // Streams whose end we haven't handled yet still ran; those that ended a moment ago went with
+    // the same stop.
+    const bool running = lossTimer.isActive() || endedNodes.size() < sources.size();
     endSession();
     if (running) {
         // The user's "stop sharing": no question until the user or a new screen effect asks.
@@ -306,13 +304,9 @@ void DeskCaptureBackendPortal::onPortalBack()
 
 void DeskCaptureBackendPortal::onStreamEnded(uint32_t node)
 {
-    bool any = false;
-    for (const PortalSource& source : qAsConst(sources)) {
-        const auto slot = capture ? capture->slot(source.node) : nullptr;
-        any = any || (slot && !slot->isEnded());
-    }
+    endedNodes.insert(node);
     qInfo().noquote() << kTag << "The stream of node" << node << "ended";
-    if (!any) {
+    if (endedNodes.size() >= sources.size()) {
         // A user's stop ends the streams and closes the session, in either order as we see them:
         // Closed within a moment is that stop, else the screens are lost.
         lossTimer.start();
@@ -365,6 +359,7 @@ void DeskCaptureBackendPortal::endSession()
         session.clear();
     }
     listenedNodes.clear();
+    endedNodes.clear();
     const bool had = !sources.isEmpty();
     sources.clear();
     if (had) {

@@ -67,6 +67,7 @@ private:
     std::unique_ptr<PipeWireCapture> capture;
     QVector<PortalSource> sources; // of the running session; those without a size yet are not listed
     QSet<uint32_t> listenedNodes;
+    QSet<uint32_t> endedNodes;        // of the running session, as their ends reached the main thread
     QHash<QString, QSize> knownSizes; // by monitor name, as its stream last agreed
     bool wanted = false;              // a worker waits for sources
     bool persistent = false;          // the running session came with a token: it can close when idle
