@@ -398,6 +398,30 @@
       <source>模糊</source>
       <translation>Blur</translation>
     </message>
+    <message>
+      <source>屏幕同步需要 X11 会话或屏幕共享（xdg-desktop-portal）。</source>
+      <translation>Screen sync needs an X11 session or screen sharing (xdg-desktop-portal).</translation>
+    </message>
+    <message>
+      <source>此处无法共享屏幕：请安装桌面的门户后端。</source>
+      <translation>No screen sharing here: install your desktop&apos;s portal backend.</translation>
+    </message>
+    <message>
+      <source>请选择要共享的屏幕...</source>
+      <translation>Choose the screens to share...</translation>
+    </message>
+    <message>
+      <source>屏幕共享已被拒绝。</source>
+      <translation>Screen sharing was declined.</translation>
+    </message>
+    <message>
+      <source>桌面已停止屏幕共享。</source>
+      <translation>The desktop stopped screen sharing.</translation>
+    </message>
+    <message>
+      <source>共享屏幕...</source>
+      <translation>Share the screen...</translation>
+    </message>
   </context>
   <context>
     <name>SettingsDialog</name>

@@ -16,6 +16,8 @@ public:
     // Starts the compositor and waits until its X display answers (Xwayland starts on demand).
     bool start(int waitMs = 15000);
     QString display() const { return displayName; }
+    // The compositor's own Wayland socket, as a path WAYLAND_DISPLAY may name.
+    QString waylandDisplay() const { return runtime.filePath(QStringLiteral("orvanta-test")); }
     QString errorString() const { return error; }
 
 private:

@@ -168,6 +168,8 @@ int32_t AbsScreenSync::load(const ControlOptions& ctlOptions)
     ok = ok && stored >= 0.0 && stored <= double(std::numeric_limits<int>::max());
     const QList<int> all = manager->allCapturer();
     if (all.isEmpty()) {
+        // A portal asks the desktop now; what it shares arrives through capturerReady.
+        manager->requestSources(false);
         qWarning() << kTag << "Cannot connect to any capture";
         return 0;
     }

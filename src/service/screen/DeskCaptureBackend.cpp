@@ -6,3 +6,7 @@ DeskCaptureBackend::DeskCaptureBackend(QObject* parent)
 }
 
 DeskCaptureBackend::~DeskCaptureBackend() = default;
+
+void DeskCaptureBackend::requestSources(bool) {}
+
+void DeskCaptureBackend::shutdown() {}

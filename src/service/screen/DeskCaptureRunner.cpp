@@ -30,6 +30,9 @@ DeskCaptureRunner::~DeskCaptureRunner() = default;
 void DeskCaptureRunner::recheck()
 {
     const bool run = active && !retryTimer.isActive() && capturer->hasListeners();
+    if (grabber) {
+        grabber->setListened(run);
+    }
     if (run && !timer.isActive()) {
         timer.start();
     } else if (!run && timer.isActive()) {
@@ -98,11 +101,12 @@ void DeskCaptureRunner::tick()
     }
     if (!grabber) {
         capturer->connects.fetch_add(1);
-        grabber = capturer->backend->createGrabber();
+        grabber = capturer->backend->createGrabber(capturer->monitor);
         if (!grabber) {
             fail("cannot connect to the display");
             return;
         }
+        grabber->setListened(true);
     }
     QRect area;
     QSize size;

@@ -11,10 +11,11 @@
 constexpr char kTag[] = "[DeskDuplManager]:";
 
 DeskCapturer::DeskCapturer(const DeskCaptureBackend* backend, const DeskCaptureOption* option,
-                           const QRect& geometry, QObject* parent)
+                           const QString& monitor, const QRect& geometry, QObject* parent)
     : IDeskCapture(parent)
     , backend(backend)
     , option(option)
+    , monitor(monitor)
     , area(geometry)
     , output(defaultOutputSize(geometry.size()))
     , runner(new DeskCaptureRunner(this))

@@ -19,8 +19,8 @@ class DeskCapturer : public IDeskCapture
 {
     Q_OBJECT
 public:
-    DeskCapturer(const DeskCaptureBackend* backend, const DeskCaptureOption* option, const QRect& geometry,
-                 QObject* parent = nullptr);
+    DeskCapturer(const DeskCaptureBackend* backend, const DeskCaptureOption* option, const QString& monitor,
+                 const QRect& geometry, QObject* parent = nullptr);
     ~DeskCapturer() override; // joins the capture thread
 
     QSize outputSize() const override;
@@ -57,7 +57,8 @@ private:
 
     const DeskCaptureBackend* backend;
     const DeskCaptureOption* option;
-    mutable QMutex mutex; // geometry and output size, read by the capture thread
+    const QString monitor; // the backend's name of it
+    mutable QMutex mutex;  // geometry and output size, read by the capture thread
     QRect area;
     QSize output;
     QThread thread;

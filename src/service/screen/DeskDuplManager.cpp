@@ -6,6 +6,7 @@
 #include "service/screen/DeskCapturer.h"
 
 #include <QCoreApplication>
+#include <QThread>
 #include <QVariant>
 #include <QtDebug>
 
@@ -44,7 +45,10 @@ DeskDuplManager* DeskDuplManager::instance()
 {
     if (!theInstance) {
         auto* option = new DeskCaptureOption(startMode());
-        theInstance = new DeskDuplManager({DeskCaptureBackend::createDefault()}, option);
+        DeskCaptureBackend* chosen = DeskCaptureBackend::createDefault();
+        theInstance = new DeskDuplManager(
+            chosen ? QList<DeskCaptureBackend*>{chosen} : QList<DeskCaptureBackend*>{}, option);
+        theInstance->chooses = true;
         option->setParent(theInstance);
         // The capture threads are joined while the application object goes.
         qAddPostRoutine(shutdownInstance);
@@ -55,16 +59,106 @@ DeskDuplManager* DeskDuplManager::instance()
 DeskDuplManager::DeskDuplManager(const QList<DeskCaptureBackend*>& backendList, DeskCaptureOption* option,
                                  QObject* parent)
     : QObject(parent)
-    , backends(backendList)
     , captureOption(option)
 {
-    for (int i = 0; i < backends.size(); ++i) {
-        DeskCaptureBackend* backend = backends[i];
-        backend->setParent(this);
-        connect(backend, &DeskCaptureBackend::monitorsChanged, this, [this, i] { onMonitorsChanged(i); });
-        connect(backend, &DeskCaptureBackend::connectionLost, this, [this, i] { onConnectionLost(i); });
-        backend->start();
+    qRegisterMetaType<DeskCaptureState>();
+    for (DeskCaptureBackend* backend : backendList) {
+        addBackend(backend);
     }
+    if (!backends.isEmpty()) {
+        updateState();
+    }
+}
+
+DeskDuplManager::DeskDuplManager(DeskCaptureOption* option, QObject* parent)
+    : DeskDuplManager(QList<DeskCaptureBackend*>{}, option, parent)
+{
+    chooses = true;
+    if (DeskCaptureBackend* chosen = DeskCaptureBackend::createDefault()) {
+        addBackend(chosen);
+    }
+    updateState();
+}
+
+void DeskDuplManager::addBackend(DeskCaptureBackend* backend)
+{
+    const int i = backends.size();
+    backends.append(backend);
+    backend->setParent(this);
+    connect(backend, &DeskCaptureBackend::monitorsChanged, this, [this, i] { onMonitorsChanged(i); });
+    connect(backend, &DeskCaptureBackend::connectionLost, this, [this, i] { onConnectionLost(i); });
+    connect(backend, &DeskCaptureBackend::stateChanged, this, &DeskDuplManager::updateState);
+    qInfo().noquote() << kTag << "Screen capture through" << backend->kind();
+    backend->start();
+}
+
+DeskDuplManager::State DeskDuplManager::state() const
+{
+    return State(current.load());
+}
+
+const char* DeskDuplManager::noticeOf(State state)
+{
+    switch (state) {
+    case State::Ready:
+        return "";
+    case State::NoSource:
+    case State::DisplayLost:
+        return "Screen sync needs an X11 session or screen sharing (xdg-desktop-portal).";
+    case State::XwaylandWithoutSharing:
+        return "No screen sharing here: install your desktop's portal backend.";
+    case State::Asking:
+        return "Choose the screens to share...";
+    case State::Declined:
+        return "Screen sharing was declined.";
+    case State::Stopped:
+        return "The desktop stopped screen sharing.";
+    }
+    return "";
+}
+
+void DeskDuplManager::updateState()
+{
+    // Any backend with sources makes the registry ready; else the newest choice speaks.
+    State next = backends.isEmpty() ? DeskCaptureBackend::noBackendState() : backends.last()->state();
+    for (DeskCaptureBackend* backend : qAsConst(backends)) {
+        if (backend->state() == State::Ready) {
+            next = State::Ready;
+        }
+    }
+    if (State(current.exchange(int(next))) == next && logged) {
+        return;
+    }
+    logged = true;
+    if (next != State::Ready) {
+        qInfo().noquote() << kTag << noticeOf(next);
+    }
+    emit stateChanged(next);
+}
+
+void DeskDuplManager::requestSources(bool byUser)
+{
+    if (thread() != QThread::currentThread()) {
+        QMetaObject::invokeMethod(
+            this, [this, byUser] { requestSources(byUser); }, Qt::QueuedConnection);
+        return;
+    }
+    const State now = state();
+    if (chooses && (now == State::NoSource || now == State::XwaylandWithoutSharing)) {
+        // The desktop may have gained a portal since the start.
+        std::unique_ptr<DeskCaptureBackend> chosen(DeskCaptureBackend::createDefault());
+        bool known = !chosen;
+        for (DeskCaptureBackend* backend : qAsConst(backends)) {
+            known = known || backend->kind() == chosen->kind();
+        }
+        if (!known) {
+            addBackend(chosen.release());
+        }
+    }
+    for (DeskCaptureBackend* backend : qAsConst(backends)) {
+        backend->requestSources(byUser);
+    }
+    updateState();
 }
 
 DeskDuplManager::~DeskDuplManager()
@@ -74,6 +168,9 @@ DeskDuplManager::~DeskDuplManager()
 
 void DeskDuplManager::shutdown()
 {
+    for (DeskCaptureBackend* backend : qAsConst(backends)) {
+        backend->shutdown();
+    }
     QList<QSharedPointer<DeskCapturer>> all;
     {
         QMutexLocker locker(&mutex);
@@ -164,14 +261,15 @@ void DeskDuplManager::onMonitorsChanged(int backendIndex)
                     break;
                 }
             }
-            const QString desc = describe(monitor.name, monitor.geometry);
+            const QString desc =
+                describe(monitor.label.isEmpty() ? monitor.name : monitor.label, monitor.geometry);
             if (id < 0) {
                 id = nextId++;
                 Source source;
                 source.backend = backendIndex;
                 source.name = monitor.name;
                 source.capturer.reset(
-                    new DeskCapturer(backends[backendIndex], captureOption, monitor.geometry));
+                    new DeskCapturer(backends[backendIndex], captureOption, monitor.name, monitor.geometry));
                 connect(source.capturer.data(), &DeskCapturer::grabberFailed, this,
                         [this, id] { onGrabberFailed(id); });
                 connect(source.capturer.data(), &DeskCapturer::grabberRecovered, this,
@@ -183,6 +281,10 @@ void DeskDuplManager::onMonitorsChanged(int backendIndex)
             const bool changed = !source.present || source.capturer->geometry() != monitor.geometry;
             source.capturer->setGeometry(monitor.geometry);
             source.desc = desc;
+            if (source.present && source.failed) {
+                // Listed again by a fresh enumeration: its grabber retries now, not after its back-off.
+                activations.append({source.capturer, true});
+            }
             if (changed) {
                 if (!source.present) {
                     activations.append({source.capturer, true});

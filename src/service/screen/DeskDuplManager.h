@@ -1,5 +1,6 @@
 #pragma once
 
+#include "service/screen/DeskCaptureBackend.h"
 #include "service/screen/IDeskCapture.h"
 
 #include <QHash>
@@ -10,7 +11,8 @@
 #include <QString>
 #include <QVector>
 
-class DeskCaptureBackend;
+#include <atomic>
+
 class DeskCaptureOption;
 class DeskCapturer;
 
@@ -32,11 +34,23 @@ public:
 
     DeskCaptureOption* option() const { return captureOption; }
 
-    // A registry over the given backends, started here; instance() builds its own.
+    using State = DeskCaptureState;
+    // Any thread.
+    State state() const;
+    // Any thread: a worker found no source (byUser: the user pressed the panel's button). A
+    // session without a backend chooses again; a portal asks the desktop.
+    void requestSources(bool byUser);
+    // What the log tells for a state, in English (the panel shows it translated); empty for Ready.
+    static const char* noticeOf(State state);
+
+    // A registry over the given backends, started here.
     explicit DeskDuplManager(const QList<DeskCaptureBackend*>& backends, DeskCaptureOption* option,
                              QObject* parent = nullptr);
+    // A registry over the backend the session offers, chosen again at a request while none serves
+    // (instance() builds its own so).
+    explicit DeskDuplManager(DeskCaptureOption* option, QObject* parent = nullptr);
     ~DeskDuplManager() override;
-    // Ends every capture thread; the registry stays, silent.
+    // Ends the backends' sessions, then every capture thread; the registry stays, silent.
     void shutdown();
 
     static QString describe(const QString& name, const QRect& geometry);
@@ -44,6 +58,7 @@ public:
 signals:
     void capturerReady(int id);
     void capturerFailed(int id);
+    void stateChanged(DeskCaptureState state);
 
 private:
     struct Source
@@ -56,6 +71,8 @@ private:
         QSharedPointer<DeskCapturer> capturer;
     };
 
+    void addBackend(DeskCaptureBackend* backend);
+    void updateState();
     void onMonitorsChanged(int backend);
     void onConnectionLost(int backend);
     void onGrabberFailed(int id);
@@ -63,6 +80,9 @@ private:
 
     QList<DeskCaptureBackend*> backends;
     DeskCaptureOption* captureOption;
+    bool chooses = false; // made by instance(): a request with no usable backend chooses again
+    std::atomic<int> current{int(State::NoSource)};
+    bool logged = false; // the first state is told even when it is the initial one
     mutable QMutex mutex;
     QHash<int, Source> sources;
     int nextId = 0;

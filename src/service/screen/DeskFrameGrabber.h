@@ -23,4 +23,6 @@ public:
     virtual Result grab(const QRect& area, const QSize& size, int mode, QImage* frame) = 0;
     // How mode is grabbed, for the log.
     virtual QString technique(int mode) const = 0;
+    // Whether frames are wanted now; a stream that costs while idle pauses.
+    virtual void setListened(bool) {}
 };

@@ -7,7 +7,10 @@
 
 #include <QCoreApplication>
 #include <QEvent>
+#include <QHBoxLayout>
+#include <QLabel>
 #include <QPointer>
+#include <QPushButton>
 
 namespace {
 const char* const kSliderSheet =
@@ -27,6 +30,8 @@ ScreenSyncSOptWidget* ScreenSyncSOptWidget::instance()
                 [p = panel.data()](int id) { p->onCapturerReady(id); });
         connect(sources, &DeskDuplManager::capturerReady, panel.data(),
                 [p = panel.data()](int id) { p->onCapturerReady(id); });
+        connect(sources, &DeskDuplManager::stateChanged, panel.data(),
+                [p = panel.data()] { p->showState(); });
         panel->onCapturerReady(0);
     }
     return panel.data();
@@ -35,9 +40,24 @@ ScreenSyncSOptWidget* ScreenSyncSOptWidget::instance()
 ScreenSyncSOptWidget::ScreenSyncSOptWidget(QWidget* parent)
     : AbsWorkerWidget(parent)
     , ui(new Ui::ScreenSyncSOptWidget)
+    , noticeBox(new QWidget(this))
+    , noticeLabel(new QLabel(noticeBox))
+    , shareButton(new QPushButton(noticeBox))
 {
     qRegisterMetaType<qintptr>("qintptr");
     ui->setupUi(this);
+    noticeBox->setObjectName(QStringLiteral("noticeBox"));
+    noticeLabel->setObjectName(QStringLiteral("noticeLabel"));
+    noticeLabel->setWordWrap(true);
+    shareButton->setObjectName(QStringLiteral("shareButton"));
+    auto* row = new QHBoxLayout(noticeBox);
+    row->setContentsMargins(0, 0, 0, 0);
+    row->addWidget(noticeLabel, 1);
+    row->addWidget(shareButton);
+    ui->layout->insertRow(1, noticeBox);
+    noticeBox->hide();
+    connect(shareButton, &QPushButton::clicked, this,
+            [] { DeskDuplManager::instance()->requestSources(true); });
     ui->saturationStrengthSlider->setStyleSheet(QLatin1String(kSliderSheet));
     ui->blurStrengthSlider->setStyleSheet(QLatin1String(kSliderSheet));
     connect(ui->comboBox, qOverload<int>(&QComboBox::currentIndexChanged), this,
@@ -64,6 +84,40 @@ void ScreenSyncSOptWidget::onCapturerReady(qintptr)
     ui->comboBox->setCurrentText(shown);
     ui->comboBox->blockSignals(blocked);
     showSource();
+    showState();
+}
+
+QString ScreenSyncSOptWidget::noticeOf(DeskCaptureState state)
+{
+    switch (state) {
+    case DeskCaptureState::Ready:
+        break;
+    case DeskCaptureState::NoSource:
+    case DeskCaptureState::DisplayLost:
+        return tr("屏幕同步需要 X11 会话或屏幕共享（xdg-desktop-portal）。");
+    case DeskCaptureState::XwaylandWithoutSharing:
+        return tr("此处无法共享屏幕：请安装桌面的门户后端。");
+    case DeskCaptureState::Asking:
+        return tr("请选择要共享的屏幕...");
+    case DeskCaptureState::Declined:
+        return tr("屏幕共享已被拒绝。");
+    case DeskCaptureState::Stopped:
+        return tr("桌面已停止屏幕共享。");
+    }
+    return QString();
+}
+
+void ScreenSyncSOptWidget::showState()
+{
+    DeskDuplManager* sources = DeskDuplManager::instance();
+    const DeskCaptureState state = sources->state();
+    const bool notice = state != DeskCaptureState::Ready && sources->allCapturer().isEmpty();
+    ui->label->setVisible(!notice);
+    ui->comboBox->setVisible(!notice);
+    noticeBox->setVisible(notice);
+    noticeLabel->setText(noticeOf(state));
+    shareButton->setText(tr("共享屏幕..."));
+    shareButton->setVisible(state == DeskCaptureState::Declined || state == DeskCaptureState::Stopped);
 }
 
 void ScreenSyncSOptWidget::showSource()
@@ -140,5 +194,6 @@ void ScreenSyncSOptWidget::changeEvent(QEvent* event)
     AbsWorkerWidget::changeEvent(event);
     if (event->type() == QEvent::LanguageChange) {
         ui->retranslateUi(this);
+        showState();
     }
 }

@@ -2,9 +2,14 @@
 
 #include "effects/panels/AbsWorkerWidget.h"
 
+#include "service/screen/DeskCaptureBackend.h"
+
 #include <QImage>
 #include <QScopedPointer>
 #include <QVector>
+
+class QLabel;
+class QPushButton;
 
 namespace Ui {
 class ScreenSyncSOptWidget;
@@ -41,10 +46,16 @@ private:
     explicit ScreenSyncSOptWidget(QWidget* parent = nullptr);
     // Selects the row of shownSource, signals blocked; a source not listed leaves the text.
     void showSource();
+    // While there is no source: why, instead of the source box, and the button that asks again.
+    void showState();
+    static QString noticeOf(DeskCaptureState state);
 
     QScopedPointer<Ui::ScreenSyncSOptWidget> ui;
     // The ids of the rows, rebuilt with them from the registry at each change, so a row always
     // picks the monitor it names.
     QVector<qintptr> capturerIds;
     qintptr shownSource = -1; // the source of the worker shown
+    QWidget* noticeBox;
+    QLabel* noticeLabel;
+    QPushButton* shareButton;
 };

@@ -26,9 +26,17 @@ QString describe(const QString& display)
 
 } // namespace
 
-DeskCaptureBackend* DeskCaptureBackend::createDefault(QObject* parent)
+DeskCaptureBackendX11::Probe DeskCaptureBackendX11::probe(const QString& display)
 {
-    return new DeskCaptureBackendX11(QString::fromLocal8Bit(qgetenv("DISPLAY")), parent);
+    int screenNumber = 0;
+    xcb_connection_t* c = xcb_connect(display.toLocal8Bit().constData(), &screenNumber);
+    Probe found = Probe::Unreachable;
+    if (!xcb_connection_has_error(c)) {
+        const xcb_screen_t* screen = X11Setup::screenOf(c, screenNumber);
+        found = screen && X11Setup::isXwayland(c, screen->root) ? Probe::Xwayland : Probe::X11;
+    }
+    xcb_disconnect(c);
+    return found;
 }
 
 DeskCaptureBackendX11::DeskCaptureBackendX11(const QString& displayName, QObject* parent)
@@ -51,6 +59,7 @@ void DeskCaptureBackendX11::start()
 {
     if (display.isEmpty()) {
         qWarning().noquote() << kTag << "DISPLAY is not set: screen sync needs an X11 desktop";
+        setState(DeskCaptureState::NoSource);
         return;
     }
     if (connectServer()) {
@@ -86,14 +95,17 @@ bool DeskCaptureBackendX11::connectServer()
         randrEventBase = ext->first_event;
         auto version = reply(xcb_randr_query_version_reply(c, xcb_randr_query_version(c, 1, 5), nullptr));
         randr15 = version && (version->major_version > 1 || version->minor_version >= 5);
-        if (X11Setup::isXwayland(connection, root)) {
-            qWarning().noquote() << kTag << "The display" << describe(display)
-                                 << "is Xwayland, whose root shows only X11 windows: screen sync needs an "
-                                    "X11 desktop";
-            disconnectServer();
-            retryTimer.stop();
-            return false;
-        }
+    }
+    if (X11Setup::isXwayland(c, root)) {
+        qWarning().noquote() << kTag << "The display" << describe(display)
+                             << "is Xwayland, whose root shows only X11 windows: screen sync needs an "
+                                "X11 desktop";
+        disconnectServer();
+        retryTimer.stop();
+        setState(DeskCaptureState::XwaylandWithoutSharing);
+        return false;
+    }
+    if (ext && ext->present) {
         xcb_randr_select_input(c, root,
                                XCB_RANDR_NOTIFY_MASK_SCREEN_CHANGE | XCB_RANDR_NOTIFY_MASK_CRTC_CHANGE |
                                    XCB_RANDR_NOTIFY_MASK_OUTPUT_CHANGE);
@@ -114,6 +126,14 @@ bool DeskCaptureBackendX11::connectServer()
     return true;
 }
 
+void DeskCaptureBackendX11::setState(DeskCaptureState state)
+{
+    if (current != state) {
+        current = state;
+        emit stateChanged();
+    }
+}
+
 void DeskCaptureBackendX11::disconnectServer()
 {
     delete notifier;
@@ -130,7 +150,7 @@ QVector<DeskMonitor> DeskCaptureBackendX11::monitors() const
     return list;
 }
 
-std::unique_ptr<DeskFrameGrabber> DeskCaptureBackendX11::createGrabber() const
+std::unique_ptr<DeskFrameGrabber> DeskCaptureBackendX11::createGrabber(const QString&) const
 {
     return DeskFrameGrabberX11::open(display);
 }
@@ -211,6 +231,7 @@ void DeskCaptureBackendX11::enumerate()
         return; // lost while reading; onLost has told the listeners
     }
     list = found;
+    setState(DeskCaptureState::Ready);
     emit monitorsChanged();
 }
 
@@ -223,6 +244,7 @@ void DeskCaptureBackendX11::onLost()
         qWarning().noquote() << kTag << "Lost the connection to the X11 display" << display
                              << "- retrying every 2 s";
     }
+    setState(DeskCaptureState::DisplayLost);
     emit connectionLost();
     retryTimer.start();
 }

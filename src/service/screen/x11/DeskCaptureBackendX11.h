@@ -20,7 +20,18 @@ public:
 
     void start() override;
     QVector<DeskMonitor> monitors() const override;
-    std::unique_ptr<DeskFrameGrabber> createGrabber() const override;
+    std::unique_ptr<DeskFrameGrabber> createGrabber(const QString& monitor) const override;
+    DeskCaptureState state() const override { return current; }
+    QString kind() const override { return QStringLiteral("X11"); }
+
+    enum class Probe
+    {
+        Unreachable,
+        X11,
+        Xwayland,
+    };
+    // Connects once to tell what the display is.
+    static Probe probe(const QString& display);
 
     static constexpr int settleMs = 200;
     static constexpr int retryMs = 2000;
@@ -28,6 +39,7 @@ public:
 private:
     bool connectServer();
     void disconnectServer();
+    void setState(DeskCaptureState state);
     void onReadable();
     void drainEvents();
     void enumerate();
@@ -45,4 +57,5 @@ private:
     bool warned = false;    // one warning per outage
     bool connected = false; // once connected, a failure is an outage
     QVector<DeskMonitor> list;
+    DeskCaptureState current = DeskCaptureState::NoSource;
 };

@@ -5,6 +5,8 @@
 
 #include <xcb/randr.h>
 
+#include <cstring>
+
 namespace X11Setup {
 
 const xcb_screen_t* screenOf(xcb_connection_t* c, int screenNumber)
@@ -39,8 +41,14 @@ bool serverSwaps(xcb_connection_t* c)
 
 bool isXwayland(xcb_connection_t* c, xcb_window_t root)
 {
-    const xcb_query_extension_reply_t* ext = xcb_get_extension_data(c, &xcb_randr_id);
-    if (!ext || !ext->present) {
+    const char name[] = "XWAYLAND";
+    auto extension =
+        reply(xcb_query_extension_reply(c, xcb_query_extension(c, std::strlen(name), name), nullptr));
+    if (extension && extension->present) {
+        return true;
+    }
+    const xcb_query_extension_reply_t* randr = xcb_get_extension_data(c, &xcb_randr_id);
+    if (!randr || !randr->present) {
         return false;
     }
     auto resources = reply(xcb_randr_get_screen_resources_current_reply(
@@ -56,9 +64,9 @@ bool isXwayland(xcb_connection_t* c, xcb_window_t root)
         if (!info) {
             continue;
         }
-        const QByteArray name(reinterpret_cast<const char*>(xcb_randr_get_output_info_name(info.get())),
-                              xcb_randr_get_output_info_name_length(info.get()));
-        if (name.startsWith("XWAYLAND")) {
+        const QByteArray output(reinterpret_cast<const char*>(xcb_randr_get_output_info_name(info.get())),
+                                xcb_randr_get_output_info_name_length(info.get()));
+        if (output.startsWith("XWAYLAND")) {
             return true;
         }
     }
