@@ -404,7 +404,7 @@
     </message>
     <message>
       <source>此处无法共享屏幕：请安装桌面的门户后端。</source>
-      <translation>No screen sharing here: install your desktop&apos;s portal backend.</translation>
+      <translation>No screen sharing here: install your desktop's portal backend.</translation>
     </message>
     <message>
       <source>请选择要共享的屏幕...</source>

@@ -398,6 +398,30 @@
       <source>模糊</source>
       <translation>模糊</translation>
     </message>
+    <message>
+      <source>屏幕同步需要 X11 会话或屏幕共享（xdg-desktop-portal）。</source>
+      <translation>屏幕同步需要 X11 会话或屏幕共享（xdg-desktop-portal）。</translation>
+    </message>
+    <message>
+      <source>此处无法共享屏幕：请安装桌面的门户后端。</source>
+      <translation>此处无法共享屏幕：请安装桌面的门户后端。</translation>
+    </message>
+    <message>
+      <source>请选择要共享的屏幕...</source>
+      <translation>请选择要共享的屏幕...</translation>
+    </message>
+    <message>
+      <source>屏幕共享已被拒绝。</source>
+      <translation>屏幕共享已被拒绝。</translation>
+    </message>
+    <message>
+      <source>桌面已停止屏幕共享。</source>
+      <translation>桌面已停止屏幕共享。</translation>
+    </message>
+    <message>
+      <source>共享屏幕...</source>
+      <translation>共享屏幕...</translation>
+    </message>
   </context>
   <context>
     <name>SettingsDialog</name>
