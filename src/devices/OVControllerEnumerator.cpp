@@ -3,6 +3,7 @@
 #include "devices/ExtraPortsWatcher.h"
 #include "devices/HandshakeReply.h"
 #include "devices/LedLayout.h"
+#include "devices/ModelDefaults.h"
 #include "devices/OVController.h"
 #include "devices/OVSerialPort.h"
 #include "devices/PortArrivalWatcher.h"
@@ -403,28 +404,26 @@ void OVControllerEnumerator::loadDefaults(AbsRGBController* controller)
                               << file.errorString();
         return;
     }
-    QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(file.readAll(), &error);
-    if (error.error != QJsonParseError::NoError) {
+    const ModelDefaults defaults = ModelDefaults::parse(file.readAll(), controller->controlOptions().model);
+    if (!defaults.parsed) {
         qCritical().noquote() << kTag << "Failed to parse json document from OVController.json, errStr:"
-                              << error.errorString();
+                              << defaults.parseError;
         return;
     }
 
     ControlOptions& options = controller->controlOptions();
-    const QJsonObject entry = document.object().value(options.model).toObject();
-    QString why;
-    const bool inRange = LedLayout::read(entry, &options.nbLeds, &options.lines, &why);
-    options.icon = loadPicture(baseDir, entry.value(QLatin1String("icon")).toString());
-    options.image = loadPicture(baseDir, entry.value(QLatin1String("image")).toString());
-    options.brightness = float(entry.value(QLatin1String("brightness")).toDouble(0.8));
+    options.nbLeds = defaults.nbLeds;
+    options.lines = defaults.lines;
+    options.icon = loadPicture(baseDir, defaults.icon);
+    options.image = loadPicture(baseDir, defaults.image);
+    options.brightness = defaults.brightness;
 
-    if (!inRange) {
+    if (!defaults.layoutInRange) {
         qWarning().noquote()
             << kTag << "The layout of" << options.model
             << "in \"controler_config/OVController.json\" is ignored, its strips count as not "
                "configured:"
-            << why;
+            << defaults.layoutProblem;
     } else if (!LedLayout::problem(options.nbLeds, options.lines).isEmpty()) {
         qWarning().noquote() << kTag << "Incorrect configuration from default configuration file";
     }
