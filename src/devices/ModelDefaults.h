@@ -21,7 +21,7 @@ struct ModelDefaults
     uint32_t nbLeds = 0;
     QVector<uint32_t> lines;
 
-    QString icon;  // picture paths as the file gives them, relative to the program's folder
+    QString icon; // picture paths as the file gives them, relative to the program's folder
     QString image;
     float brightness = 0.8f;
 };

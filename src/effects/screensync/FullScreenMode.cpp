@@ -70,11 +70,12 @@ void FullScreenMode::applyMap(const QJsonObject& object, const QString& controll
     const QJsonArray entries = object.value(QStringLiteral("ledMap")).toArray();
     for (const QJsonValue& value : entries) {
         const QJsonObject entry = value.toObject();
-        const int index = entry.value(QStringLiteral("id")).toInt(-1) - 1;
-        if (index < 0 || index >= map.size()) {
+        // Ids count from 1; compared before the step down, so that the lowest int cannot wrap.
+        const int id = entry.value(QStringLiteral("id")).toInt(0);
+        if (id < 1 || id > map.size()) {
             continue;
         }
-        QPoint& point = map[index];
+        QPoint& point = map[id - 1];
         const int x = entry.value(QStringLiteral("x")).toInt(point.x());
         const int y = entry.value(QStringLiteral("y")).toInt(point.y());
         // Each axis is judged alone.
