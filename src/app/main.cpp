@@ -13,6 +13,12 @@
 
 #include <cstdio>
 
+#ifdef ORVANTA_SOAK
+#include "app/SoakDriver.h"
+
+#include <memory>
+#endif
+
 // Logs under StartupSteps's name: the log texts of this part are fixed that way.
 constexpr char kTag[] = "[StartupSteps]";
 
@@ -44,6 +50,12 @@ int main(int argc, char* argv[])
     parser.addOptions(options);
     parser.addHelpOption();
     parser.addVersionOption();
+#ifdef ORVANTA_SOAK
+    const QCommandLineOption soakDriverOption(QStringLiteral("soak-driver"),
+                                              QStringLiteral("Drive the program for a soak run."),
+                                              QStringLiteral("mode"));
+    parser.addOption(soakDriverOption);
+#endif
     parser.process(app);
     StartupSteps::applyOptionProperties(app, parser);
 
@@ -94,6 +106,12 @@ int main(int argc, char* argv[])
         // each controller sends its black frame, and the window goes last.
         OrvantaApp orvanta;
         QObject::connect(&instance, &SingleInstance::showRequested, &orvanta, &OrvantaApp::onShowRequested);
+#ifdef ORVANTA_SOAK
+        std::unique_ptr<SoakDriver> soakDriver;
+        if (parser.isSet(soakDriverOption)) {
+            soakDriver = std::make_unique<SoakDriver>(orvanta, parser.value(soakDriverOption));
+        }
+#endif
         exitCode = app.exec();
     }
     // Controllers are released with deleteLater; with the loop gone, run those deletions now so

@@ -225,8 +225,16 @@ void OVControllerEnumerator::verifyDevice(QString portName)
 
     // A second handle on a port would salute a device that is already talking, and two readers
     // would share its bytes.
+    // A port that failed (its device unplugged) holds nothing and must not stand in the way of
+    // the device coming back at the same name.
     unattachedPorts.erase(std::remove_if(unattachedPorts.begin(), unattachedPorts.end(),
-                                         [](const auto& entry) { return entry.first.isNull(); }),
+                                         [](const auto& entry) {
+                                             if (entry.first && !entry.first->serialPort()->isOpen()) {
+                                                 entry.first->deleteLater();
+                                                 return true;
+                                             }
+                                             return entry.first.isNull();
+                                         }),
                           unattachedPorts.end());
     if (isOpenHere(portName)) {
         qInfo().noquote() << kTag << "The port is open here already, not opened again:" << portName;
@@ -265,6 +273,19 @@ void OVControllerEnumerator::verifyDevice(QString portName)
         }
     });
     timer->start();
+    // Unplugged during its handshake: dropped now rather than at the timeout, so that the device,
+    // back at the same name within that time, is saluted again.
+    connect(port->serialPort(), &QSerialPort::errorOccurred, this,
+            [this, guardedPort, portName, state](QSerialPort::SerialPortError error) {
+                const QSharedPointer<Handshake> alive = state.toStrongRef();
+                if (!alive || alive->done || !guardedPort ||
+                    (error != QSerialPort::ReadError && error != QSerialPort::WriteError &&
+                     error != QSerialPort::ResourceError)) {
+                    return;
+                }
+                qInfo().noquote() << kTag << "The port failed during its handshake:" << portName;
+                drop(guardedPort, alive.data());
+            });
 }
 
 void OVControllerEnumerator::drop(OVSerialPort* port, Handshake* handshake)

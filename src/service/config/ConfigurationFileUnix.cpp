@@ -1,5 +1,9 @@
 #include "service/config/ConfigurationFile.h"
 
+#ifdef ORVANTA_SOAK
+#include "service/config/SoakFault.h"
+#endif
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -7,6 +11,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <limits>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -52,10 +57,37 @@ bool writeAll(int fd, const QByteArray& bytes)
     return true;
 }
 
+#ifdef ORVANTA_SOAK
+// The fault a soak proves it sees: the file itself emptied and written a line at a time, each line
+// synced, as a writer without its rename would, so that a kill leaves part of it.
+bool writeInPlace(const QByteArray& name, const QByteArray& bytes, mode_t mode, QString* error)
+{
+    const int fd = ::open(name.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
+    if (fd < 0) {
+        *error = QStringLiteral("cannot write: ") + systemError();
+        return false;
+    }
+    bool ok = true;
+    for (const QByteArray& line : bytes.split('\n')) {
+        ok = ok && writeAll(fd, line + '\n') && ::fdatasync(fd) == 0;
+    }
+    ok = ::close(fd) == 0 && ok;
+    if (!ok) {
+        *error = QStringLiteral("cannot write: ") + systemError();
+    }
+    return ok;
+}
+#endif
+
 } // namespace
 
 ConfigurationFile::ReadResult ConfigurationFile::read(const QString& path, qint64 maxBytes)
 {
+#ifdef ORVANTA_SOAK
+    if (SoakFault::on(SoakFault::Kind::StoreAnySize)) {
+        maxBytes = std::numeric_limits<int>::max();
+    }
+#endif
     const QByteArray name = QFile::encodeName(path);
     struct stat info;
     if (::stat(name.constData(), &info) != 0) {
@@ -138,6 +170,11 @@ bool ConfigurationFile::write(const QString& path, const QByteArray& bytes, QStr
         }
         mode = info.st_mode & 07777;
     }
+#ifdef ORVANTA_SOAK
+    if (SoakFault::on(SoakFault::Kind::StoreInPlace)) {
+        return writeInPlace(targetName, bytes, mode, error);
+    }
+#endif
     QByteArray temporary =
         QFile::encodeName(folder + QStringLiteral("/.") + QFileInfo(target).fileName()) + ".XXXXXX";
     const int fd = ::mkostemp(temporary.data(), O_CLOEXEC);
