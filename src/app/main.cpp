@@ -78,6 +78,8 @@ int main(int argc, char* argv[])
     MessageHandler::setLogPaths(mainLog, loopLog);
     qInstallMessageHandler(messageHandler);
 
+    // The one instance now: nothing else writes the store.
+    ConfigurationManager::instance()->removeLeftovers();
     StartupSteps::honourCleanStartup();
     StartupSteps::logStartupInfo();
     const int oldLogs = StartupSteps::removeOldLogs(logsPath, mainLog, StartupSteps::keptLogRuns);
