@@ -49,6 +49,15 @@ fuzz-build: test-deps $(FUZZ_DIR)/CMakeCache.txt
 fuzz: fuzz-build
 	fuzz/run $(FUZZ_DIR) $(FUZZ_SECONDS)
 
+# The soak programs (soak/) at their long lengths in a Release tree, where memory is held too, then
+# make fuzz; one table at the end. Lengths: SOAK_UNPLUG, SOAK_KILL, SOAK_INPUTS, SOAK_SLOW_SECONDS.
+$(SOAK_DIR)/CMakeCache.txt: | test-deps
+	cmake -S . -B $(SOAK_DIR) -DCMAKE_BUILD_TYPE=Release -DORVANTA_BUILD_TESTS=OFF -DORVANTA_SOAK=ON
+
+soak: test-deps $(SOAK_DIR)/CMakeCache.txt
+	scripts/timed "soak build" cmake --build $(SOAK_DIR) -j $(JOBS) --target soak_programs
+	scripts/timed "make soak" soak/run $(SOAK_DIR)
+
 # The root .clang-format over every C++ file; make test fails while one differs (test_format).
 format:
 	scripts/format
