@@ -355,7 +355,7 @@ int main(int argc, char* argv[])
     }
     report.figure(QStringLiteral("inputs"), QString::number(inputs));
     report.figure(QStringLiteral("slowest_run_ms"), QString::number(slowestMs));
-    if (report.isBroken()) {
+    if (report.isBroken() && options.fault.isEmpty()) { // a fault run breaks on purpose
         sandbox.keep();
         report.line(QStringLiteral("sandbox kept: ") + sandbox.path());
     }

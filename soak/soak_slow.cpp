@@ -208,7 +208,7 @@ int main(int argc, char* argv[])
     if (!program.faults().isEmpty()) {
         report.broken(QStringLiteral("the sanitizers reported:\n") + QString::fromUtf8(program.faults()));
     }
-    if (report.isBroken()) {
+    if (report.isBroken() && options.fault.isEmpty()) { // a fault run breaks on purpose
         sandbox.keep();
         report.line(QStringLiteral("sandbox kept: ") + sandbox.path());
     }
