@@ -285,6 +285,7 @@ int main(int argc, char* argv[])
             }());
         if (!program.isRunning()) {
             report.broken(what + QStringLiteral(": the program ended (%1)").arg(program.endText()));
+            report.line(program.lastWords(20));
         } else {
             if (!done && !goodFound()) {
                 report.broken(

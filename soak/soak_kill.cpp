@@ -16,6 +16,7 @@
 #include "VirtualLedDevice.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QFileInfo>
 #include <QHash>
 #include <QJsonArray>
@@ -159,6 +160,10 @@ int main(int argc, char* argv[])
             allowed[key].append(value);
             ++changes;
         });
+        if (last) {
+            // Earlier runs' logs were looked at: what is logged now is this run's alone.
+            QDir(sandbox.logsDir()).removeRecursively();
+        }
         const qint64 startNs = SoakClock::nowNs();
         if (!program.start(last ? QStringList()
                                 : QStringList{QStringLiteral("--soak-driver"), QStringLiteral("settings")})) {
@@ -167,8 +172,18 @@ int main(int argc, char* argv[])
         }
         if (last) {
             // Once more, undriven: it finds its device with what the last run left.
-            const int frames = device.frameCount();
-            if (!SoakClock::waitFor([&] { return device.frameCount() > frames; }, kReadyWaitMs)) {
+            // Frames after it found the device: the killed run's last ones may still be decoded.
+            int frames = -1;
+            const QString found = QStringLiteral("OVControllerEnumerator found a device: ") + id;
+            if (!SoakClock::waitFor(
+                    [&] {
+                        if (frames < 0 && program.logged(found) > 0) {
+                            frames = device.frameCount();
+                        }
+                        return (frames >= 0 && device.frameCount() > frames) || !program.isRunning();
+                    },
+                    kReadyWaitMs) ||
+                !program.isRunning()) {
                 report.broken(
                     QStringLiteral("the last start never sent a frame (%1)").arg(program.endText()));
             }

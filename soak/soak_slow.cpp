@@ -143,6 +143,7 @@ int main(int argc, char* argv[])
         SoakClock::pause(period * 1000);
         if (!program.isRunning()) {
             report.broken(QStringLiteral("the program ended (%1)").arg(program.endText()));
+            report.line(program.lastWords(20));
             break;
         }
         const qint64 now = SoakClock::nowNs();

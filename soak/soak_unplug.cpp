@@ -293,6 +293,7 @@ int main(int argc, char* argv[])
         if (!program.isRunning()) {
             report.broken(
                 QStringLiteral("cycle %1: the program ended (%2)").arg(cycle).arg(program.endText()));
+            report.line(program.lastWords(20));
             break;
         }
         if (cycle == warmUp || cycle % kCheckEvery == 0 || cycle == options.length) {

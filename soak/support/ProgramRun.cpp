@@ -85,6 +85,16 @@ QByteArray ProgramRun::faults() const
     return found;
 }
 
+QString ProgramRun::lastWords(int lines) const
+{
+    const auto tail = [lines](const QByteArray& text) {
+        QList<QByteArray> all = text.trimmed().split('\n');
+        return QString::fromUtf8(all.mid(qMax(0, all.size() - lines)).join('\n'));
+    };
+    return QStringLiteral("standard error:\n") + tail(errors + errPartial) + QStringLiteral("\nthe log:\n") +
+           tail(out);
+}
+
 void ProgramRun::signal(int number)
 {
     if (!isRunning()) {

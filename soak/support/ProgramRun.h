@@ -26,6 +26,9 @@ public:
     QList<QByteArray> driverLines() const { return journal; }
     // What the sanitizers or a crash said on standard error, empty when nothing.
     QByteArray faults() const;
+    // The last lines of standard error (the driver's journal left out) and of the log, for a
+    // report on a program that ended.
+    QString lastWords(int lines) const;
 
     // Sends a signal; for SIGKILL also notes the steady-clock time it went.
     void signal(int number);
