@@ -7,12 +7,12 @@
 // the good strip, and end cleanly.
 #include "ProgramRun.h"
 #include "SoakClock.h"
+#include "SoakDisplay.h"
 #include "SoakOptions.h"
 #include "SoakReport.h"
 #include "SoakSandbox.h"
 #include "SoakStore.h"
 
-#include "PrivateXServer.h"
 #include "VirtualLedDevice.h"
 
 #include <QColor>
@@ -98,7 +98,7 @@ int main(int argc, char* argv[])
                     .arg(options.program, options.fault.isEmpty() ? QString() : ", fault " + options.fault));
 
     SoakSandbox sandbox(QStringLiteral("inputs"));
-    PrivateXServer xserver({}, QStringLiteral("640x480x24"));
+    SoakDisplay xserver(QStringLiteral("640x480x24"));
     if (!sandbox.isValid() || !xserver.start()) {
         report.broken(QStringLiteral("the harness did not start: ") + xserver.errorString());
         return report.finish();
@@ -283,6 +283,12 @@ int main(int argc, char* argv[])
                 }
                 return names.join(QStringLiteral(", "));
             }());
+        if (!program.isRunning() && xserver.replaceAfter(program.lastWords(50))) {
+            report.line(what + QStringLiteral(": the X server went away; this run again on a new one"));
+            environment.insert(QStringLiteral("DISPLAY"), xserver.display());
+            --run;
+            continue;
+        }
         if (!program.isRunning()) {
             report.broken(what + QStringLiteral(": the program ended (%1)").arg(program.endText()));
             report.line(program.lastWords(20));
@@ -356,6 +362,7 @@ int main(int argc, char* argv[])
     }
     report.figure(QStringLiteral("inputs"), QString::number(inputs));
     report.figure(QStringLiteral("slowest_run_ms"), QString::number(slowestMs));
+    report.figure(QStringLiteral("x_servers_replaced"), QString::number(xserver.replaced()));
     if (report.isBroken() && options.fault.isEmpty()) { // a fault run breaks on purpose
         sandbox.keep();
         report.line(QStringLiteral("sandbox kept: ") + sandbox.path());

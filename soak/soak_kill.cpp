@@ -7,14 +7,15 @@
 // has started again.
 #include "ProgramRun.h"
 #include "SoakClock.h"
+#include "SoakDisplay.h"
 #include "SoakOptions.h"
 #include "SoakReport.h"
 #include "SoakSandbox.h"
 #include "SoakStore.h"
 
-#include "PrivateXServer.h"
 #include "VirtualLedDevice.h"
 
+#include <QColor>
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
@@ -93,7 +94,7 @@ int main(int argc, char* argv[])
                     .arg(options.program, options.fault.isEmpty() ? QString() : ", fault " + options.fault));
 
     SoakSandbox sandbox(QStringLiteral("kill"));
-    PrivateXServer xserver({}, QStringLiteral("640x480x24"));
+    SoakDisplay xserver(QStringLiteral("640x480x24"));
     VirtualLedDevice device;
     device.setReply("OV5512,KILL\r\n");
     const QString id = QStringLiteral("OV5512:4B494C4C");
@@ -116,6 +117,13 @@ int main(int argc, char* argv[])
     for (auto it = first.begin(); it != first.end(); ++it) {
         allowed[QStringLiteral("controller:") + id + ' ' + it.key()].append(it.value());
     }
+    // The single colour's too: without it the effect would save its default, a value never set.
+    const double firstColour = double(QColor(10, 200, 90).rgb());
+    SoakStore::writeJson(sandbox.storeDir() + '/' +
+                             SoakStore::effectFile(QStringLiteral("com.orvanta.singleColor.singleColor1")),
+                         {{id, QJsonObject{{"color", firstColour}}}});
+    allowed[QStringLiteral("effect:com.orvanta.singleColor.singleColor1 ") + id + QStringLiteral("/color")]
+        .append(firstColour);
 
     QProcessEnvironment environment = sandbox.environment(xserver.display(), QString());
     if (!options.fault.isEmpty()) {
@@ -195,6 +203,13 @@ int main(int argc, char* argv[])
             }
         } else {
             if (!SoakClock::waitFor([&] { return ready || !program.isRunning(); }, kReadyWaitMs) || !ready) {
+                if (!program.isRunning() && xserver.replaceAfter(program.lastWords(50))) {
+                    report.line(
+                        QStringLiteral("run %1: the X server went away; again on a new one").arg(kill));
+                    environment.insert(QStringLiteral("DISPLAY"), xserver.display());
+                    --kill;
+                    continue;
+                }
                 report.broken(QStringLiteral("run %1: the driver never found the device (%2)")
                                   .arg(kill)
                                   .arg(program.isRunning() ? QStringLiteral("running") : program.endText()));
@@ -314,6 +329,7 @@ int main(int argc, char* argv[])
     report.figure(QStringLiteral("late_at_lag"), QString::number(lateAtLag));
     report.figure(QStringLiteral("never_set"), QString::number(unknown));
     report.figure(QStringLiteral("temporaries_removed"), QString::number(temporaries));
+    report.figure(QStringLiteral("x_servers_replaced"), QString::number(xserver.replaced()));
     if (report.isBroken() && options.fault.isEmpty()) { // a fault run breaks on purpose
         sandbox.keep();
         report.line(QStringLiteral("sandbox kept: ") + sandbox.path());
