@@ -6,10 +6,11 @@
 
 #include <memory>
 
-// The private X server of a soak that starts the program many times. On a machine shared with
-// other suites its socket may go (another server on the same number); a program that then could
-// not reach it says so, and the soak gets a new server and runs that round again, a few times at
-// most: that is the harness's failure, not the program's.
+// The private X server of a soak that starts the program many times. Without -noreset the server
+// resets when its last client goes, and a program started at that moment cannot connect. Should
+// the server still go (a machine shared with other suites), a program that could not reach it says
+// so, and the soak gets a new server and runs that round again, a few times at most: that is the
+// harness's failure, not the program's.
 class SoakDisplay
 {
 public:
@@ -20,7 +21,7 @@ public:
 
     bool start()
     {
-        server = std::make_unique<PrivateXServer>(QStringList(), size);
+        server = std::make_unique<PrivateXServer>(QStringList{QStringLiteral("-noreset")}, size);
         return server->start();
     }
     QString display() const { return server->display(); }
