@@ -1,10 +1,15 @@
 #pragma once
 
+#include "app/HotkeyAction.h"
 #include "devices/DeviceManager.h"
+#include "devices/SleepWatcher.h"
 #include "effects/EffectsManager.h"
+#include "hotkeys/HotKeyManager.h"
 #include "ui/MainWindow.h"
 
 #include <QAbstractNativeEventFilter>
+#include <QKeySequence>
+#include <QMap>
 #include <QObject>
 #include <QString>
 #include <functional>
@@ -31,6 +36,7 @@ public:
     MainWindow& window() { return mainWindow; }
     DeviceManager& devices() { return deviceManager; }
     EffectsManager& effects() { return effectsManager; }
+    HotKeyManager& hotKeys() { return hotKeyManager; }
 
 public slots:
     // A second start asked to be shown: a hidden window comes back; a minimised one is left alone.
@@ -43,6 +49,7 @@ private slots:
     void setControlPageData(QString ctlId);
     void onCtlPageWorkGroupChanged(QString groupId);
     void onCtlPageWorkerChanged(QString workerId);
+    void onHotkeyActived(QString id);
     void onAppAboutToQuit();
 
 private:
@@ -57,10 +64,20 @@ private:
     void showHomePage();
     bool controlPageShows(const QString& ctlId) const;
     AbsRGBControllerPtr pageController();
+    void registerHotkeyActions();
+    void addHotkeyAction(const QString& id, const QString& description, const QString& defaultKeys,
+                         const std::function<void()>& action);
+    bool changeHotkeyBinding(const QString& id, const QKeySequence& keys);
+    // Saved at once, so that a rebinding survives a crash.
+    void saveHotkeyBinding(const QString& id, const QKeySequence& keys);
+    void openSettings();
 
     MainWindow mainWindow;
     DeviceManager deviceManager;
     EffectsManager effectsManager;
+    HotKeyManager hotKeyManager;
+    QMap<QString, HotkeyAction> hotkeyActions;
+    SleepWatcher sleepWatcher{&deviceManager};
     bool allOn = true;
     QFileSystemWatcher* styleWatcher = nullptr;
 };
