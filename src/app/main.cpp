@@ -13,6 +13,12 @@
 
 #include <cstdio>
 
+#ifdef ORVANTA_SOAK
+#include "app/SoakDriver.h"
+
+#include <memory>
+#endif
+
 // Logs under StartupSteps's name: the log texts of this part are fixed that way.
 constexpr char kTag[] = "[StartupSteps]";
 
@@ -44,6 +50,12 @@ int main(int argc, char* argv[])
     parser.addOptions(options);
     parser.addHelpOption();
     parser.addVersionOption();
+#ifdef ORVANTA_SOAK
+    const QCommandLineOption soakDriverOption(QStringLiteral("soak-driver"),
+                                              QStringLiteral("Drive the program for a soak run."),
+                                              QStringLiteral("mode"));
+    parser.addOption(soakDriverOption);
+#endif
     parser.process(app);
     StartupSteps::applyOptionProperties(app, parser);
 
@@ -66,6 +78,8 @@ int main(int argc, char* argv[])
     MessageHandler::setLogPaths(mainLog, loopLog);
     qInstallMessageHandler(messageHandler);
 
+    // The one instance now: nothing else writes the store.
+    ConfigurationManager::instance()->removeLeftovers();
     StartupSteps::honourCleanStartup();
     StartupSteps::logStartupInfo();
     const int oldLogs = StartupSteps::removeOldLogs(logsPath, mainLog, StartupSteps::keptLogRuns);
@@ -94,6 +108,12 @@ int main(int argc, char* argv[])
         // each controller sends its black frame, and the window goes last.
         OrvantaApp orvanta;
         QObject::connect(&instance, &SingleInstance::showRequested, &orvanta, &OrvantaApp::onShowRequested);
+#ifdef ORVANTA_SOAK
+        std::unique_ptr<SoakDriver> soakDriver;
+        if (parser.isSet(soakDriverOption)) {
+            soakDriver = std::make_unique<SoakDriver>(orvanta, parser.value(soakDriverOption));
+        }
+#endif
         exitCode = app.exec();
     }
     // Controllers are released with deleteLater; with the loop gone, run those deletions now so

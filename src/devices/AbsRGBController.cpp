@@ -173,18 +173,23 @@ bool AbsRGBController::loadConfig()
     if (obj.isEmpty()) {
         return false;
     }
-    options.kindName = obj.value(QStringLiteral("kindName")).toString(options.portName);
-    options.brightness = float(obj.value(QStringLiteral("brightness")).toDouble(0.8));
-    options.enable = obj.value(QStringLiteral("enable")).toBool(true);
-    options.installDirection = toUInt32(obj.value(QStringLiteral("installDirection")), 0);
-    options.subMode = obj.value(QStringLiteral("subMode")).toString();
-    options.workMode = obj.value(QStringLiteral("workMode")).toString();
     QString why;
-    if (!LedLayout::read(obj, &options.nbLeds, &options.lines, &why)) {
+    if (!readSettings(obj, &options, &why)) {
         qWarning().noquote() << QStringLiteral("[AbsRGBController]: The layout stored for ") + options.id +
                                     QStringLiteral(" is ignored, its strips count as not configured: ") + why;
     }
     return true;
+}
+
+bool AbsRGBController::readSettings(const QJsonObject& obj, ControlOptions* options, QString* why)
+{
+    options->kindName = obj.value(QStringLiteral("kindName")).toString(options->portName);
+    options->brightness = float(obj.value(QStringLiteral("brightness")).toDouble(0.8));
+    options->enable = obj.value(QStringLiteral("enable")).toBool(true);
+    options->installDirection = toUInt32(obj.value(QStringLiteral("installDirection")), 0);
+    options->subMode = obj.value(QStringLiteral("subMode")).toString();
+    options->workMode = obj.value(QStringLiteral("workMode")).toString();
+    return LedLayout::read(obj, &options->nbLeds, &options->lines, why);
 }
 
 void AbsRGBController::saveConfig()

@@ -4,6 +4,7 @@
 #include "devices/OV_RGB.h"
 
 #include <QElapsedTimer>
+#include <QJsonObject>
 #include <QObject>
 #include <QSharedPointer>
 #include <QTimer>
@@ -29,6 +30,10 @@ public:
 
     bool loadConfig();
     void saveConfig();
+    // Takes the settings of a stored controller object into options; a value of the wrong type
+    // gives that field's default. False when the stored layout is out of range: then both its
+    // parts are empty and `why` names the value.
+    static bool readSettings(const QJsonObject& stored, ControlOptions* options, QString* why);
 
     virtual void updateFrameHeader() = 0;
 

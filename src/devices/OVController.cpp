@@ -93,38 +93,51 @@ OVController::~OVController()
                               QStringLiteral(", nbLEDS:") + QString::number(options.nbLeds);
 }
 
-void OVController::updateFrameHeader()
+QByteArray OVController::frameHeaderFor(uint32_t nbLeds)
 {
-    frameHeader.clear();
-    frameHeader.append("Ada", 3);
-    frameHeader.append(char(0));
-    frameHeader.append(char(uint8_t(options.nbLeds >> 8)));
-    frameHeader.append(char(uint8_t(options.nbLeds)));
+    QByteArray header("Ada", 3);
+    header.append(char(0));
+    header.append(char(uint8_t(nbLeds >> 8)));
+    header.append(char(uint8_t(nbLeds)));
+    return header;
 }
 
-void OVController::writeColors(const QVector<QVector<OV_RGB>>& colors)
+QByteArray OVController::encodeFrame(const QByteArray& header, uint32_t nbLeds,
+                                     const QVector<QVector<OV_RGB>>& colors)
 {
     // A header not built yet reads as zero LEDs, like a count whose two bytes are both 0; a count
     // the header cannot carry is never framed.
-    if (frameHeader.size() < 6 || (frameHeader.at(4) == 0 && frameHeader.at(5) == 0) ||
-        options.nbLeds > LedLayout::maxLeds) {
-        return;
+    if (header.size() < 6 || (header.at(4) == 0 && header.at(5) == 0) || nbLeds > LedLayout::maxLeds) {
+        return QByteArray();
     }
-    const int wanted = 3 * int(options.nbLeds);
+    const int wanted = 3 * int(nbLeds);
     int colorBytes = 0;
     for (const QVector<OV_RGB>& line : colors) {
         colorBytes += line.size() * int(sizeof(OV_RGB));
     }
     QByteArray frame;
-    frame.reserve(frameHeader.size() + qMax(wanted, colorBytes));
-    frame.append(frameHeader);
+    frame.reserve(header.size() + qMax(wanted, colorBytes));
+    frame.append(header);
     for (const QVector<OV_RGB>& line : colors) {
         frame.append(reinterpret_cast<const char*>(line.constData()), line.size() * int(sizeof(OV_RGB)));
     }
     if (colorBytes < wanted) {
         frame.append(wanted - colorBytes, char(0));
     }
-    emit writeToPort(frame);
+    return frame;
+}
+
+void OVController::updateFrameHeader()
+{
+    frameHeader = frameHeaderFor(options.nbLeds);
+}
+
+void OVController::writeColors(const QVector<QVector<OV_RGB>>& colors)
+{
+    const QByteArray frame = encodeFrame(frameHeader, options.nbLeds, colors);
+    if (!frame.isEmpty()) {
+        emit writeToPort(frame);
+    }
 }
 
 void OVController::afterDrain(int msecs, std::function<void(bool drained, bool works)> done)

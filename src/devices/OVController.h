@@ -21,6 +21,14 @@ public:
 
     void updateFrameHeader() override;
     void writeColors(const QVector<QVector<OV_RGB>>& colors) override;
+
+    // "Ada", a zero byte and the LED count in two bytes, high byte first.
+    static QByteArray frameHeaderFor(uint32_t nbLeds);
+    // The frame for colours of nbLeds LEDs behind a header: every colour given, in line order,
+    // then black up to nbLeds. Empty (nothing to send) while the header carries no LEDs or
+    // nbLeds is more than a frame can carry.
+    static QByteArray encodeFrame(const QByteArray& header, uint32_t nbLeds,
+                                  const QVector<QVector<OV_RGB>>& colors);
     OVSerialPort* serialPort() const { return port; } // lives on the port thread
 
 signals:

@@ -3,6 +3,7 @@
 #include "devices/ExtraPortsWatcher.h"
 #include "devices/HandshakeReply.h"
 #include "devices/LedLayout.h"
+#include "devices/ModelDefaults.h"
 #include "devices/OVController.h"
 #include "devices/OVSerialPort.h"
 #include "devices/PortArrivalWatcher.h"
@@ -250,8 +251,16 @@ void OVControllerEnumerator::verifyDevice(QString portName)
 
     // A second handle on a port would salute a device that is already talking, and two readers
     // would share its bytes.
+    // A port that failed (its device unplugged) holds nothing and must not stand in the way of
+    // the device coming back at the same name.
     unattachedPorts.erase(std::remove_if(unattachedPorts.begin(), unattachedPorts.end(),
-                                         [](const auto& entry) { return entry.first.isNull(); }),
+                                         [](const auto& entry) {
+                                             if (entry.first && !entry.first->serialPort()->isOpen()) {
+                                                 entry.first->deleteLater();
+                                                 return true;
+                                             }
+                                             return entry.first.isNull();
+                                         }),
                           unattachedPorts.end());
     if (isOpenHere(portName)) {
         qInfo().noquote() << kTag << "The port is open here already, not opened again:" << portName;
@@ -290,6 +299,19 @@ void OVControllerEnumerator::verifyDevice(QString portName)
         }
     });
     timer->start();
+    // Unplugged during its handshake: dropped now rather than at the timeout, so that the device,
+    // back at the same name within that time, is saluted again.
+    connect(port->serialPort(), &QSerialPort::errorOccurred, this,
+            [this, guardedPort, portName, state](QSerialPort::SerialPortError error) {
+                const QSharedPointer<Handshake> alive = state.toStrongRef();
+                if (!alive || alive->done || !guardedPort ||
+                    (error != QSerialPort::ReadError && error != QSerialPort::WriteError &&
+                     error != QSerialPort::ResourceError)) {
+                    return;
+                }
+                qInfo().noquote() << kTag << "The port failed during its handshake:" << portName;
+                drop(guardedPort, alive.data());
+            });
 }
 
 void OVControllerEnumerator::drop(OVSerialPort* port, Handshake* handshake)
@@ -429,28 +451,26 @@ void OVControllerEnumerator::loadDefaults(AbsRGBController* controller)
                               << file.errorString();
         return;
     }
-    QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(file.readAll(), &error);
-    if (error.error != QJsonParseError::NoError) {
+    const ModelDefaults defaults = ModelDefaults::parse(file.readAll(), controller->controlOptions().model);
+    if (!defaults.parsed) {
         qCritical().noquote() << kTag << "Failed to parse json document from OVController.json, errStr:"
-                              << error.errorString();
+                              << defaults.parseError;
         return;
     }
 
     ControlOptions& options = controller->controlOptions();
-    const QJsonObject entry = document.object().value(options.model).toObject();
-    QString why;
-    const bool inRange = LedLayout::read(entry, &options.nbLeds, &options.lines, &why);
-    options.icon = loadPicture(baseDir, entry.value(QLatin1String("icon")).toString());
-    options.image = loadPicture(baseDir, entry.value(QLatin1String("image")).toString());
-    options.brightness = float(entry.value(QLatin1String("brightness")).toDouble(0.8));
+    options.nbLeds = defaults.nbLeds;
+    options.lines = defaults.lines;
+    options.icon = loadPicture(baseDir, defaults.icon);
+    options.image = loadPicture(baseDir, defaults.image);
+    options.brightness = defaults.brightness;
 
-    if (!inRange) {
+    if (!defaults.layoutInRange) {
         qWarning().noquote()
             << kTag << "The layout of" << options.model
             << "in \"controler_config/OVController.json\" is ignored, its strips count as not "
                "configured:"
-            << why;
+            << defaults.layoutProblem;
     } else if (!LedLayout::problem(options.nbLeds, options.lines).isEmpty()) {
         qWarning().noquote() << kTag << "Incorrect configuration from default configuration file";
     }

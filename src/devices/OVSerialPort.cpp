@@ -9,6 +9,12 @@
 #include <QThread>
 #include <QTimer>
 
+#ifdef ORVANTA_SOAK
+#include "service/config/SoakFault.h"
+
+#include <unistd.h>
+#endif
+
 namespace {
 
 constexpr int kLineCheckMaxMs = 50;
@@ -32,6 +38,11 @@ OVSerialPort::OVSerialPort(QObject* parent)
             QMetaObject::invokeMethod(
                 this,
                 [this] {
+#ifdef ORVANTA_SOAK
+                    if (SoakFault::on(SoakFault::Kind::PortFdPerUnplug) && serial->isOpen()) {
+                        [[maybe_unused]] const int kept = ::dup(int(serial->handle()));
+                    }
+#endif
                     // Closing reports NoError, which must not read as a recovery.
                     const QSignalBlocker quiet(serial);
                     serial->close();
@@ -95,6 +106,13 @@ void OVSerialPort::write(QByteArray bytes)
         waiting.clear();
         return;
     }
+#ifdef ORVANTA_SOAK
+    if (SoakFault::on(SoakFault::Kind::PortEveryFrame)) {
+        waiting += bytes;
+        sendWaiting();
+        return;
+    }
+#endif
     waiting = bytes;
     sendWaiting();
 }

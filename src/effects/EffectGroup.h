@@ -12,6 +12,7 @@ struct EffectGroup
     QString name;
     QString desc;
     QImage icon;
+    QString iconPath; // as the group file gives it
     QSet<QString> effects;
     int32_t order = 0;
     QString defaultEffect;

@@ -55,28 +55,24 @@ void EffectsManager::loadGroups()
     qDebug().noquote() << "成功载入了" << groups.size() << "个组信息";
 }
 
-void EffectsManager::loadGroupFile(const QString& path)
+QVector<EffectGroup> EffectsManager::readGroupFile(const QByteArray& bytes, const QString& path)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
-        qCritical().noquote() << "无法打开组配置信息文件" << path;
-        return;
-    }
+    QVector<EffectGroup> result;
     QJsonParseError error;
-    const QJsonDocument doc = QJsonDocument::fromJson(file.readAll(), &error);
+    const QJsonDocument doc = QJsonDocument::fromJson(bytes, &error);
     if (error.error != QJsonParseError::NoError) {
         qCritical().noquote() << "无法解析组配置信息Json文件" << error.errorString();
-        return;
+        return result;
     }
     // Other data shares the folder (the strap defaults): an object without groups is not a group file.
     if (doc.isObject() && !doc.object().contains(QStringLiteral("groups"))) {
         qDebug().noquote() << kTag << "Not a group file, skipped:" << path;
-        return;
+        return result;
     }
     const QJsonArray array = doc.object().value(QStringLiteral("groups")).toArray();
     if (array.isEmpty()) {
         qCritical().noquote() << "不正确的json格式" << path;
-        return;
+        return result;
     }
     for (const QJsonValue& value : array) {
         const QJsonObject obj = value.toObject();
@@ -86,19 +82,33 @@ void EffectsManager::loadGroupFile(const QString& path)
             qWarning().noquote() << "不正确的组信息格式";
             continue;
         }
+        const QByteArray sourceName = obj.value(QStringLiteral("name")).toString(group.id).toUtf8();
+        group.name = tr(sourceName.constData());
+        group.desc = obj.value(QStringLiteral("desc")).toString(group.name);
+        group.iconPath = obj.value(QStringLiteral("icon")).toString();
+        group.defaultEffect = obj.value(QStringLiteral("defaultEffect")).toString();
+        group.order = obj.value(QStringLiteral("order")).toInt(0);
+        result.append(group);
+    }
+    return result;
+}
+
+void EffectsManager::loadGroupFile(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
+        qCritical().noquote() << "无法打开组配置信息文件" << path;
+        return;
+    }
+    const QVector<EffectGroup> read = readGroupFile(file.readAll(), path);
+    for (EffectGroup group : read) {
         if (groups.contains(group.id)) {
             qWarning().noquote() << "已跳过已存在的组信息" << group.id;
             continue;
         }
-        const QByteArray sourceName = obj.value(QStringLiteral("name")).toString(group.id).toUtf8();
-        group.name = tr(sourceName.constData());
-        group.desc = obj.value(QStringLiteral("desc")).toString(group.name);
-        const QString iconPath = obj.value(QStringLiteral("icon")).toString();
-        if (!iconPath.isEmpty()) {
-            group.icon = QImage(iconPath);
+        if (!group.iconPath.isEmpty()) {
+            group.icon = QImage(group.iconPath);
         }
-        group.defaultEffect = obj.value(QStringLiteral("defaultEffect")).toString();
-        group.order = obj.value(QStringLiteral("order")).toInt(0);
         if (groupOrder.contains(group.order)) {
             qWarning().noquote() << "[EffectManager]: Group order conflict: " + group.id +
                                         ". The order already exists: " +

@@ -11,6 +11,7 @@
 #include <QPair>
 #include <QPointer>
 #include <QStringList>
+#include <QVector>
 
 class IEffectFactory;
 class QPluginLoader;
@@ -44,6 +45,10 @@ public:
 
     // The group of an effect is the text of its id before the last ".".
     static QString groupIdOf(const QString& effectId);
+    // The groups of a group file's bytes, in file order, each with an id, its name translated;
+    // entries without an id are skipped, and a file that isn't one gives none, with a log line
+    // naming path. Pictures are not loaded. A pure function of the bytes, bar the log lines.
+    static QVector<EffectGroup> readGroupFile(const QByteArray& bytes, const QString& path);
 
 signals:
     void workerReady(QString effectId);

@@ -336,7 +336,7 @@ private slots:
         }
         QVERIFY(TestFiles::write(path, R"({"screenWidth": 100, "screenHeight": 50, "ledMap": [
                 {"id": 0, "x": 5, "y": 5}, {"id": 2, "x": 10, "y": 60}, {"id": 130, "x": 99, "y": 49},
-                {"id": 131, "x": 1, "y": 1}, {"id": 1, "x": -1, "y": 7}]})"));
+                {"id": 131, "x": 1, "y": 1}, {"id": -2147483648, "x": 3, "y": 3}, {"id": 1, "x": -1, "y": 7}]})"));
         const QVector<QPoint> fromFile{{0, 7}, {10, 0}, {0, 1}, {99, 49}};
         ConfigurationManager::instance()->setEffectJsonValue(
             fullId, "TESTMAP:MODES", "map",

@@ -1,6 +1,7 @@
 #include "FilePermissions.h"
 #include "LogCapture.h"
 #include "TestFiles.h"
+#include "service/config/ConfigurationFile.h"
 #include "service/config/ConfigurationManager.h"
 #include "service/config/ConfigurationWriter.h"
 
@@ -246,7 +247,8 @@ private slots:
     }
 
     // A process killed at different points of its saves leaves every file whole, holding the last
-    // round it reported or the one in progress.
+    // round it reported or the one in progress; the next run removes the writer's temporaries it
+    // left, and nothing else.
     void killedWriterLeavesWholeFiles()
     {
         for (int target : {3, 17, 40}) {
@@ -271,6 +273,21 @@ private slots:
             const QJsonObject effect = readJson(root + "effects/com.orvanta.test.effect.json");
             const qint64 round = effect.value("OV5512:A1").toObject().value("round").toVariant().toLongLong();
             QVERIFY(round == lastSaved || round == lastSaved + 1);
+
+            const QStringList left{"controllers/.OV5512%3AA1.json.Ab12Cd", ".global.json.x9Y8z7"};
+            const QStringList kept{"controllers/notes.json.Ab12Cd", ".hidden.json",
+                                   "effects/.a.json.toolong1"};
+            for (const QString& name : left + kept) {
+                QVERIFY(TestFiles::write(root + name, "{"));
+            }
+            ConfigurationFile::removeTemporaries(root);
+            const QStringList after = QDir(root).entryList(QDir::Files | QDir::Hidden) +
+                                      QDir(root + "controllers").entryList(QDir::Files | QDir::Hidden) +
+                                      QDir(root + "effects").entryList(QDir::Files | QDir::Hidden);
+            QCOMPARE(after.filter(QRegularExpression("^\\..*\\.json\\.[A-Za-z0-9]{6}$")), QStringList());
+            for (const QString& name : kept) {
+                QVERIFY2(QFile::exists(root + name), qPrintable(name));
+            }
         }
     }
 };

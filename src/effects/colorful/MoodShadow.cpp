@@ -50,24 +50,24 @@ double boundedRange(const QJsonValue& value, double fallback)
 }
 
 // A strap without a usable uuid gets a fresh one; the caller notes that it did.
-ColorStrap* strapFromJson(const QJsonObject& obj, int index)
+ColorStrap strapFromJson(const QJsonObject& obj, int index)
 {
-    auto* strap = new ColorStrap;
+    ColorStrap strap;
     const QJsonValue name = obj.value(QStringLiteral("name"));
-    strap->name = name.isString() ? name.toString() : QStringLiteral("( %1 )").arg(index + 1);
-    strap->speed = boundedSpeed(obj.value(QStringLiteral("speed")), 0.0);
-    strap->range = boundedRange(obj.value(QStringLiteral("range")), 0.5);
-    strap->endsColor = colorFromJson(obj.value(QStringLiteral("endsColor")), QColor(0, 0, 0, 255));
+    strap.name = name.isString() ? name.toString() : QStringLiteral("( %1 )").arg(index + 1);
+    strap.speed = boundedSpeed(obj.value(QStringLiteral("speed")), 0.0);
+    strap.range = boundedRange(obj.value(QStringLiteral("range")), 0.5);
+    strap.endsColor = colorFromJson(obj.value(QStringLiteral("endsColor")), QColor(0, 0, 0, 255));
     const QJsonArray stops = obj.value(QStringLiteral("keyColors")).toArray();
     for (int i = 0; i < stops.size(); ++i) {
         const QJsonObject stop = stops.at(i).toObject();
         // A gradient takes positions in 0..1 only, and would complain at every frame otherwise.
         const double key = OptionBounds::number(stop.value(QStringLiteral("key")), 0.0, 1.0,
                                                 static_cast<double>(i) / stops.size());
-        strap->keyColors.append(QGradientStop(
+        strap.keyColors.append(QGradientStop(
             key, colorFromJson(stop.value(QStringLiteral("color")), QColor(255, 255, 255, 255))));
     }
-    strap->uuid = obj.value(QStringLiteral("uuid")).toString();
+    strap.uuid = obj.value(QStringLiteral("uuid")).toString();
     return strap;
 }
 
@@ -143,37 +143,53 @@ int32_t MoodShadow::load(const ControlOptions& options)
     return 0;
 }
 
+QVector<ColorStrap> MoodShadow::readStrapList(QJsonArray& list, bool* renamed)
+{
+    QVector<ColorStrap> result;
+    result.reserve(list.size());
+    QSet<QString> seen;
+    *renamed = false;
+    for (int i = 0; i < list.size(); ++i) {
+        ColorStrap strap = strapFromJson(list.at(i).toObject(), i);
+        if (QUuid(strap.uuid).isNull() || seen.contains(strap.uuid)) {
+            strap.uuid = QUuid::createUuid().toString();
+            QJsonObject element = list.at(i).toObject();
+            element.insert(QStringLiteral("uuid"), strap.uuid);
+            list[i] = element;
+            *renamed = true;
+        }
+        seen.insert(strap.uuid);
+        result.append(strap);
+    }
+    return result;
+}
+
+void MoodShadow::applyDeviceValues(QVector<ColorStrap>& straps, const QJsonObject& configs)
+{
+    for (ColorStrap& strap : straps) {
+        const QJsonObject config = configs.value(strap.uuid).toObject();
+        strap.range = boundedRange(config.value(QStringLiteral("range")), strap.range);
+        strap.speed = boundedSpeed(config.value(QStringLiteral("speed")), strap.speed);
+    }
+}
+
 void MoodShadow::readStraps()
 {
     clearStraps();
     ConfigurationManager* store = ConfigurationManager::instance();
     QJsonArray list = storedList();
     // Every strap needs an identity of its own before any device keeps values for it or edits
-    // it: missing or repeated uuids get fresh ones, and the list goes back to the store with
-    // them, so that every worker sees the same ones.
-    QSet<QString> seen;
+    // it: the list goes back to the store with the fresh uuids, so that every worker sees the
+    // same ones.
     bool renamed = false;
-    for (int i = 0; i < list.size(); ++i) {
-        ColorStrap* strap = strapFromJson(list.at(i).toObject(), i);
-        if (QUuid(strap->uuid).isNull() || seen.contains(strap->uuid)) {
-            strap->uuid = QUuid::createUuid().toString();
-            QJsonObject element = list.at(i).toObject();
-            element.insert(QStringLiteral("uuid"), strap->uuid);
-            list[i] = element;
-            renamed = true;
-        }
-        seen.insert(strap->uuid);
-        straps.append(strap);
-    }
+    QVector<ColorStrap> read = readStrapList(list, &renamed);
     if (renamed) {
         storeList(list);
     }
-    const QJsonObject configs =
-        store->effectJsonValue(id, controlOptions.id, QStringLiteral("strapConfigs")).toObject();
-    for (ColorStrap* strap : qAsConst(straps)) {
-        const QJsonObject config = configs.value(strap->uuid).toObject();
-        strap->range = boundedRange(config.value(QStringLiteral("range")), strap->range);
-        strap->speed = boundedSpeed(config.value(QStringLiteral("speed")), strap->speed);
+    applyDeviceValues(
+        read, store->effectJsonValue(id, controlOptions.id, QStringLiteral("strapConfigs")).toObject());
+    for (const ColorStrap& strap : qAsConst(read)) {
+        straps.append(new ColorStrap(strap));
     }
     if (straps.isEmpty()) {
         straps.append(newStrap(QStringLiteral("( 1 )"), 1.0));

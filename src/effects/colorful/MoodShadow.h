@@ -4,7 +4,10 @@
 #include "effects/colorful/ColorStrap.h"
 
 #include <QGradientStop>
+#include <QJsonArray>
+#include <QJsonObject>
 #include <QStringList>
+#include <QVector>
 
 // Slides the current user-edited colour strap along the LED lines. The strap list is shared by
 // all devices; the current strap and each strap's speed and range are kept per device. Every
@@ -40,6 +43,12 @@ public:
     // strap stays the same strap where it still exists.
     void reloadStraps();
 
+    // The shared strap list as stored, each value held to what the panel can set and every strap
+    // with an identity of its own: a missing or repeated uuid gets a fresh one, written back
+    // into `list`, and `renamed` says so. A pure function of the list, bar the fresh uuids.
+    static QVector<ColorStrap> readStrapList(QJsonArray& list, bool* renamed);
+    // A device's own speed and range of each strap, by uuid, over the list's.
+    static void applyDeviceValues(QVector<ColorStrap>& straps, const QJsonObject& configs);
     // Width of the one-pixel-high picture a strap is rendered into for n LEDs.
     static int imageWidth(const ColorStrap& strap, uint32_t n);
 

@@ -52,9 +52,23 @@ void MusicMode1::readConfiguration()
                                                      QStringLiteral("effects/dynamicMusic/") +
                                                          controlOptions.model + QStringLiteral(".json"))
                                    .toObject();
+    fragments = readFragments(config, controlOptions.nbLeds);
+    strength =
+        OptionBounds::number(store->effectJsonValue(effectId, controllerId, QStringLiteral("strength")),
+                             kMinStrength, kMaxStrength, 2.0);
+    if (fragments.isEmpty()) {
+        qWarning().noquote() << "没有为" + controllerId + "读取到任何配置。";
+        fragments = defaultFragments(controlOptions.nbLeds);
+        qInfo().noquote() << "为" + controllerId + "生成了默认配置";
+    }
+}
+
+QHash<QString, Fragment> MusicMode1::readFragments(const QJsonObject& config, uint32_t nbLeds)
+{
+    QHash<QString, Fragment> result;
     const QJsonObject stored = config.value(QStringLiteral("fragments")).toObject();
     // A fragment's LEDs must lie on this strip, which is never longer than a frame can carry.
-    const double lastEnd = std::min(controlOptions.nbLeds, LedLayout::maxLeds);
+    const double lastEnd = std::min(nbLeds, LedLayout::maxLeds);
     constexpr int anyInt = std::numeric_limits<int>::max();
     for (auto it = stored.constBegin(); it != stored.constEnd(); ++it) {
         const QString name = it.key();
@@ -95,16 +109,9 @@ void MusicMode1::readConfiguration()
                                         "不合规，minFrequency与maxFreqnency至少相隔10Hz";
             continue;
         }
-        fragments.insert(name, fragment);
+        result.insert(name, fragment);
     }
-    strength =
-        OptionBounds::number(store->effectJsonValue(effectId, controllerId, QStringLiteral("strength")),
-                             kMinStrength, kMaxStrength, 2.0);
-    if (fragments.isEmpty()) {
-        qWarning().noquote() << "没有为" + controllerId + "读取到任何配置。";
-        fragments = defaultFragments(controlOptions.nbLeds);
-        qInfo().noquote() << "为" + controllerId + "生成了默认配置";
-    }
+    return result;
 }
 
 QHash<QString, Fragment> MusicMode1::defaultFragments(uint32_t nbLeds)

@@ -5,6 +5,7 @@
 #include "effects/music/Fragment.h"
 
 #include <QHash>
+#include <QJsonObject>
 
 // A level meter over the strip: each fragment lights a bar whose length follows the loudness of
 // its band, green at the foot to red at the head.
@@ -38,6 +39,10 @@ public:
     // Instant attack, a fall along the mean of the last 10 levels.
     static double fallSmooth(QList<double>& recentLevels, double level);
     static OV_RGB heatColor(int count, int index);
+    // The fragments of a stored or default configuration ("fragments" by name) that lie on a
+    // strip of nbLeds LEDs, their values held to what the panel can set; the others are skipped
+    // with a log line. A pure function of its arguments, bar the log lines.
+    static QHash<QString, Fragment> readFragments(const QJsonObject& config, uint32_t nbLeds);
     // The fragments used when neither store nor file gives any, for nbLeds LEDs.
     static QHash<QString, Fragment> defaultFragments(uint32_t nbLeds);
 

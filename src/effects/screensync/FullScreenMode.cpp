@@ -17,13 +17,13 @@ FullScreenMode::FullScreenMode(const EffectWorkerOptions& options, QObject* pare
 
 FullScreenMode::~FullScreenMode() = default;
 
-void FullScreenMode::makeDefaultMap()
+void FullScreenMode::makeDefaultMap(uint32_t nbLeds, QVector<QPoint>& map, int& width, int& height)
 {
-    ledMap.resize(int(controlOptions.nbLeds));
-    screenWidth = 120;
-    screenHeight = 67;
-    for (int i = 0; i < ledMap.size(); ++i) {
-        ledMap[i] = QPoint(i % 120, i / 120);
+    map.resize(int(nbLeds));
+    width = 120;
+    height = 67;
+    for (int i = 0; i < map.size(); ++i) {
+        map[i] = QPoint(i % 120, i / 120);
     }
 }
 
@@ -45,10 +45,11 @@ QJsonObject FullScreenMode::readDefaultFile() const
     return document.object();
 }
 
-void FullScreenMode::applyMap(const QJsonObject& object)
+void FullScreenMode::applyMap(const QJsonObject& object, const QString& controllerId, QVector<QPoint>& map,
+                              int& width, int& height)
 {
     // The sizes the editor's boxes can set: a hand-edited file may hold anything.
-    const auto size = [this, &object](const char* key, int current, int low, int high) {
+    const auto size = [&object, &controllerId](const char* key, int current, int low, int high) {
         const QJsonValue value = object.value(QLatin1String(key));
         const double wanted = value.toDouble(current);
         if (wanted >= low && wanted <= high) {
@@ -58,41 +59,42 @@ void FullScreenMode::applyMap(const QJsonObject& object)
         qWarning().noquote()
             << QStringLiteral(
                    "[FullScreenMode]: The LED map's \"%1\" of %2 is %3, outside %4 to %5: using %6")
-                   .arg(QLatin1String(key), controlOptions.id, QString::number(wanted))
+                   .arg(QLatin1String(key), controllerId, QString::number(wanted))
                    .arg(low)
                    .arg(high)
                    .arg(used);
         return used;
     };
-    screenWidth = size("screenWidth", screenWidth, minScreenWidth, maxScreenWidth);
-    screenHeight = size("screenHeight", screenHeight, minScreenHeight, maxScreenHeight);
+    width = size("screenWidth", width, minScreenWidth, maxScreenWidth);
+    height = size("screenHeight", height, minScreenHeight, maxScreenHeight);
     const QJsonArray entries = object.value(QStringLiteral("ledMap")).toArray();
     for (const QJsonValue& value : entries) {
         const QJsonObject entry = value.toObject();
-        const int index = entry.value(QStringLiteral("id")).toInt(-1) - 1;
-        if (index < 0 || index >= ledMap.size()) {
+        // Ids count from 1; compared before the step down, so that the lowest int cannot wrap.
+        const int id = entry.value(QStringLiteral("id")).toInt(0);
+        if (id < 1 || id > map.size()) {
             continue;
         }
-        QPoint& point = ledMap[index];
+        QPoint& point = map[id - 1];
         const int x = entry.value(QStringLiteral("x")).toInt(point.x());
         const int y = entry.value(QStringLiteral("y")).toInt(point.y());
         // Each axis is judged alone.
-        if (x >= 0 && x < screenWidth) {
+        if (x >= 0 && x < width) {
             point.setX(x);
         }
-        if (y >= 0 && y < screenHeight) {
+        if (y >= 0 && y < height) {
             point.setY(y);
         }
     }
     // The default grid may reach beyond a smaller screen: every LED on it, as the editor shows.
-    clampPoints();
+    clampPoints(map, width, height);
 }
 
-void FullScreenMode::clampPoints()
+void FullScreenMode::clampPoints(QVector<QPoint>& map, int width, int height)
 {
-    for (QPoint& point : ledMap) {
-        point.setX(std::max(std::min(point.x(), screenWidth - 1), 0));
-        point.setY(std::max(std::min(point.y(), screenHeight - 1), 0));
+    for (QPoint& point : map) {
+        point.setX(std::max(std::min(point.x(), width - 1), 0));
+        point.setY(std::max(std::min(point.y(), height - 1), 0));
     }
 }
 
@@ -128,7 +130,7 @@ int32_t FullScreenMode::load(const ControlOptions& ctlOptions)
     AbsScreenSync::load(ctlOptions);
     QMutexLocker sizeLocker(&sizeMutex);
     QMutexLocker mapLocker(&ledMapMutex);
-    makeDefaultMap();
+    makeDefaultMap(controlOptions.nbLeds, ledMap, screenWidth, screenHeight);
     const QJsonValue stored = ConfigurationManager::instance()->effectJsonValue(options.id, controlOptions.id,
                                                                                 QStringLiteral("map"));
     QJsonObject object;
@@ -139,7 +141,7 @@ int32_t FullScreenMode::load(const ControlOptions& ctlOptions)
     } else {
         object = readDefaultFile();
     }
-    applyMap(object);
+    applyMap(object, controlOptions.id, ledMap, screenWidth, screenHeight);
     return 0;
 }
 
@@ -148,8 +150,8 @@ void FullScreenMode::resetLEDMap()
     {
         QMutexLocker sizeLocker(&sizeMutex);
         QMutexLocker mapLocker(&ledMapMutex);
-        makeDefaultMap();
-        applyMap(readDefaultFile());
+        makeDefaultMap(controlOptions.nbLeds, ledMap, screenWidth, screenHeight);
+        applyMap(readDefaultFile(), controlOptions.id, ledMap, screenWidth, screenHeight);
     }
     storeMap();
 }
@@ -178,7 +180,7 @@ void FullScreenMode::setScreenSize(QSize size)
         QMutexLocker mapLocker(&ledMapMutex);
         screenWidth = size.width();
         screenHeight = size.height();
-        clampPoints();
+        clampPoints(ledMap, screenWidth, screenHeight);
     }
     storeMap();
 }

@@ -33,6 +33,16 @@ public:
     static constexpr int minScreenHeight = 5;
     static constexpr int maxScreenHeight = 200;
 
+    // The plain grid: nbLeds LEDs row by row on a 120 x 67 screen.
+    static void makeDefaultMap(uint32_t nbLeds, QVector<QPoint>& map, int& width, int& height);
+    // Takes a map object, stored or from the model's file, over `map`: the sizes held to the
+    // editor's bounds, each LED's axis taken where it lies on the screen, and then every LED
+    // moved onto the screen. A pure function of its arguments, bar the log lines naming
+    // controllerId.
+    static void applyMap(const QJsonObject& object, const QString& controllerId, QVector<QPoint>& map,
+                         int& width, int& height);
+    static void clampPoints(QVector<QPoint>& map, int width, int height);
+
 signals:
     void frameSnapshot(QImage frame);
     void deviceDirChanged(int dir);
@@ -49,11 +59,7 @@ protected:
     int screenHeight = -1;
 
 private:
-    // Callers hold both locks.
-    void makeDefaultMap();
     QJsonObject readDefaultFile() const;
-    void applyMap(const QJsonObject& object);
-    void clampPoints();
     // Takes both locks.
     QJsonObject mapObject();
     void storeMap();

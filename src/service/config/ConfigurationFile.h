@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <QStringList>
 
 // Reads and replaces one file of the store with plain system calls. A read never opens what is
 // not a regular file (a FIFO would block, a device might never end) and never takes more than its
@@ -32,4 +33,7 @@ public:
     // False with `error` set to what failed and the system's reason. The text names no temporary
     // file, so that one cause reads the same at every try.
     static bool write(const QString& path, const QByteArray& bytes, QString* error);
+    // Removes the temporaries of write() that a process killed in the middle left in folder and
+    // its subfolders, and only those; the paths removed. Only while nothing else writes there.
+    static QStringList removeTemporaries(const QString& folder);
 };

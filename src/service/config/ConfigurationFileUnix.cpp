@@ -1,12 +1,18 @@
 #include "service/config/ConfigurationFile.h"
 
+#ifdef ORVANTA_SOAK
+#include "service/config/SoakFault.h"
+#endif
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QRegularExpression>
 
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <limits>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -52,10 +58,38 @@ bool writeAll(int fd, const QByteArray& bytes)
     return true;
 }
 
+#ifdef ORVANTA_SOAK
+// The fault a soak proves it sees: the file itself emptied and written a line at a time, each line
+// synced and a little apart, as a slow writer without its rename would, so that a kill leaves part
+// of it.
+bool writeInPlace(const QByteArray& name, const QByteArray& bytes, mode_t mode, QString* error)
+{
+    const int fd = ::open(name.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
+    if (fd < 0) {
+        *error = QStringLiteral("cannot write: ") + systemError();
+        return false;
+    }
+    bool ok = true;
+    for (const QByteArray& line : bytes.split('\n')) {
+        ok = ok && writeAll(fd, line + '\n') && ::fdatasync(fd) == 0 && ::usleep(2000) == 0;
+    }
+    ok = ::close(fd) == 0 && ok;
+    if (!ok) {
+        *error = QStringLiteral("cannot write: ") + systemError();
+    }
+    return ok;
+}
+#endif
+
 } // namespace
 
 ConfigurationFile::ReadResult ConfigurationFile::read(const QString& path, qint64 maxBytes)
 {
+#ifdef ORVANTA_SOAK
+    if (SoakFault::on(SoakFault::Kind::StoreAnySize)) {
+        maxBytes = std::numeric_limits<int>::max();
+    }
+#endif
     const QByteArray name = QFile::encodeName(path);
     struct stat info;
     if (::stat(name.constData(), &info) != 0) {
@@ -138,6 +172,11 @@ bool ConfigurationFile::write(const QString& path, const QByteArray& bytes, QStr
         }
         mode = info.st_mode & 07777;
     }
+#ifdef ORVANTA_SOAK
+    if (SoakFault::on(SoakFault::Kind::StoreInPlace)) {
+        return writeInPlace(targetName, bytes, mode, error);
+    }
+#endif
     QByteArray temporary =
         QFile::encodeName(folder + QStringLiteral("/.") + QFileInfo(target).fileName()) + ".XXXXXX";
     const int fd = ::mkostemp(temporary.data(), O_CLOEXEC);
@@ -161,4 +200,29 @@ bool ConfigurationFile::write(const QString& path, const QByteArray& bytes, QStr
         return false;
     }
     return true;
+}
+
+QStringList ConfigurationFile::removeTemporaries(const QString& folder)
+{
+    // The names write() gives: "." + the file's name + "." + mkostemp's six characters.
+    static const QRegularExpression temporaryName(QStringLiteral("^\\..+\\.json\\.[A-Za-z0-9]{6}$"));
+    QStringList folders{folder};
+    const QDir root(folder);
+    for (const QString& sub :
+         root.entryList(QDir::Dirs | QDir::NoDotAndDotDot | QDir::NoSymLinks | QDir::Hidden)) {
+        folders.append(root.filePath(sub));
+    }
+    QStringList removed;
+    for (const QString& path : qAsConst(folders)) {
+        const QDir dir(path);
+        for (const QString& name : dir.entryList(QDir::Files | QDir::Hidden | QDir::System)) {
+            const QByteArray file = QFile::encodeName(dir.filePath(name));
+            struct stat info;
+            if (temporaryName.match(name).hasMatch() && ::lstat(file.constData(), &info) == 0 &&
+                S_ISREG(info.st_mode) && ::unlink(file.constData()) == 0) {
+                removed.append(dir.filePath(name));
+            }
+        }
+    }
+    return removed;
 }

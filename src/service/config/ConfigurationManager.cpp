@@ -233,6 +233,14 @@ void ConfigurationManager::flush()
     }
 }
 
+void ConfigurationManager::removeLeftovers()
+{
+    const QStringList removed = ConfigurationFile::removeTemporaries(storeDir());
+    for (const QString& path : removed) {
+        qInfo().noquote() << kTag << "Removed" << path << ", a save cut short by the end of an earlier run";
+    }
+}
+
 QString ConfigurationManager::logsPath()
 {
     QDir().mkpath(logsDir);

@@ -37,6 +37,9 @@ public:
     void reset();
     void EnableCleanStartup();
     void save();
+    // Removes what writes cut short by a kill left in the store; for the one instance running,
+    // before its first write.
+    void removeLeftovers();
     // Writes what the save calls have asked for and waits until it is on disk.
     void flush();
 
