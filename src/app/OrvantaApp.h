@@ -2,14 +2,18 @@
 
 #include "devices/DeviceManager.h"
 #include "effects/EffectsManager.h"
+#include "online/ADManager.h"
+#include "service/net/NetRCManager.h"
 #include "ui/MainWindow.h"
 
 #include <QAbstractNativeEventFilter>
 #include <QObject>
 #include <QString>
 #include <functional>
+#include <memory>
 
 class ControlPage;
+class HelpDialogViewModel;
 class HomePage;
 class QFileSystemWatcher;
 
@@ -31,6 +35,7 @@ public:
     MainWindow& window() { return mainWindow; }
     DeviceManager& devices() { return deviceManager; }
     EffectsManager& effects() { return effectsManager; }
+    NetRCManager& net() { return netManager; }
 
 public slots:
     // A second start asked to be shown: a hidden window comes back; a minimised one is left alone.
@@ -39,6 +44,10 @@ public slots:
 private slots:
     void onNewController(QString ctlName);
     void onControllerFailed(QString ctlName);
+    void onHasNewVersion();
+    void onRequestUpdateAppVersion();
+    void runInstallProcess(QString installerPath);
+    void onRequestShowHelpDlg();
     void onAllStrapOnOff(bool on);
     void setControlPageData(QString ctlId);
     void onCtlPageWorkGroupChanged(QString groupId);
@@ -53,6 +62,8 @@ private:
     void refreshHomePage();
     bool configureStrips(const QString& ctlId, AbsRGBControllerPtr controller);
     void watchStyleSheet();
+    void createHelpViewModel();
+    void sendFeedback(const QString& userMsg, const QString& userContactInfo);
     void reloadStyleSheet(const QString& path);
     void showHomePage();
     bool controlPageShows(const QString& ctlId) const;
@@ -61,6 +72,10 @@ private:
     MainWindow mainWindow;
     DeviceManager deviceManager;
     EffectsManager effectsManager;
+    NetRCManager netManager;
+    ADManager adManager;
     bool allOn = true;
+    // Released before the members: a dialog's handlers reach them through it.
+    std::shared_ptr<HelpDialogViewModel> helpViewModel;
     QFileSystemWatcher* styleWatcher = nullptr;
 };
