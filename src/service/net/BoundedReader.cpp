@@ -16,6 +16,7 @@ BoundedReader::BoundedReader(QNetworkReply* reply, qint64 cap, int timeoutMs, De
     , cap(cap)
     , timeoutMs(timeoutMs)
     , deadline(deadline)
+    , location(reply->url())
 {
     result.url = reply->url();
     reply->setReadBufferSize(kReadBufferBytes);
@@ -102,14 +103,15 @@ void BoundedReader::onReadyRead()
 
 void BoundedReader::onRedirected(const QUrl& target)
 {
-    const QUrl from = reply->url();
-    const QUrl to = from.resolved(target);
+    // Not reply->url(): Qt has already moved that to the target.
+    const QUrl to = location.resolved(target);
     QString why;
-    if (!ServiceHttp::redirectAllowed(from, to, &why)) {
+    if (!ServiceHttp::redirectAllowed(location, to, &why)) {
         fail(QNetworkReply::InsecureRedirectError,
              QStringLiteral("redirect to %1 refused: %2").arg(ServiceHttp::forLog(to), why));
         return;
     }
+    location = to;
     emit reply->redirectAllowed();
 }
 
@@ -143,8 +145,9 @@ void BoundedReader::report()
 {
     done = true;
     timer.stop();
+    // The last place allowed: after a refused redirect the reply already names the refused one.
+    result.url = location;
     if (reply) {
-        result.url = reply->url();
         if (result.status == 0) {
             result.status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
         }

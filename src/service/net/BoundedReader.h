@@ -50,6 +50,7 @@ private:
     qint64 cap;
     int timeoutMs;
     Deadline deadline;
+    QUrl location; // where the exchange is now, redirects allowed so far included
     QTimer timer;
     bool streaming = false;
     bool done = false;
