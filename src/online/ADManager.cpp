@@ -199,7 +199,10 @@ QString ADManager::pictureProblem(const QByteArray& bytes)
                    : QStringLiteral("a %1 picture, not PNG or JPEG").arg(QString::fromLatin1(format));
     }
     const QSize size = reader.size();
-    if (!size.isValid() || size.width() > kMaxPictureSide || size.height() > kMaxPictureSide) {
+    if (!size.isValid()) {
+        return QStringLiteral("undecodable: no size in its header");
+    }
+    if (size.width() > kMaxPictureSide || size.height() > kMaxPictureSide) {
         return QStringLiteral("declared as %1 x %2, over %3 x %3")
             .arg(size.width())
             .arg(size.height())

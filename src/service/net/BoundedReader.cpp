@@ -9,22 +9,13 @@ namespace {
 constexpr qint64 kReadBufferBytes = 256 * 1024;
 } // namespace
 
-BoundedReader::BoundedReader(QNetworkReply* reply, qint64 cap, int timeoutMs, Deadline deadline,
-                             QObject* parent)
+BoundedReader::BoundedReader(const QUrl& url, qint64 cap, int timeoutMs, Deadline deadline, QObject* parent)
     : QObject(parent)
-    , reply(reply)
     , cap(cap)
     , timeoutMs(timeoutMs)
     , deadline(deadline)
-    , location(reply->url())
+    , location(url)
 {
-    result.url = reply->url();
-    reply->setReadBufferSize(kReadBufferBytes);
-    connect(reply, &QNetworkReply::metaDataChanged, this, &BoundedReader::onMetaData);
-    connect(reply, &QNetworkReply::readyRead, this, &BoundedReader::onReadyRead);
-    connect(reply, &QNetworkReply::redirected, this, &BoundedReader::onRedirected);
-    connect(reply, &QNetworkReply::sslErrors, this, &BoundedReader::onSslErrors);
-    connect(reply, &QNetworkReply::finished, this, &BoundedReader::onFinished);
     timer.setSingleShot(true);
     connect(&timer, &QTimer::timeout, this, [this] {
         fail(QNetworkReply::TimeoutError,
@@ -33,6 +24,17 @@ BoundedReader::BoundedReader(QNetworkReply* reply, qint64 cap, int timeoutMs, De
                  : QStringLiteral("time-out: no data for %1 s").arg(this->timeoutMs / 1000.0));
     });
     timer.start(timeoutMs);
+}
+
+void BoundedReader::attach(QNetworkReply* reply)
+{
+    this->reply = reply;
+    reply->setReadBufferSize(kReadBufferBytes);
+    connect(reply, &QNetworkReply::metaDataChanged, this, &BoundedReader::onMetaData);
+    connect(reply, &QNetworkReply::readyRead, this, &BoundedReader::onReadyRead);
+    connect(reply, &QNetworkReply::redirected, this, &BoundedReader::onRedirected);
+    connect(reply, &QNetworkReply::sslErrors, this, &BoundedReader::onSslErrors);
+    connect(reply, &QNetworkReply::finished, this, &BoundedReader::onFinished);
 }
 
 BoundedReader::~BoundedReader()

@@ -22,11 +22,13 @@ public:
         Idle,  // never longer than the time without data
     };
 
-    // Takes the reply, which goes with deleteLater once reported.
-    BoundedReader(QNetworkReply* reply, qint64 cap, int timeoutMs, Deadline deadline, QObject* parent);
+    // For a request to `url`; the time runs from here, the reply may come later.
+    BoundedReader(const QUrl& url, qint64 cap, int timeoutMs, Deadline deadline, QObject* parent);
     // An exchange still running is aborted without a report.
     ~BoundedReader() override;
 
+    // Takes the reply, which goes with deleteLater once reported.
+    void attach(QNetworkReply* reply);
     // The body goes out through received() as it arrives instead of being kept.
     void setStreaming(bool on) { streaming = on; }
     // Ends the exchange with this failure, reported through finished() before this returns.

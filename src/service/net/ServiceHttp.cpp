@@ -10,6 +10,9 @@
 #include <QFileInfo>
 #include <QHostAddress>
 #include <QSslCertificate>
+#include <QtConcurrent>
+
+#include <utility>
 
 namespace {
 
@@ -43,6 +46,14 @@ QList<QSslCertificate> extraAuthorities(const QString& path)
                              << "holds no PEM certificate; only the system's CAs are used";
     }
     return read;
+}
+
+// Started by the first user that names an extra CA, and read by all.
+QFuture<QList<QSslCertificate>> systemAuthorities()
+{
+    static const QFuture<QList<QSslCertificate>> future =
+        QtConcurrent::run([] { return QSslConfiguration::systemCaCertificates(); });
+    return future;
 }
 
 } // namespace
@@ -108,6 +119,10 @@ ServiceHttp::ServiceHttp(QObject* parent)
                        QStringLiteral(ORVANTA_SERVICE_URL_DEFAULT)))
 {
     network.setProxyFactory(new ServiceProxyFactory);
+    connect(&authorities, &QFutureWatcherBase::finished, this, &ServiceHttp::sendWaiting);
+    if (online() && !authoritiesReady()) {
+        authorities.setFuture(systemAuthorities());
+    }
 }
 
 ServiceHttp::~ServiceHttp()
@@ -136,7 +151,7 @@ BoundedReader* ServiceHttp::get(const QUrl& url, Kind kind, qint64 cap)
                                     (online() ? why : QStringLiteral("online services are off"));
         return nullptr;
     }
-    return track(network.get(request(url)), kind, cap);
+    return begin(url, kind, cap, [this, url] { return network.get(request(url)); });
 }
 
 BoundedReader* ServiceHttp::post(const QUrl& url, const QByteArray& body, const QByteArray& contentType,
@@ -149,25 +164,56 @@ BoundedReader* ServiceHttp::post(const QUrl& url, const QByteArray& body, const 
                                     (online() ? why : QStringLiteral("online services are off"));
         return nullptr;
     }
-    QNetworkRequest r = request(url);
-    r.setHeader(QNetworkRequest::ContentTypeHeader, contentType);
-    return track(network.post(r, body), kind, 0);
+    return begin(url, kind, 0, [this, url, body, contentType] {
+        QNetworkRequest r = request(url);
+        r.setHeader(QNetworkRequest::ContentTypeHeader, contentType);
+        return network.post(r, body);
+    });
 }
 
-BoundedReader* ServiceHttp::track(QNetworkReply* reply, Kind kind, qint64 cap)
+BoundedReader* ServiceHttp::begin(const QUrl& url, Kind kind, qint64 cap,
+                                  std::function<QNetworkReply*()> send)
 {
+    BoundedReader* reader = nullptr;
     switch (kind) {
     case Kind::Json:
-        return new BoundedReader(reply, cap > 0 ? cap : kJsonCap, currentTimeouts.jsonMs,
-                                 BoundedReader::Deadline::Total, this);
+        reader = new BoundedReader(url, cap > 0 ? cap : kJsonCap, currentTimeouts.jsonMs,
+                                   BoundedReader::Deadline::Total, this);
+        break;
     case Kind::Picture:
-        return new BoundedReader(reply, cap > 0 ? cap : kPictureCap, currentTimeouts.pictureMs,
-                                 BoundedReader::Deadline::Total, this);
+        reader = new BoundedReader(url, cap > 0 ? cap : kPictureCap, currentTimeouts.pictureMs,
+                                   BoundedReader::Deadline::Total, this);
+        break;
     case Kind::Package:
+        reader = new BoundedReader(url, cap > 0 ? cap : kPackageCap, currentTimeouts.packageIdleMs,
+                                   BoundedReader::Deadline::Idle, this);
         break;
     }
-    return new BoundedReader(reply, cap > 0 ? cap : kPackageCap, currentTimeouts.packageIdleMs,
-                             BoundedReader::Deadline::Idle, this);
+    if (authoritiesReady()) {
+        reader->attach(send());
+    } else {
+        waiting.append(Waiting{reader, std::move(send)});
+        if (authorities.future() != systemAuthorities()) {
+            authorities.setFuture(systemAuthorities());
+        }
+    }
+    return reader;
+}
+
+void ServiceHttp::sendWaiting()
+{
+    const QList<Waiting> ready = std::exchange(waiting, {});
+    for (const Waiting& w : ready) {
+        // One that timed out while it waited has reported already.
+        if (w.reader && !w.reader->isDone()) {
+            w.reader->attach(w.send());
+        }
+    }
+}
+
+bool ServiceHttp::authoritiesReady()
+{
+    return qEnvironmentVariableIsEmpty("ORVANTA_SERVICE_CA") || systemAuthorities().isFinished();
 }
 
 QNetworkRequest ServiceHttp::request(const QUrl& url) const
@@ -195,8 +241,7 @@ QSslConfiguration ServiceHttp::sslConfiguration()
         const QList<QSslCertificate> extra = extraAuthorities(caFile);
         if (!extra.isEmpty()) {
             // Naming any CA ends the system's loading on demand: they are named as well.
-            static const QList<QSslCertificate> system = QSslConfiguration::systemCaCertificates();
-            configuration.setCaCertificates(system + extra);
+            configuration.setCaCertificates(systemAuthorities().result() + extra);
         }
     }
     return configuration;

@@ -1,13 +1,19 @@
 #pragma once
 
 #include <QByteArray>
+#include <QFutureWatcher>
 #include <QJsonValue>
+#include <QList>
 #include <QNetworkAccessManager>
 #include <QNetworkRequest>
 #include <QObject>
+#include <QPointer>
+#include <QSslCertificate>
 #include <QSslConfiguration>
 #include <QString>
 #include <QUrl>
+
+#include <functional>
 
 class BoundedReader;
 
@@ -79,11 +85,24 @@ public:
     static QString forLog(const QUrl& url);
 
 private:
+    struct Waiting
+    {
+        QPointer<BoundedReader> reader;
+        std::function<QNetworkReply*()> send;
+    };
+
     QNetworkRequest request(const QUrl& url) const;
-    BoundedReader* track(QNetworkReply* reply, Kind kind, qint64 cap);
+    // The reader at once; the request as soon as the CAs are known.
+    BoundedReader* begin(const QUrl& url, Kind kind, qint64 cap, std::function<QNetworkReply*()> send);
+    void sendWaiting();
     // TLS 1.2 or later, the system's CAs plus those of ORVANTA_SERVICE_CA.
     static QSslConfiguration sslConfiguration();
+    // With an extra CA the system's must be named too, and reading them takes a fifth of a
+    // second: that happens on a pool thread, and requests wait for it, not the main loop.
+    static bool authoritiesReady();
 
     Base base_;
     QNetworkAccessManager network;
+    QFutureWatcher<QList<QSslCertificate>> authorities;
+    QList<Waiting> waiting;
 };
