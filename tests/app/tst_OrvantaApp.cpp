@@ -1,3 +1,5 @@
+#include "DebianPackage.h"
+#include "LocalHttpsService.h"
 #include "LogCapture.h"
 #include "TestFiles.h"
 #include "VirtualLedDevice.h"
@@ -11,8 +13,11 @@
 #include "ui/ControlPage.h"
 #include "ui/HomePage.h"
 #include "ui/dialogs/ControllerConfigDialog.h"
+#include "ui/dialogs/HelpDialog.h"
 #include "ui/widgets/GradientWidget.h"
 
+#include <QCryptographicHash>
+#include <QTemporaryDir>
 #include <QtTest>
 #include <QtWidgets>
 
@@ -27,6 +32,8 @@ constexpr int kFoundMs = 15000;
 const QString kSingle = QStringLiteral("com.orvanta.singleColor.singleColor1");
 const QString kColourful = QStringLiteral("com.orvanta.colorful");
 const QRegularExpression kChinese(QStringLiteral("[\\x{4e00}-\\x{9fff}]"));
+const QString kRunning = QStringLiteral("0.2.0.230805");
+const QString kNewer = QStringLiteral("0.2.0.230901");
 
 // A virtual strip behind a stable link that the program is told to probe. "OV5512,AAAA" answers
 // with the id "OV5512:41414141": the serial travels as hexadecimal.
@@ -95,6 +102,25 @@ class TestOrvantaApp : public QObject
 private:
     QString linkDir;
     std::unique_ptr<OrvantaApp> app;
+    LocalHttpsService service;
+    QTemporaryDir scratch;
+    QByteArray package; // a real one of kNewer
+
+    // The program's online services at the local service, their routes set for `sha256`.
+    void serve(const QByteArray& sha256)
+    {
+        qputenv("ORVANTA_SERVICE_URL", service.baseUrl().toString().toUtf8());
+        qputenv("ORVANTA_SERVICE_CA", service.caFile().toUtf8());
+        const QJsonObject latest{{"version", kNewer},
+                                 {"url", "orvanta.deb"},
+                                 {"sha256", QString::fromLatin1(sha256.toHex())},
+                                 {"size", package.size()}};
+        const QString folder = "/v1/linux-" + ServiceHttp::architecture();
+        service.setRoute(folder + "/latest.json", ScriptedReply::json(QJsonDocument(latest).toJson()));
+        ScriptedReply deb;
+        deb.body = package;
+        service.setRoute(folder + "/orvanta.deb", deb);
+    }
 
     QString link(const QString& name) const { return linkDir + '/' + name; }
 
@@ -214,10 +240,109 @@ private slots:
         linkDir = QDir::currentPath() + "/links";
         QDir(linkDir).removeRecursively();
         QVERIFY(QDir().mkpath(linkDir));
+        QCoreApplication::setApplicationVersion(kRunning);
+        QVERIFY2(service.start(), qPrintable(service.errorString()));
+        package = makeDebianPackage(scratch.path(), "orvanta", kNewer);
+        QVERIFY(!package.isEmpty());
+        // The one stand-in: a pkexec that records what it was asked to run.
+        QVERIFY(TestFiles::write(scratch.filePath("bin/pkexec"), "#!/bin/sh\nprintf '%s\\n' \"$@\" >> '" +
+                                                                     scratch.filePath("pkexec.log").toUtf8() +
+                                                                     "'\n"));
+        QVERIFY(QFile::setPermissions(scratch.filePath("bin/pkexec"), QFile::ReadOwner | QFile::ExeOwner));
     }
 
     void init() { ConfigurationManager::instance()->reset(); }
-    void cleanup() { stop(); }
+    void cleanup()
+    {
+        stop();
+        qputenv("ORVANTA_SERVICE_URL", "off");
+        service.clearRoutes();
+        service.clearRecords();
+    }
+
+    // A start, the help dialog (showing the running version) and a feedback send reach the service
+    // that "serviceUrl" names; with "off" there, or no base at all, no connection is made, one line
+    // says so, and the feedback gets its error function.
+    void onlineServicesOff_data()
+    {
+        QTest::addColumn<QString>("stored");
+        QTest::addColumn<bool>("reaches");
+        QTest::newRow("\"serviceUrl\" names the service") << "service" << true;
+        QTest::newRow("\"serviceUrl\" off") << "off" << false;
+        QTest::newRow("no base at all") << "" << false;
+    }
+    void onlineServicesOff()
+    {
+        QFETCH(QString, stored);
+        QFETCH(bool, reaches);
+        qunsetenv("ORVANTA_SERVICE_URL");
+        qputenv("ORVANTA_SERVICE_CA", service.caFile().toUtf8());
+        if (!stored.isEmpty()) {
+            ConfigurationManager::instance()->setGlobalValue(
+                "serviceUrl", stored == "service" ? service.baseUrl().toString() : stored);
+        }
+        LogCapture log;
+        QVERIFY(start(0));
+        QString shown;
+        onModal<HelpDialog>(this, [&](HelpDialog* dialog) {
+            shown = child<QLabel>(dialog, "currentVerLabel")->text();
+            child<QPushButton>(dialog, "pushButton_send")->click();
+            dialog->reject();
+        });
+        child<QPushButton>(&app->window(), "pushButton_help")->click();
+        QCOMPARE(shown, kRunning);
+        // The version check, the advertisement and the feedback.
+        QTRY_VERIFY_WITH_TIMEOUT(log.contains("An error occurred while sending the feedback"), kFoundMs);
+        QTest::qWait(300);
+        QCOMPARE(service.requestCount(), reaches ? 3 : 0);
+        QCOMPARE(log.count("[NetRCManager]: Online services", QtInfoMsg), 1);
+        QCOMPARE(log.count("Online services are off", QtInfoMsg), reaches ? 0 : 1);
+    }
+
+    // Two announcements and one yes make one package request; a package that fails its check is
+    // not installed, and without pkexec a sound one isn't either: the program says why and runs on.
+    void updateNotInstalled_data()
+    {
+        QTest::addColumn<bool>("soundPackage");
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QString>("warning");
+        QTest::newRow("hash mismatch") << false << "recorder"
+                                       << "SHA-256 mismatch";
+        QTest::newRow("no pkexec on PATH") << true << "none"
+                                           << "pkexec is not on PATH";
+    }
+    void updateNotInstalled()
+    {
+        QFETCH(bool, soundPackage);
+        QFETCH(QString, path);
+        QFETCH(QString, warning);
+        const QByteArray oldPath = qgetenv("PATH");
+        qputenv("PATH", path == "none" ? scratch.filePath("empty").toUtf8()
+                                       : scratch.filePath("bin").toUtf8() + ":" + oldPath);
+        serve(soundPackage ? QCryptographicHash::hash(package, QCryptographicHash::Sha256)
+                           : QByteArray(32, '\0'));
+        LogCapture log;
+        QVERIFY(start(0));
+        auto* newVersion = child<QPushButton>(&app->window(), "newVersionBtn");
+        QTRY_VERIFY_WITH_TIMEOUT(newVersion->isVisible(), kFoundMs);
+        app->net().checkVersion();
+        QTRY_COMPARE_WITH_TIMEOUT(log.count("A newer version is available"), 2, kFoundMs);
+        onModal<QMessageBox>(this, [](QMessageBox* box) { box->defaultButton()->click(); });
+        newVersion->click();
+        QVERIFY(!newVersion->isVisible());
+        QTRY_VERIFY_WITH_TIMEOUT(log.contains(warning, QtWarningMsg), kFoundMs);
+        // A quit for the installer would come 1 s after it started; this ends the loop after 2 s.
+        QTimer::singleShot(2000, [] { QCoreApplication::exit(7); });
+        QCOMPARE(QCoreApplication::exec(), 7);
+        qputenv("PATH", oldPath);
+        int packageRequests = 0;
+        for (const RecordedRequest& request : service.requests()) {
+            packageRequests += request.path.endsWith("/orvanta.deb") ? 1 : 0;
+        }
+        QCOMPARE(packageRequests, 1);
+        QVERIFY(!log.contains("The installer is started"));
+        QVERIFY(!QFile::exists(scratch.filePath("pkexec.log")));
+    }
 
     // A device whose stored effect is gone arrives on single colour, which is stored in its place;
     // announced again, it is bound anew and keeps running. (A stored effect that exists is what

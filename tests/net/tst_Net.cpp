@@ -1,3 +1,4 @@
+#include "DebianPackage.h"
 #include "LocalHttpsService.h"
 #include "LogCapture.h"
 #include "StallProbe.h"
@@ -42,23 +43,6 @@ QByteArray document(const QString& version, const QString& url, const QByteArray
                                      {"size", size},
                                      {"notes", "n"}})
         .toJson();
-}
-
-// A small real Debian package made with dpkg-deb; its bytes, or empty when that failed.
-QByteArray makePackage(const QString& dir, const QString& package, const QString& version)
-{
-    const QString tree = dir + "/" + package + "_" + version;
-    const QByteArray control = "Package: " + package.toUtf8() + "\nVersion: " + version.toUtf8() +
-                               "\nArchitecture: all\nMaintainer: Tests <tests@orvanta.example>\n"
-                               "Description: a package for the update tests\n";
-    TestFiles::write(tree + "/DEBIAN/control", control);
-    TestFiles::write(tree + "/usr/share/orvanta-tests/payload", QByteArray(20000, 'p'));
-    QFile::setPermissions(tree + "/DEBIAN", QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner |
-                                                QFile::ReadGroup | QFile::ExeGroup | QFile::ReadOther |
-                                                QFile::ExeOther);
-    const int rc =
-        QProcess::execute("dpkg-deb", {"--root-owner-group", "-Znone", "--build", tree, tree + ".deb"});
-    return rc == 0 ? TestFiles::read(tree + ".deb") : QByteArray();
 }
 
 void forgetLatest()
@@ -110,9 +94,9 @@ private slots:
     {
         QCoreApplication::setApplicationVersion(kRunning);
         QVERIFY2(service.start(), qPrintable(service.errorString()));
-        good = makePackage(packages.path(), "orvanta", kNewer);
-        otherName = makePackage(packages.path(), "other", kNewer);
-        otherVersion = makePackage(packages.path(), "orvanta", "0.2.0.230902");
+        good = makeDebianPackage(packages.path(), "orvanta", kNewer);
+        otherName = makeDebianPackage(packages.path(), "other", kNewer);
+        otherVersion = makeDebianPackage(packages.path(), "orvanta", "0.2.0.230902");
         QVERIFY(!good.isEmpty() && !otherName.isEmpty() && !otherVersion.isEmpty());
     }
 

@@ -124,7 +124,11 @@ void PackageDownload::onTransferred(const ServiceReply& reply)
         return fail(QStringLiteral("cannot write %1: %2").arg(part.fileName(), part.errorString()));
     }
     part.close();
-    inspector.setProgram(QStringLiteral("dpkg-deb"));
+    // By its full name, and with the system's own tools (it runs tar): PATH is the user's.
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("PATH"), QStringLiteral("/usr/sbin:/usr/bin:/sbin:/bin"));
+    inspector.setProcessEnvironment(environment);
+    inspector.setProgram(QStringLiteral("/usr/bin/dpkg-deb"));
     inspector.setArguments(
         {QStringLiteral("--field"), part.fileName(), QStringLiteral("Package"), QStringLiteral("Version")});
     inspector.setProcessChannelMode(QProcess::SeparateChannels);
