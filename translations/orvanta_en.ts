@@ -260,14 +260,6 @@
       <translation>Version;Feedback;Contact us</translation>
     </message>
     <message>
-      <source>Web site: %1</source>
-      <translation>Web site: %1</translation>
-    </message>
-    <message>
-      <source>E-mail: %1</source>
-      <translation>E-mail: %1</translation>
-    </message>
-    <message>
       <source>已是最新版本</source>
       <translation>This is the latest version</translation>
     </message>

@@ -43,8 +43,9 @@ HelpDialog::HelpDialog(std::shared_ptr<HelpDialogViewModel> viewModel, QWidget* 
 
     const QString website = QStringLiteral(ORVANTA_WEBSITE_URL);
     const QString email = QStringLiteral(ORVANTA_SUPPORT_EMAIL);
-    ui->label_web->setText(tr("Web site: %1").arg(link(website, website)));
-    ui->label_email->setText(tr("E-mail: %1").arg(link(QStringLiteral("mailto:") + email, email)));
+    // The addresses speak for themselves in every language.
+    ui->label_web->setText(link(website, website));
+    ui->label_email->setText(link(QStringLiteral("mailto:") + email, email));
 
     connect(ui->toolButton, &QToolButton::clicked, this, &QDialog::reject);
     connect(ui->updateBtn, &QPushButton::clicked, this, &HelpDialog::onUpdateBtnClicked);
