@@ -300,7 +300,8 @@ private slots:
     }
 
     // Two announcements and one yes make one package request; a package that fails its check is
-    // not installed, and without pkexec a sound one isn't either: the program says why and runs on.
+    // not installed, and without pkexec a sound one isn't either, nor a missing one: the program says
+    // why and runs on.
     void updateNotInstalled_data()
     {
         QTest::addColumn<bool>("soundPackage");
@@ -331,6 +332,10 @@ private slots:
         newVersion->click();
         QVERIFY(!newVersion->isVisible());
         QTRY_VERIFY_WITH_TIMEOUT(log.contains(warning, QtWarningMsg), kFoundMs);
+        // Nor does a package that has gone before its installer could start.
+        QVERIFY(QMetaObject::invokeMethod(app.get(), "runInstallProcess",
+                                          Q_ARG(QString, scratch.filePath("gone.deb"))));
+        QCOMPARE(log.count("The installer does not exist", QtWarningMsg), 1);
         // A quit for the installer would come 1 s after it started; this ends the loop after 2 s.
         QTimer::singleShot(2000, [] { QCoreApplication::exit(7); });
         QCOMPARE(QCoreApplication::exec(), 7);
@@ -342,6 +347,95 @@ private slots:
         QCOMPARE(packageRequests, 1);
         QVERIFY(!log.contains("The installer is started"));
         QVERIFY(!QFile::exists(scratch.filePath("pkexec.log")));
+    }
+
+    // The program itself pointed at the service, on this X server: once it has asked, its window,
+    // found by the handle it publishes, shows the red button on the bar and the served picture's two
+    // flat colours filling the left panel.
+    void updateEndToEnd()
+    {
+        serve(QCryptographicHash::hash(package, QCryptographicHash::Sha256));
+        const QColor top(20, 160, 40);
+        const QColor bottom(30, 60, 220);
+        QImage ad(298, 798, QImage::Format_RGB32);
+        ad.fill(top);
+        QPainter(&ad).fillRect(0, 399, 298, 399, bottom);
+        QBuffer png;
+        png.open(QIODevice::WriteOnly);
+        QVERIFY(ad.save(&png, "PNG"));
+        ScriptedReply picture;
+        picture.body = png.data();
+        service.setRoute("/app/images/ad1.png", picture);
+        service.setRoute("/app/get_advertisement_info.php",
+                         ScriptedReply::json(R"({"enable": 1, "vertion": 5, "ad1_image_url": "images/ad1.png",
+                                                 "ad1_local_file_name": "image/ad_images/ad1.png",
+                                                 "ad1_image_href": ""})"));
+
+        QTemporaryDir home; // the program's own folders and instance lock
+        QProcess program;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        for (const char* name : {"XDG_RUNTIME_DIR", "XDG_CONFIG_HOME", "XDG_CACHE_HOME", "XDG_DATA_HOME"}) {
+            env.insert(name, home.filePath(name));
+            QVERIFY(QDir().mkpath(home.filePath(name)));
+        }
+        QFile::setPermissions(home.filePath("XDG_RUNTIME_DIR"),
+                              QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        env.remove("ORVANTA_EXTRA_PORTS");
+        env.insert("PATH", scratch.filePath("bin") + ":" + env.value("PATH"));
+        program.setProcessEnvironment(env);
+        program.setProcessChannelMode(QProcess::MergedChannels);
+        program.start(QStringLiteral(ORVANTA_BINARY_PATH), QStringList());
+        QVERIFY(program.waitForStarted());
+
+        const QString global = home.filePath("XDG_CONFIG_HOME") + "/orvanta/global.json";
+        QElapsedTimer clock;
+        clock.start();
+        QImage shot;
+        int red = 0;
+        int topShown = 0;
+        int bottomShown = 0;
+        const int half = 298 * 399;
+        const bool shown = QTest::qWaitFor(
+            [&] {
+                const WId window =
+                    TestFiles::readJson(global).value("mainWindowHandler").toString().toULongLong();
+                if (window == 0 || program.state() != QProcess::Running) {
+                    return program.state() != QProcess::Running;
+                }
+                shot = QGuiApplication::primaryScreen()->grabWindow(window).toImage().convertToFormat(
+                    QImage::Format_RGB32);
+                red = topShown = bottomShown = 0;
+                for (int y = 0; y < shot.height(); ++y) {
+                    const QRgb* line = reinterpret_cast<const QRgb*>(shot.constScanLine(y));
+                    for (int x = 0; x < shot.width(); ++x) {
+                        // The button's red, as the style sheet shades it, on the bar.
+                        red += y < 60 && qRed(line[x]) >= 150 && qGreen(line[x]) < 90 && qBlue(line[x]) < 90
+                                   ? 1
+                                   : 0;
+                        topShown += line[x] == top.rgb() ? 1 : 0;
+                        bottomShown += line[x] == bottom.rgb() ? 1 : 0;
+                    }
+                }
+                return red > 0 && topShown > half * 9 / 10 && bottomShown > half * 9 / 10;
+            },
+            4 * kFoundMs);
+        qInfo("the button and the advertisement %s %lld ms after the start",
+              shown ? "showed" : "had not shown", clock.elapsed());
+        QVERIFY(QDir().mkpath("screenshots"));
+        QVERIFY(shot.isNull() || shot.save("screenshots/update_offered_1x.png"));
+        const QByteArray out = program.readAll();
+        QCOMPARE(program.state(), QProcess::Running);
+        QVERIFY2(red >= 100, qPrintable(QString("%1 red pixels").arg(red)));
+        QVERIFY2(topShown > half * 9 / 10 && bottomShown > half * 9 / 10,
+                 qPrintable(QString("%1 and %2 pixels of the advertisement").arg(topShown).arg(bottomShown)));
+        QVERIFY(out.contains("[NetRCManager]: A newer version is available: " + kNewer.toUtf8()));
+
+        QCOMPARE(::kill(pid_t(program.processId()), SIGTERM), 0);
+        QVERIFY(program.waitForFinished(30000));
+        QVERIFY2(program.exitStatus() == QProcess::NormalExit && program.exitCode() == 0,
+                 QByteArray(out + program.readAll()).right(2000).constData());
+        QCOMPARE(TestFiles::readJson(global).value("latestVerion").toObject().value("version").toString(),
+                 kNewer);
     }
 
     // A device whose stored effect is gone arrives on single colour, which is stored in its place;
