@@ -276,7 +276,7 @@ private slots:
         QTest::addColumn<bool>("newer");
         QTest::addColumn<QString>("cause"); // empty: no warning
         QTest::newRow("newer") << "newer" << true << "";
-        QTest::newRow("newer behind a redirect") << "moved" << true << "";
+        QTest::newRow("newer behind three redirects") << "moved" << true << "";
         QTest::newRow("same") << "same" << false << "";
         QTest::newRow("older") << "older" << false << "";
         QTest::newRow("closed port") << "closed" << false << "connection refused";
@@ -287,6 +287,7 @@ private slots:
         QTest::newRow("one byte a second") << "slow" << false << "time-out";
         QTest::newRow("untrusted certificate") << "untrusted" << false << "TLS error";
         QTest::newRow("redirect to http") << "redirect" << false << "from https to http";
+        QTest::newRow("redirect to itself") << "loop" << false << "too many redirects";
     }
     void versionCheck()
     {
@@ -313,9 +314,13 @@ private slots:
         } else if (setup == "redirect") {
             reply =
                 ScriptedReply::redirect(302, "http://127.0.0.1:" + QByteArray::number(service.port()) + "/x");
+        } else if (setup == "loop") {
+            reply = ScriptedReply::redirect(302, kLatest.toUtf8());
         } else if (setup == "moved") {
-            service.setRoute("/moved.json", reply);
-            reply = ScriptedReply::redirect(301, "/moved.json");
+            service.setRoute("/moved3.json", reply);
+            service.setRoute("/moved2.json", ScriptedReply::redirect(307, "moved3.json"));
+            service.setRoute("/moved1.json", ScriptedReply::redirect(302, "/moved2.json"));
+            reply = ScriptedReply::redirect(301, "/moved1.json");
         } else if (setup == "untrusted") {
             service.setSecurity(LocalHttpsService::Security::Untrusted);
         }

@@ -26,13 +26,15 @@ BoundedReader::BoundedReader(const QUrl& url, qint64 cap, int timeoutMs, Deadlin
     timer.start(timeoutMs);
 }
 
-void BoundedReader::attach(QNetworkReply* reply)
+void BoundedReader::attach(QNetworkReply* reply, Resend resend)
 {
     this->reply = reply;
+    if (resend) {
+        this->resend = std::move(resend);
+    }
     reply->setReadBufferSize(kReadBufferBytes);
     connect(reply, &QNetworkReply::metaDataChanged, this, &BoundedReader::onMetaData);
     connect(reply, &QNetworkReply::readyRead, this, &BoundedReader::onReadyRead);
-    connect(reply, &QNetworkReply::redirected, this, &BoundedReader::onRedirected);
     connect(reply, &QNetworkReply::sslErrors, this, &BoundedReader::onSslErrors);
     connect(reply, &QNetworkReply::finished, this, &BoundedReader::onFinished);
 }
@@ -66,6 +68,13 @@ void BoundedReader::fail(QNetworkReply::NetworkError error, const QString& cause
 void BoundedReader::onMetaData()
 {
     result.status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    const QByteArray target = reply->rawHeader("Location");
+    if ((result.status == 301 || result.status == 302 || result.status == 303 || result.status == 307 ||
+         result.status == 308) &&
+        !target.isEmpty()) {
+        followRedirect(QUrl::fromEncoded(target));
+        return;
+    }
     if (deadline == Deadline::Idle) {
         timer.start(timeoutMs);
     }
@@ -103,18 +112,35 @@ void BoundedReader::onReadyRead()
     }
 }
 
-void BoundedReader::onRedirected(const QUrl& target)
+void BoundedReader::followRedirect(const QUrl& target)
 {
-    // Not reply->url(): Qt has already moved that to the target.
     const QUrl to = location.resolved(target);
     QString why;
+    if (!resend) {
+        fail(QNetworkReply::ProtocolUnknownError,
+             QStringLiteral("redirect to %1 not followed").arg(ServiceHttp::forLog(to)));
+        return;
+    }
+    if (++redirects > ServiceHttp::kMaxRedirects) {
+        fail(QNetworkReply::TooManyRedirectsError,
+             QStringLiteral("too many redirects: more than %1").arg(ServiceHttp::kMaxRedirects));
+        return;
+    }
     if (!ServiceHttp::redirectAllowed(location, to, &why)) {
         fail(QNetworkReply::InsecureRedirectError,
              QStringLiteral("redirect to %1 refused: %2").arg(ServiceHttp::forLog(to), why));
         return;
     }
+    // The answer so far was only the redirect: nothing of it counts.
+    const bool asGet = result.status == 301 || result.status == 302 || result.status == 303;
+    disconnect(reply, nullptr, this, nullptr);
+    reply->abort();
+    reply->deleteLater();
     location = to;
-    emit reply->redirectAllowed();
+    result.status = 0;
+    result.bytes = 0;
+    result.body.clear();
+    attach(resend(to, asGet));
 }
 
 void BoundedReader::onSslErrors(const QList<QSslError>& errors)
@@ -185,8 +211,6 @@ QString BoundedReader::causeInWords() const
         return QStringLiteral("time-out while connecting");
     case QNetworkReply::SslHandshakeFailedError:
         return QStringLiteral("TLS error: ") + (tlsProblem.isEmpty() ? reply->errorString() : tlsProblem);
-    case QNetworkReply::TooManyRedirectsError:
-        return QStringLiteral("too many redirects");
     case QNetworkReply::OperationCanceledError:
         return QStringLiteral("cancelled");
     default:

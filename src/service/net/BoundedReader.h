@@ -9,9 +9,12 @@
 #include <QSslError>
 #include <QTimer>
 
+#include <functional>
+
 // Reads one answer of the online services within its cap and its time, and reports it once:
 // what a Content-Length over the cap announces ends at the headers, a body without one ends one
-// byte past the cap; redirects are followed only where the URL rule allows. Main thread.
+// byte past the cap; redirects are followed here, at most three and only where the URL rule allows.
+// Main thread.
 class BoundedReader : public QObject
 {
     Q_OBJECT
@@ -27,8 +30,12 @@ public:
     // An exchange still running is aborted without a report.
     ~BoundedReader() override;
 
-    // Takes the reply, which goes with deleteLater once reported.
-    void attach(QNetworkReply* reply);
+    // Sends the request again to a redirect's target; `asGet` after a 301, 302 or 303.
+    using Resend = std::function<QNetworkReply*(const QUrl& url, bool asGet)>;
+
+    // Takes the reply, which goes with deleteLater once reported; `resend` follows redirects,
+    // which end the exchange without it.
+    void attach(QNetworkReply* reply, Resend resend = {});
     // The body goes out through received() as it arrives instead of being kept.
     void setStreaming(bool on) { streaming = on; }
     // Ends the exchange with this failure, reported through finished() before this returns.
@@ -42,7 +49,8 @@ signals:
 private:
     void onMetaData();
     void onReadyRead();
-    void onRedirected(const QUrl& target);
+    // Qt's own following of a user-verified redirect sends the second one twice: done here.
+    void followRedirect(const QUrl& target);
     void onSslErrors(const QList<QSslError>& errors);
     void onFinished();
     void report();
@@ -53,6 +61,8 @@ private:
     int timeoutMs;
     Deadline deadline;
     QUrl location; // where the exchange is now, redirects allowed so far included
+    Resend resend;
+    int redirects = 0;
     QTimer timer;
     bool streaming = false;
     bool done = false;

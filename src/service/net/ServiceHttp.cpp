@@ -17,7 +17,6 @@
 namespace {
 
 constexpr char kTag[] = "[ServiceHttp]:";
-constexpr int kMaxRedirects = 3;
 // A CA file larger than this is no CA file.
 constexpr qint64 kMaxCaFileBytes = 1024 * 1024;
 
@@ -151,7 +150,7 @@ BoundedReader* ServiceHttp::get(const QUrl& url, Kind kind, qint64 cap)
                                     (online() ? why : QStringLiteral("online services are off"));
         return nullptr;
     }
-    return begin(url, kind, cap, [this, url] { return network.get(request(url)); });
+    return begin(url, kind, cap, [this](const QUrl& to, bool) { return network.get(request(to)); });
 }
 
 BoundedReader* ServiceHttp::post(const QUrl& url, const QByteArray& body, const QByteArray& contentType,
@@ -164,15 +163,18 @@ BoundedReader* ServiceHttp::post(const QUrl& url, const QByteArray& body, const 
                                     (online() ? why : QStringLiteral("online services are off"));
         return nullptr;
     }
-    return begin(url, kind, 0, [this, url, body, contentType] {
-        QNetworkRequest r = request(url);
+    return begin(url, kind, 0, [this, body, contentType](const QUrl& to, bool asGet) {
+        if (asGet) {
+            return network.get(request(to));
+        }
+        QNetworkRequest r = request(to);
         r.setHeader(QNetworkRequest::ContentTypeHeader, contentType);
         return network.post(r, body);
     });
 }
 
 BoundedReader* ServiceHttp::begin(const QUrl& url, Kind kind, qint64 cap,
-                                  std::function<QNetworkReply*()> send)
+                                  std::function<QNetworkReply*(const QUrl& url, bool asGet)> send)
 {
     BoundedReader* reader = nullptr;
     switch (kind) {
@@ -190,9 +192,9 @@ BoundedReader* ServiceHttp::begin(const QUrl& url, Kind kind, qint64 cap,
         break;
     }
     if (authoritiesReady()) {
-        reader->attach(send());
+        reader->attach(send(url, false), send);
     } else {
-        waiting.append(Waiting{reader, std::move(send)});
+        waiting.append(Waiting{reader, url, std::move(send)});
         if (authorities.future() != systemAuthorities()) {
             authorities.setFuture(systemAuthorities());
         }
@@ -206,7 +208,7 @@ void ServiceHttp::sendWaiting()
     for (const Waiting& w : ready) {
         // One that timed out while it waited has reported already.
         if (w.reader && !w.reader->isDone()) {
-            w.reader->attach(w.send());
+            w.reader->attach(w.send(w.url, false), w.send);
         }
     }
 }
@@ -222,8 +224,8 @@ QNetworkRequest ServiceHttp::request(const QUrl& url) const
     r.setHeader(QNetworkRequest::UserAgentHeader, userAgent());
     // Bytes as the server holds them: the caps and the package's hash count what was sent.
     r.setRawHeader("Accept-Encoding", "identity");
-    r.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::UserVerifiedRedirectPolicy);
-    r.setMaximumRedirectsAllowed(kMaxRedirects);
+    // Redirects are BoundedReader's to follow, by the URL rule.
+    r.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
     // No cookie goes out or is kept: nothing tells one run or user from another.
     r.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
     r.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);

@@ -34,6 +34,7 @@ public:
     static constexpr qint64 kJsonCap = 64 * 1024;
     static constexpr qint64 kPictureCap = 4 * 1024 * 1024;
     static constexpr qint64 kPackageCap = 512 * 1024 * 1024;
+    static constexpr int kMaxRedirects = 3;
 
     struct Timeouts
     {
@@ -88,12 +89,14 @@ private:
     struct Waiting
     {
         QPointer<BoundedReader> reader;
-        std::function<QNetworkReply*()> send;
+        QUrl url;
+        std::function<QNetworkReply*(const QUrl& url, bool asGet)> send;
     };
 
     QNetworkRequest request(const QUrl& url) const;
     // The reader at once; the request as soon as the CAs are known.
-    BoundedReader* begin(const QUrl& url, Kind kind, qint64 cap, std::function<QNetworkReply*()> send);
+    BoundedReader* begin(const QUrl& url, Kind kind, qint64 cap,
+                         std::function<QNetworkReply*(const QUrl& url, bool asGet)> send);
     void sendWaiting();
     // TLS 1.2 or later, the system's CAs plus those of ORVANTA_SERVICE_CA.
     static QSslConfiguration sslConfiguration();
