@@ -1,12 +1,17 @@
 #pragma once
 
+#include "app/HotkeyAction.h"
 #include "devices/DeviceManager.h"
+#include "devices/SleepWatcher.h"
 #include "effects/EffectsManager.h"
+#include "hotkeys/HotKeyManager.h"
 #include "online/ADManager.h"
 #include "service/net/NetRCManager.h"
 #include "ui/MainWindow.h"
 
 #include <QAbstractNativeEventFilter>
+#include <QKeySequence>
+#include <QMap>
 #include <QObject>
 #include <QString>
 #include <functional>
@@ -35,6 +40,7 @@ public:
     MainWindow& window() { return mainWindow; }
     DeviceManager& devices() { return deviceManager; }
     EffectsManager& effects() { return effectsManager; }
+    HotKeyManager& hotKeys() { return hotKeyManager; }
     NetRCManager& net() { return netManager; }
 
 public slots:
@@ -52,6 +58,7 @@ private slots:
     void setControlPageData(QString ctlId);
     void onCtlPageWorkGroupChanged(QString groupId);
     void onCtlPageWorkerChanged(QString workerId);
+    void onHotkeyActived(QString id);
     void onAppAboutToQuit();
 
 private:
@@ -68,12 +75,22 @@ private:
     void showHomePage();
     bool controlPageShows(const QString& ctlId) const;
     AbsRGBControllerPtr pageController();
+    void registerHotkeyActions();
+    void addHotkeyAction(const QString& id, const QString& description, const QString& defaultKeys,
+                         const std::function<void()>& action);
+    bool changeHotkeyBinding(const QString& id, const QKeySequence& keys);
+    // Saved at once, so that a rebinding survives a crash.
+    void saveHotkeyBinding(const QString& id, const QKeySequence& keys);
+    void openSettings();
 
     MainWindow mainWindow;
     DeviceManager deviceManager;
     EffectsManager effectsManager;
     NetRCManager netManager;
+    HotKeyManager hotKeyManager;
     ADManager adManager;
+    QMap<QString, HotkeyAction> hotkeyActions;
+    SleepWatcher sleepWatcher{&deviceManager};
     bool allOn = true;
     // Released before the members: a dialog's handlers reach them through it.
     std::shared_ptr<HelpDialogViewModel> helpViewModel;
