@@ -4,8 +4,10 @@
 #include "Strip.h"
 #include "TestFiles.h"
 #include "TestWidgets.h"
+#include "X11Peer.h"
 #include "app/OrvantaApp.h"
 #include "app/ShutdownSignals.h"
+#include "app/SingleInstance.h"
 #include "effects/panels/AbsWorkerWidget.h"
 #include "effects/panels/EffectPanelMaker.h"
 #include "effects/screensync/panels/FrameItem.h"
@@ -22,9 +24,11 @@
 #include <QtTest>
 #include <QtWidgets>
 
+#include <X11/keysym.h>
 #include <functional>
 #include <memory>
 #include <signal.h>
+#include <unistd.h>
 
 using Rgb = VirtualLedDevice::Rgb;
 using TestWidgets::child;
@@ -335,31 +339,35 @@ private slots:
         QElapsedTimer clock;
         clock.start();
         QImage shot;
+        WId window = 0;
         int red = 0;
+        QPoint redCentre;
         int topShown = 0;
         int bottomShown = 0;
         const int half = 298 * 399;
         const bool shown = QTest::qWaitFor(
             [&] {
-                const WId window =
-                    TestFiles::readJson(global).value("mainWindowHandler").toString().toULongLong();
+                window = TestFiles::readJson(global).value("mainWindowHandler").toString().toULongLong();
                 if (window == 0 || program.state() != QProcess::Running) {
                     return program.state() != QProcess::Running;
                 }
                 shot = QGuiApplication::primaryScreen()->grabWindow(window).toImage().convertToFormat(
                     QImage::Format_RGB32);
                 red = topShown = bottomShown = 0;
+                QPoint redSum;
                 for (int y = 0; y < shot.height(); ++y) {
                     const QRgb* line = reinterpret_cast<const QRgb*>(shot.constScanLine(y));
                     for (int x = 0; x < shot.width(); ++x) {
                         // The button's red, as the style sheet shades it, on the bar.
-                        red += y < 60 && qRed(line[x]) >= 150 && qGreen(line[x]) < 90 && qBlue(line[x]) < 90
-                                   ? 1
-                                   : 0;
+                        if (y < 60 && qRed(line[x]) >= 150 && qGreen(line[x]) < 90 && qBlue(line[x]) < 90) {
+                            ++red;
+                            redSum += QPoint(x, y);
+                        }
                         topShown += line[x] == top.rgb() ? 1 : 0;
                         bottomShown += line[x] == bottom.rgb() ? 1 : 0;
                     }
                 }
+                redCentre = red > 0 ? redSum / red : QPoint();
                 return red > 0 && topShown > half * 9 / 10 && bottomShown > half * 9 / 10;
             },
             4 * kFoundMs);
@@ -367,19 +375,63 @@ private slots:
               shown ? "showed" : "had not shown", clock.elapsed());
         QVERIFY(QDir().mkpath("screenshots"));
         QVERIFY(shot.isNull() || shot.save("screenshots/update_offered_1x.png"));
-        const QByteArray out = program.readAll();
+        QByteArray out = program.readAll();
         QCOMPARE(program.state(), QProcess::Running);
         QVERIFY2(red >= 100, qPrintable(QString("%1 red pixels").arg(red)));
         QVERIFY2(topShown > half * 9 / 10 && bottomShown > half * 9 / 10,
                  qPrintable(QString("%1 and %2 pixels of the advertisement").arg(topShown).arg(bottomShown)));
         QVERIFY(out.contains("[NetRCManager]: A newer version is available: " + kNewer.toUtf8()));
 
-        QCOMPARE(::kill(pid_t(program.processId()), SIGTERM), 0);
-        QVERIFY(program.waitForFinished(30000));
+        // The user clicks the button and answers the box with Return, as a person would.
+        X11Peer peer;
+        QVERIFY2(peer.open(qEnvironmentVariable("DISPLAY")), qPrintable(peer.errorString()));
+        std::unique_ptr<QWindow> foreign(QWindow::fromWinId(window));
+        peer.click(foreign->mapToGlobal(redCentre));
+        const QString packagePath = "/v1/linux-" + ServiceHttp::architecture() + "/orvanta.deb";
+        const auto packageRequests = [&] {
+            int n = 0;
+            for (const RecordedRequest& request : service.requests()) {
+                n += request.path == packagePath.toUtf8() ? 1 : 0;
+            }
+            return n;
+        };
+        // Return again until the box has taken it: elsewhere in the window it does nothing.
+        QVERIFY(QTest::qWaitFor(
+            [&] {
+                peer.tap({XK_Return});
+                return QTest::qWaitFor([&] { return packageRequests() > 0; }, 300);
+            },
+            4 * kFoundMs));
+        QTRY_VERIFY_WITH_TIMEOUT((out += program.readAll()).contains("The installer is started"),
+                                 4 * kFoundMs);
+        clock.restart();
+        QVERIFY(program.waitForFinished(10 * 1000 + 30000));
+        qInfo("the program ended %lld ms after it started the installer", clock.elapsed());
         QVERIFY2(program.exitStatus() == QProcess::NormalExit && program.exitCode() == 0,
                  QByteArray(out + program.readAll()).right(2000).constData());
+        QCOMPARE(packageRequests(), 1);
+        const QString installed = home.filePath("XDG_CACHE_HOME") + "/orvanta/updates/orvanta_" + kNewer +
+                                  "_" + ServiceHttp::architecture() + ".deb";
+        QTRY_COMPARE_WITH_TIMEOUT(TestFiles::read(scratch.filePath("pkexec.log")),
+                                  "/usr/bin/apt-get\ninstall\n-y\n" + installed.toUtf8() + "\n",
+                                  4 * kFoundMs);
+        QVERIFY(QFile::remove(scratch.filePath("pkexec.log")));
         QCOMPARE(TestFiles::readJson(global).value("latestVerion").toObject().value("version").toString(),
                  kNewer);
+        // The installer starts the program again, which takes the instance lock. It was started
+        // detached, and a parent that does not reap may keep it a zombie: that counts as gone.
+        const auto alive = [](qint64 pid) {
+            const QByteArray stat = TestFiles::read(QString("/proc/%1/stat").arg(pid));
+            const int end = stat.lastIndexOf(')');
+            return end > 0 && stat.size() > end + 2 && stat.at(end + 2) != 'Z';
+        };
+        QLockFile lock(SingleInstance::lockFilePathFor(home.filePath("XDG_RUNTIME_DIR"), ::getuid()));
+        qint64 again = 0;
+        QTRY_VERIFY_WITH_TIMEOUT(lock.getLockInfo(&again, nullptr, nullptr) && again != program.processId() &&
+                                     alive(again),
+                                 4 * kFoundMs);
+        QCOMPARE(::kill(pid_t(again), SIGTERM), 0);
+        QTRY_VERIFY_WITH_TIMEOUT(!alive(again), 4 * kFoundMs);
     }
 
     // A device whose stored effect is gone arrives on single colour, which is stored in its place;
