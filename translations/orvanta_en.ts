@@ -222,6 +222,49 @@
     </message>
   </context>
   <context>
+    <name>HelpDialog</name>
+    <message>
+      <source>帮助</source>
+      <translation>Help</translation>
+    </message>
+    <message>
+      <source>当前版本号：</source>
+      <translation>Current version:</translation>
+    </message>
+    <message>
+      <source>最新版本号：</source>
+      <translation>Latest version:</translation>
+    </message>
+    <message>
+      <source>点击更新</source>
+      <translation>Update</translation>
+    </message>
+    <message>
+      <source>请写下您的建议或遇到的问题</source>
+      <translation>Write down your suggestion or the problem you met</translation>
+    </message>
+    <message>
+      <source>您的联系方式</source>
+      <translation>How to reach you</translation>
+    </message>
+    <message>
+      <source>附带日志，以便我们了解程序的故障原因。</source>
+      <translation>Attach the logs, so that we can find the cause of a fault.</translation>
+    </message>
+    <message>
+      <source>发送反馈</source>
+      <translation>Send feedback</translation>
+    </message>
+    <message>
+      <source>版本信息;问题反馈;联系我们</source>
+      <translation>Version;Feedback;Contact us</translation>
+    </message>
+    <message>
+      <source>已是最新版本</source>
+      <translation>This is the latest version</translation>
+    </message>
+  </context>
+  <context>
     <name>HomePage</name>
     <message>
       <source>灯光设备</source>

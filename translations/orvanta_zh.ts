@@ -222,6 +222,49 @@
     </message>
   </context>
   <context>
+    <name>HelpDialog</name>
+    <message>
+      <source>帮助</source>
+      <translation>帮助</translation>
+    </message>
+    <message>
+      <source>当前版本号：</source>
+      <translation>当前版本号：</translation>
+    </message>
+    <message>
+      <source>最新版本号：</source>
+      <translation>最新版本号：</translation>
+    </message>
+    <message>
+      <source>点击更新</source>
+      <translation>点击更新</translation>
+    </message>
+    <message>
+      <source>请写下您的建议或遇到的问题</source>
+      <translation>请写下您的建议或遇到的问题</translation>
+    </message>
+    <message>
+      <source>您的联系方式</source>
+      <translation>您的联系方式</translation>
+    </message>
+    <message>
+      <source>附带日志，以便我们了解程序的故障原因。</source>
+      <translation>附带日志，以便我们了解程序的故障原因。</translation>
+    </message>
+    <message>
+      <source>发送反馈</source>
+      <translation>发送反馈</translation>
+    </message>
+    <message>
+      <source>版本信息;问题反馈;联系我们</source>
+      <translation>版本信息;问题反馈;联系我们</translation>
+    </message>
+    <message>
+      <source>已是最新版本</source>
+      <translation>已是最新版本</translation>
+    </message>
+  </context>
+  <context>
     <name>HomePage</name>
     <message>
       <source>灯光设备</source>

@@ -1,16 +1,20 @@
 #include "app/OrvantaApp.h"
 
+#include "app/UpdateInstaller.h"
 #include "devices/LedLayout.h"
 #include "effects/panels/AbsWorkerWidget.h"
 #include "hotkeys/HotkeyBinding.h"
 #include "hotkeys/editor/HotKeyEditWidget.h"
+#include "online/HelpDialogViewModel.h"
 #include "service/config/ConfigurationManager.h"
+#include "service/net/FeedbackManager.h"
 #include "ui/ControlPage.h"
 #include "ui/DeviceModel.h"
 #include "ui/HomePage.h"
 #include "ui/WorkGroupModel.h"
 #include "ui/WorkerModel.h"
 #include "ui/dialogs/ControllerConfigDialog.h"
+#include "ui/dialogs/HelpDialog.h"
 #include "ui/dialogs/SettingsDialog.h"
 
 #include <QApplication>
@@ -23,6 +27,7 @@
 #include <QPixmap>
 #include <QStackedWidget>
 #include <QTextStream>
+#include <QTimer>
 #include <algorithm>
 
 namespace {
@@ -31,6 +36,8 @@ constexpr char kTag[] = "[OrvantaApp]:";
 const QString kSingleColorEffect = QStringLiteral("com.orvanta.singleColor.singleColor1");
 const QString kScreenSyncGroup = QStringLiteral("com.orvanta.screenSync");
 const QString kStyleSheetPath = QStringLiteral("styles/default.qss");
+// The installer replaces the program's files once it has gone.
+constexpr int kQuitForInstallerMs = 1000;
 const QString kHotkeyBinding = QStringLiteral("hotkeyBinding");
 
 // One colour per line while the strip dialog is open, so the user sees which line is which.
@@ -57,6 +64,9 @@ OrvantaApp::OrvantaApp(QObject* parent)
 
     watchStyleSheet();
 
+    connect(&netManager, &NetRCManager::hasNewAppVersion, this, &OrvantaApp::onHasNewVersion);
+    netManager.checkVersion();
+
     connect(&deviceManager, &DeviceManager::newController, this, &OrvantaApp::onNewController);
     connect(&deviceManager, &DeviceManager::controllerFailed, this, &OrvantaApp::onControllerFailed);
     // Devices found while the registries were built were announced before these connections.
@@ -65,11 +75,19 @@ OrvantaApp::OrvantaApp(QObject* parent)
         onNewController(id);
     }
 
+    connect(&netManager, &NetRCManager::newInstallationFileDownloaded, this, &OrvantaApp::runInstallProcess,
+            Qt::UniqueConnection);
+
     wireUserInterface();
+
+    createHelpViewModel();
 
     registerHotkeyActions();
     connect(&hotKeyManager, &HotKeyManager::hotkeyActived, this, &OrvantaApp::onHotkeyActived,
             Qt::UniqueConnection);
+
+    connect(&adManager, &ADManager::sendUpadteDone, mainWindow.homePage(), &HomePage::setADBox1);
+    adManager.start();
 
     connect(qApp, &QCoreApplication::aboutToQuit, this, &OrvantaApp::onAppAboutToQuit);
     qApp->installNativeEventFilter(this);
@@ -78,6 +96,7 @@ OrvantaApp::OrvantaApp(QObject* parent)
 OrvantaApp::~OrvantaApp()
 {
     qApp->removeNativeEventFilter(this);
+    helpViewModel.reset();
     // The actions' bodies go before the managers they call; the hotkeys go with their manager,
     // before the effects manager.
     hotkeyActions.clear();
@@ -171,6 +190,68 @@ void OrvantaApp::onAllStrapOnOff(bool on)
     qInfo().noquote() << kTag << "Close all/Open all switched:" << on;
 }
 
+void OrvantaApp::onHasNewVersion()
+{
+    connect(&mainWindow, &MainWindow::requestUpdateAppVersion, this, &OrvantaApp::onRequestUpdateAppVersion,
+            Qt::UniqueConnection);
+    mainWindow.showNewVersionButton();
+    const QString latest =
+        ConfigurationManager::instance()->globalValue(QStringLiteral("latestVerion/version")).toString();
+    if (helpViewModel) {
+        helpViewModel->setLatestVersion(latest);
+    }
+}
+
+void OrvantaApp::onRequestUpdateAppVersion()
+{
+    netManager.downloadLatestApp();
+}
+
+void OrvantaApp::runInstallProcess(QString installerPath)
+{
+    if (!QFile::exists(installerPath)) {
+        qWarning().noquote() << kTag << "The installer does not exist" << installerPath;
+        return;
+    }
+    QString problem;
+    if (!UpdateInstaller::startDetached(installerPath, &problem)) {
+        qWarning().noquote() << kTag << problem;
+        return;
+    }
+    qInfo().noquote() << kTag << "The installer is started for" << installerPath
+                      << "- the program quits and comes back when it is done";
+    QTimer::singleShot(kQuitForInstallerMs, qApp, &QCoreApplication::quit);
+}
+
+void OrvantaApp::onRequestShowHelpDlg()
+{
+    HelpDialog dialog(helpViewModel, &mainWindow);
+    dialog.exec();
+}
+
+void OrvantaApp::createHelpViewModel()
+{
+    helpViewModel = std::make_shared<HelpDialogViewModel>();
+    helpViewModel->setFeedbackHandler(
+        [this](QString userMsg, QString userContactInfo) { sendFeedback(userMsg, userContactInfo); });
+    helpViewModel->setUpdateHandler([this] { netManager.downloadLatestApp(); });
+}
+
+void OrvantaApp::sendFeedback(const QString& userMsg, const QString& userContactInfo)
+{
+    // Made per sending and gone when this returns: sendFeedback takes its copies first.
+    FeedbackManager feedback;
+    feedback.setUserMsg(userMsg);
+    feedback.setUserContactInfo(userContactInfo);
+    netManager.sendFeedback(
+        QPointer<FeedbackManager>(&feedback),
+        [] { qInfo().noquote() << "The feedback has sent to the server"; },
+        [](QNetworkReply::NetworkError error) {
+            qWarning().noquote() << "An error occurred while sending the feedback data to the server"
+                                 << error;
+        });
+}
+
 void OrvantaApp::onAppAboutToQuit()
 {
     qInfo().noquote() << kTag << "The application is exiting...";
@@ -181,6 +262,7 @@ void OrvantaApp::wireUserInterface()
     HomePage* home = mainWindow.homePage();
     ControlPage* page = mainWindow.controlPage();
     connect(&mainWindow, &MainWindow::allStrapOnOff, this, &OrvantaApp::onAllStrapOnOff);
+    connect(&mainWindow, &MainWindow::requestShowHelpDlg, this, &OrvantaApp::onRequestShowHelpDlg);
     connect(&mainWindow, &MainWindow::settingsBtnTriggered, this, &OrvantaApp::openSettings);
     connect(home, &HomePage::controllerNameChanged, this, [this](QString id, QString name) {
         if (AbsRGBControllerPtr controller = deviceManager.controller(id)) {

@@ -5,6 +5,8 @@
 #include "devices/SleepWatcher.h"
 #include "effects/EffectsManager.h"
 #include "hotkeys/HotKeyManager.h"
+#include "online/ADManager.h"
+#include "service/net/NetRCManager.h"
 #include "ui/MainWindow.h"
 
 #include <QAbstractNativeEventFilter>
@@ -13,8 +15,10 @@
 #include <QObject>
 #include <QString>
 #include <functional>
+#include <memory>
 
 class ControlPage;
+class HelpDialogViewModel;
 class HomePage;
 class QFileSystemWatcher;
 
@@ -37,6 +41,7 @@ public:
     DeviceManager& devices() { return deviceManager; }
     EffectsManager& effects() { return effectsManager; }
     HotKeyManager& hotKeys() { return hotKeyManager; }
+    NetRCManager& net() { return netManager; }
 
 public slots:
     // A second start asked to be shown: a hidden window comes back; a minimised one is left alone.
@@ -45,6 +50,10 @@ public slots:
 private slots:
     void onNewController(QString ctlName);
     void onControllerFailed(QString ctlName);
+    void onHasNewVersion();
+    void onRequestUpdateAppVersion();
+    void runInstallProcess(QString installerPath);
+    void onRequestShowHelpDlg();
     void onAllStrapOnOff(bool on);
     void setControlPageData(QString ctlId);
     void onCtlPageWorkGroupChanged(QString groupId);
@@ -60,6 +69,8 @@ private:
     void refreshHomePage();
     bool configureStrips(const QString& ctlId, AbsRGBControllerPtr controller);
     void watchStyleSheet();
+    void createHelpViewModel();
+    void sendFeedback(const QString& userMsg, const QString& userContactInfo);
     void reloadStyleSheet(const QString& path);
     void showHomePage();
     bool controlPageShows(const QString& ctlId) const;
@@ -75,9 +86,13 @@ private:
     MainWindow mainWindow;
     DeviceManager deviceManager;
     EffectsManager effectsManager;
+    NetRCManager netManager;
     HotKeyManager hotKeyManager;
+    ADManager adManager;
     QMap<QString, HotkeyAction> hotkeyActions;
     SleepWatcher sleepWatcher{&deviceManager};
     bool allOn = true;
+    // Released before the members: a dialog's handlers reach them through it.
+    std::shared_ptr<HelpDialogViewModel> helpViewModel;
     QFileSystemWatcher* styleWatcher = nullptr;
 };

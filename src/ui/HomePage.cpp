@@ -163,7 +163,11 @@ bool HomePage::eventFilter(QObject* watched, QEvent* event)
         }
     }
     if (watched->objectName() == QLatin1String("ADBox1") && event->type() == QEvent::MouseButtonPress) {
-        if (!QDesktopServices::openUrl(QUrl(adClickUrl))) {
+        // The target comes from the network: only a web page opens, never a file or a program.
+        const QString scheme = QUrl(adClickUrl).scheme().toLower();
+        if (scheme != QLatin1String("http") && scheme != QLatin1String("https")) {
+            qInfo().noquote() << kTag << "Not opened, not an http(s) url:" << adClickUrl;
+        } else if (!QDesktopServices::openUrl(QUrl(adClickUrl))) {
             qInfo().noquote() << kTag << "Failed to open url:" << adClickUrl;
         }
     }

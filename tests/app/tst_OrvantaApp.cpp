@@ -1,9 +1,13 @@
+#include "DebianPackage.h"
+#include "LocalHttpsService.h"
 #include "LogCapture.h"
 #include "Strip.h"
 #include "TestFiles.h"
 #include "TestWidgets.h"
+#include "X11Peer.h"
 #include "app/OrvantaApp.h"
 #include "app/ShutdownSignals.h"
+#include "app/SingleInstance.h"
 #include "effects/panels/AbsWorkerWidget.h"
 #include "effects/panels/EffectPanelMaker.h"
 #include "effects/screensync/panels/FrameItem.h"
@@ -12,14 +16,19 @@
 #include "ui/ControlPage.h"
 #include "ui/HomePage.h"
 #include "ui/dialogs/ControllerConfigDialog.h"
+#include "ui/dialogs/HelpDialog.h"
 #include "ui/widgets/GradientWidget.h"
 
+#include <QCryptographicHash>
+#include <QTemporaryDir>
 #include <QtTest>
 #include <QtWidgets>
 
+#include <X11/keysym.h>
 #include <functional>
 #include <memory>
 #include <signal.h>
+#include <unistd.h>
 
 using Rgb = VirtualLedDevice::Rgb;
 using TestWidgets::child;
@@ -30,6 +39,8 @@ constexpr int kFoundMs = 15000;
 const QString kSingle = QStringLiteral("com.orvanta.singleColor.singleColor1");
 const QString kColourful = QStringLiteral("com.orvanta.colorful");
 const QRegularExpression kChinese(QStringLiteral("[\\x{4e00}-\\x{9fff}]"));
+const QString kRunning = QStringLiteral("0.2.0.230805");
+const QString kNewer = QStringLiteral("0.2.0.230901");
 } // namespace
 
 // The application end to end in one process: real discovery on virtual strips, the real window.
@@ -39,6 +50,25 @@ class TestOrvantaApp : public QObject
 private:
     QString linkDir;
     std::unique_ptr<OrvantaApp> app;
+    LocalHttpsService service;
+    QTemporaryDir scratch;
+    QByteArray package; // a real one of kNewer
+
+    // The program's online services at the local service, their routes set for `sha256`.
+    void serve(const QByteArray& sha256)
+    {
+        qputenv("ORVANTA_SERVICE_URL", service.baseUrl().toString().toUtf8());
+        qputenv("ORVANTA_SERVICE_CA", service.caFile().toUtf8());
+        const QJsonObject latest{{"version", kNewer},
+                                 {"url", "orvanta.deb"},
+                                 {"sha256", QString::fromLatin1(sha256.toHex())},
+                                 {"size", package.size()}};
+        const QString folder = "/v1/linux-" + ServiceHttp::architecture();
+        service.setRoute(folder + "/latest.json", ScriptedReply::json(QJsonDocument(latest).toJson()));
+        ScriptedReply deb;
+        deb.body = package;
+        service.setRoute(folder + "/orvanta.deb", deb);
+    }
 
     QString link(const QString& name) const { return linkDir + '/' + name; }
 
@@ -158,10 +188,251 @@ private slots:
         linkDir = QDir::currentPath() + "/links";
         QDir(linkDir).removeRecursively();
         QVERIFY(QDir().mkpath(linkDir));
+        QCoreApplication::setApplicationVersion(kRunning);
+        QVERIFY2(service.start(), qPrintable(service.errorString()));
+        package = makeDebianPackage(scratch.path(), "orvanta", kNewer);
+        QVERIFY(!package.isEmpty());
+        // The one stand-in: a pkexec that records what it was asked to run.
+        QVERIFY(TestFiles::write(scratch.filePath("bin/pkexec"), "#!/bin/sh\nprintf '%s\\n' \"$@\" >> '" +
+                                                                     scratch.filePath("pkexec.log").toUtf8() +
+                                                                     "'\n"));
+        QVERIFY(QFile::setPermissions(scratch.filePath("bin/pkexec"), QFile::ReadOwner | QFile::ExeOwner));
     }
 
     void init() { ConfigurationManager::instance()->reset(); }
-    void cleanup() { stop(); }
+    void cleanup()
+    {
+        stop();
+        qputenv("ORVANTA_SERVICE_URL", "off");
+        service.clearRoutes();
+        service.clearRecords();
+    }
+
+    // A start, the help dialog (showing the running version) and a feedback send reach the service
+    // that "serviceUrl" names; with "off" there, or no base at all, no connection is made, one line
+    // says so, and the feedback gets its error function.
+    void onlineServicesOff_data()
+    {
+        QTest::addColumn<QString>("stored");
+        QTest::addColumn<bool>("reaches");
+        QTest::newRow("\"serviceUrl\" names the service") << "service" << true;
+        QTest::newRow("\"serviceUrl\" off") << "off" << false;
+        QTest::newRow("no base at all") << "" << false;
+    }
+    void onlineServicesOff()
+    {
+        QFETCH(QString, stored);
+        QFETCH(bool, reaches);
+        qunsetenv("ORVANTA_SERVICE_URL");
+        qputenv("ORVANTA_SERVICE_CA", service.caFile().toUtf8());
+        if (!stored.isEmpty()) {
+            ConfigurationManager::instance()->setGlobalValue(
+                "serviceUrl", stored == "service" ? service.baseUrl().toString() : stored);
+        }
+        LogCapture log;
+        QVERIFY(start(0));
+        QString shown;
+        onModal<HelpDialog>(this, [&](HelpDialog* dialog) {
+            shown = child<QLabel>(dialog, "currentVerLabel")->text();
+            child<QPushButton>(dialog, "pushButton_send")->click();
+            dialog->reject();
+        });
+        child<QPushButton>(&app->window(), "pushButton_help")->click();
+        QCOMPARE(shown, kRunning);
+        // The version check, the advertisement and the feedback.
+        QTRY_VERIFY_WITH_TIMEOUT(log.contains("An error occurred while sending the feedback"), kFoundMs);
+        QTest::qWait(300);
+        QCOMPARE(service.requestCount(), reaches ? 3 : 0);
+        QCOMPARE(log.count("[NetRCManager]: Online services", QtInfoMsg), 1);
+        QCOMPARE(log.count("Online services are off", QtInfoMsg), reaches ? 0 : 1);
+    }
+
+    // Two announcements and one yes make one package request; a package that fails its check is
+    // not installed, and without pkexec a sound one isn't either, nor a missing one: the program says
+    // why and runs on.
+    void updateNotInstalled_data()
+    {
+        QTest::addColumn<bool>("soundPackage");
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QString>("warning");
+        QTest::newRow("hash mismatch") << false << "recorder"
+                                       << "SHA-256 mismatch";
+        QTest::newRow("no pkexec on PATH") << true << "none"
+                                           << "pkexec is not on PATH";
+    }
+    void updateNotInstalled()
+    {
+        QFETCH(bool, soundPackage);
+        QFETCH(QString, path);
+        QFETCH(QString, warning);
+        const QByteArray oldPath = qgetenv("PATH");
+        qputenv("PATH", path == "none" ? scratch.filePath("empty").toUtf8()
+                                       : scratch.filePath("bin").toUtf8() + ":" + oldPath);
+        serve(soundPackage ? QCryptographicHash::hash(package, QCryptographicHash::Sha256)
+                           : QByteArray(32, '\0'));
+        LogCapture log;
+        QVERIFY(start(0));
+        auto* newVersion = child<QPushButton>(&app->window(), "newVersionBtn");
+        QTRY_VERIFY_WITH_TIMEOUT(newVersion->isVisible(), kFoundMs);
+        app->net().checkVersion();
+        QTRY_COMPARE_WITH_TIMEOUT(log.count("A newer version is available"), 2, kFoundMs);
+        onModal<QMessageBox>(this, [](QMessageBox* box) { box->defaultButton()->click(); });
+        newVersion->click();
+        QVERIFY(!newVersion->isVisible());
+        QTRY_VERIFY_WITH_TIMEOUT(log.contains(warning, QtWarningMsg), kFoundMs);
+        // Nor does a package that has gone before its installer could start.
+        QVERIFY(QMetaObject::invokeMethod(app.get(), "runInstallProcess",
+                                          Q_ARG(QString, scratch.filePath("gone.deb"))));
+        QCOMPARE(log.count("The installer does not exist", QtWarningMsg), 1);
+        // A quit for the installer would come 1 s after it started; this ends the loop after 2 s.
+        QTimer::singleShot(2000, [] { QCoreApplication::exit(7); });
+        QCOMPARE(QCoreApplication::exec(), 7);
+        qputenv("PATH", oldPath);
+        int packageRequests = 0;
+        for (const RecordedRequest& request : service.requests()) {
+            packageRequests += request.path.endsWith("/orvanta.deb") ? 1 : 0;
+        }
+        QCOMPARE(packageRequests, 1);
+        QVERIFY(!log.contains("The installer is started"));
+        QVERIFY(!QFile::exists(scratch.filePath("pkexec.log")));
+    }
+
+    // The program itself pointed at the service, on this X server: once it has asked, its window,
+    // found by the handle it publishes, shows the red button on the bar and the served picture's two
+    // flat colours filling the left panel.
+    void updateEndToEnd()
+    {
+        serve(QCryptographicHash::hash(package, QCryptographicHash::Sha256));
+        const QColor top(20, 160, 40);
+        const QColor bottom(30, 60, 220);
+        QImage ad(298, 798, QImage::Format_RGB32);
+        ad.fill(top);
+        QPainter(&ad).fillRect(0, 399, 298, 399, bottom);
+        QBuffer png;
+        png.open(QIODevice::WriteOnly);
+        QVERIFY(ad.save(&png, "PNG"));
+        ScriptedReply picture;
+        picture.body = png.data();
+        service.setRoute("/app/images/ad1.png", picture);
+        service.setRoute("/app/get_advertisement_info.php",
+                         ScriptedReply::json(R"({"enable": 1, "vertion": 5, "ad1_image_url": "images/ad1.png",
+                                                 "ad1_local_file_name": "image/ad_images/ad1.png",
+                                                 "ad1_image_href": ""})"));
+
+        QTemporaryDir home; // the program's own folders and instance lock
+        QProcess program;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        for (const char* name : {"XDG_RUNTIME_DIR", "XDG_CONFIG_HOME", "XDG_CACHE_HOME", "XDG_DATA_HOME"}) {
+            env.insert(name, home.filePath(name));
+            QVERIFY(QDir().mkpath(home.filePath(name)));
+        }
+        QFile::setPermissions(home.filePath("XDG_RUNTIME_DIR"),
+                              QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        env.remove("ORVANTA_EXTRA_PORTS");
+        env.insert("PATH", scratch.filePath("bin") + ":" + env.value("PATH"));
+        program.setProcessEnvironment(env);
+        program.setProcessChannelMode(QProcess::MergedChannels);
+        program.start(QStringLiteral(ORVANTA_BINARY_PATH), QStringList());
+        QVERIFY(program.waitForStarted());
+
+        const QString global = home.filePath("XDG_CONFIG_HOME") + "/orvanta/global.json";
+        QElapsedTimer clock;
+        clock.start();
+        QImage shot;
+        WId window = 0;
+        int red = 0;
+        QPoint redCentre;
+        int topShown = 0;
+        int bottomShown = 0;
+        const int half = 298 * 399;
+        const bool shown = QTest::qWaitFor(
+            [&] {
+                window = TestFiles::readJson(global).value("mainWindowHandler").toString().toULongLong();
+                if (window == 0 || program.state() != QProcess::Running) {
+                    return program.state() != QProcess::Running;
+                }
+                shot = QGuiApplication::primaryScreen()->grabWindow(window).toImage().convertToFormat(
+                    QImage::Format_RGB32);
+                red = topShown = bottomShown = 0;
+                QPoint redSum;
+                for (int y = 0; y < shot.height(); ++y) {
+                    const QRgb* line = reinterpret_cast<const QRgb*>(shot.constScanLine(y));
+                    for (int x = 0; x < shot.width(); ++x) {
+                        // The button's red, as the style sheet shades it, on the bar.
+                        if (y < 60 && qRed(line[x]) >= 150 && qGreen(line[x]) < 90 && qBlue(line[x]) < 90) {
+                            ++red;
+                            redSum += QPoint(x, y);
+                        }
+                        topShown += line[x] == top.rgb() ? 1 : 0;
+                        bottomShown += line[x] == bottom.rgb() ? 1 : 0;
+                    }
+                }
+                redCentre = red > 0 ? redSum / red : QPoint();
+                return red > 0 && topShown > half * 9 / 10 && bottomShown > half * 9 / 10;
+            },
+            4 * kFoundMs);
+        qInfo("the button and the advertisement %s %lld ms after the start",
+              shown ? "showed" : "had not shown", clock.elapsed());
+        QVERIFY(QDir().mkpath("screenshots"));
+        QVERIFY(shot.isNull() || shot.save("screenshots/update_offered_1x.png"));
+        QByteArray out = program.readAll();
+        QCOMPARE(program.state(), QProcess::Running);
+        QVERIFY2(red >= 100, qPrintable(QString("%1 red pixels").arg(red)));
+        QVERIFY2(topShown > half * 9 / 10 && bottomShown > half * 9 / 10,
+                 qPrintable(QString("%1 and %2 pixels of the advertisement").arg(topShown).arg(bottomShown)));
+        QVERIFY(out.contains("[NetRCManager]: A newer version is available: " + kNewer.toUtf8()));
+
+        // The user clicks the button and answers the box with Return, as a person would.
+        X11Peer peer;
+        QVERIFY2(peer.open(qEnvironmentVariable("DISPLAY")), qPrintable(peer.errorString()));
+        std::unique_ptr<QWindow> foreign(QWindow::fromWinId(window));
+        peer.click(foreign->mapToGlobal(redCentre));
+        const QString packagePath = "/v1/linux-" + ServiceHttp::architecture() + "/orvanta.deb";
+        const auto packageRequests = [&] {
+            int n = 0;
+            for (const RecordedRequest& request : service.requests()) {
+                n += request.path == packagePath.toUtf8() ? 1 : 0;
+            }
+            return n;
+        };
+        // Return again until the box has taken it: elsewhere in the window it does nothing.
+        QVERIFY(QTest::qWaitFor(
+            [&] {
+                peer.tap({XK_Return});
+                return QTest::qWaitFor([&] { return packageRequests() > 0; }, 300);
+            },
+            4 * kFoundMs));
+        QTRY_VERIFY_WITH_TIMEOUT((out += program.readAll()).contains("The installer is started"),
+                                 4 * kFoundMs);
+        clock.restart();
+        QVERIFY(program.waitForFinished(10 * 1000 + 30000));
+        qInfo("the program ended %lld ms after it started the installer", clock.elapsed());
+        QVERIFY2(program.exitStatus() == QProcess::NormalExit && program.exitCode() == 0,
+                 QByteArray(out + program.readAll()).right(2000).constData());
+        QCOMPARE(packageRequests(), 1);
+        const QString installed = home.filePath("XDG_CACHE_HOME") + "/orvanta/updates/orvanta_" + kNewer +
+                                  "_" + ServiceHttp::architecture() + ".deb";
+        QTRY_COMPARE_WITH_TIMEOUT(TestFiles::read(scratch.filePath("pkexec.log")),
+                                  "/usr/bin/apt-get\ninstall\n-y\n" + installed.toUtf8() + "\n",
+                                  4 * kFoundMs);
+        QVERIFY(QFile::remove(scratch.filePath("pkexec.log")));
+        QCOMPARE(TestFiles::readJson(global).value("latestVerion").toObject().value("version").toString(),
+                 kNewer);
+        // The installer starts the program again, which takes the instance lock. It was started
+        // detached, and a parent that does not reap may keep it a zombie: that counts as gone.
+        const auto alive = [](qint64 pid) {
+            const QByteArray stat = TestFiles::read(QString("/proc/%1/stat").arg(pid));
+            const int end = stat.lastIndexOf(')');
+            return end > 0 && stat.size() > end + 2 && stat.at(end + 2) != 'Z';
+        };
+        QLockFile lock(SingleInstance::lockFilePathFor(home.filePath("XDG_RUNTIME_DIR"), ::getuid()));
+        qint64 again = 0;
+        QTRY_VERIFY_WITH_TIMEOUT(lock.getLockInfo(&again, nullptr, nullptr) && again != program.processId() &&
+                                     alive(again),
+                                 4 * kFoundMs);
+        QCOMPARE(::kill(pid_t(again), SIGTERM), 0);
+        QTRY_VERIFY_WITH_TIMEOUT(!alive(again), 4 * kFoundMs);
+    }
 
     // A device whose stored effect is gone arrives on single colour, which is stored in its place;
     // announced again, it is bound anew and keeps running. (A stored effect that exists is what
