@@ -23,7 +23,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     if (reply.refusal.isEmpty()) {
         FUZZ_EXPECT(ServiceHttp::urlAllowed(reply.imageUrl), what);
         const QString scheme = QUrl(reply.href).scheme().toLower();
-        FUZZ_EXPECT(reply.href.isEmpty() || scheme == QLatin1String("http") || scheme == QLatin1String("https"),
+        FUZZ_EXPECT(reply.href.isEmpty() || scheme == QLatin1String("http") ||
+                        scheme == QLatin1String("https"),
                     what);
         const QString folder = QStringLiteral("/data/image/ad_images/");
         const QString file = QDir::cleanPath(QStringLiteral("/data/") + reply.localFileName);

@@ -18,8 +18,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const QByteArray bytes(reinterpret_cast<const char*>(data), int(size));
     const QString what = QString::fromUtf8(bytes.left(300));
     QString error;
-    const VersionDocument document =
-        VersionDocument::parse(bytes, QUrl(QStringLiteral("https://s.example/v1/linux-amd64/latest.json")), &error);
+    const VersionDocument document = VersionDocument::parse(
+        bytes, QUrl(QStringLiteral("https://s.example/v1/linux-amd64/latest.json")), &error);
     if (document.isValid()) {
         FUZZ_EXPECT(error.isEmpty(), what);
         FUZZ_EXPECT(versionNumbers(document.version).size() == 4, what);
