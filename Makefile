@@ -3,7 +3,7 @@ JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 RELEASE_DIR := build/release
 DEBUG_DIR := build/debug
 
-.PHONY: all deps test-deps build build-debug run test format clean
+.PHONY: all deps test-deps build build-crash-release build-debug run test format clean
 
 all: build
 
@@ -23,13 +23,17 @@ $(DEBUG_DIR)/CMakeCache.txt: | deps
 build: deps $(RELEASE_DIR)/CMakeCache.txt
 	cmake --build $(RELEASE_DIR) -j $(JOBS)
 
+# The programs the crash tests crash: capture is off in the Debug tree's sanitizer build.
+build-crash-release: deps $(RELEASE_DIR)/CMakeCache.txt
+	cmake --build $(RELEASE_DIR) -j $(JOBS) --target orvanta CrashReporter
+
 build-debug: deps $(DEBUG_DIR)/CMakeCache.txt
 	cmake --build $(DEBUG_DIR) -j $(JOBS)
 
 run: build
 	scripts/run-with-devsim $(RELEASE_DIR)/bin
 
-test: test-deps build-debug
+test: test-deps build-crash-release build-debug
 	cd $(DEBUG_DIR) && ctest --output-on-failure -j 2 --timeout 300
 
 # The root .clang-format over every C++ file; make test fails while one differs (test_format).

@@ -37,6 +37,7 @@ public:
 
 signals:
     void received(const QByteArray& bytes);
+    void uploadProgress(qint64 sent, qint64 total);
     void finished(const ServiceReply& reply);
 
 private:
