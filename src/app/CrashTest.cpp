@@ -29,6 +29,7 @@ constexpr float kStoreTarget = 0.25f;
 // Read through volatile so that no compiler proves the writes away.
 int* volatile nullTarget = nullptr;
 volatile int zero = 0;
+volatile int one = 1; // a numerator the compiler cannot see, so that it divides
 volatile int sink = 0;
 volatile bool deeper = true; // always: the recursion has no end the compiler could see
 
@@ -142,7 +143,7 @@ __attribute__((noinline)) void CrashTest::crashIll()
 
 __attribute__((noinline)) void CrashTest::crashFpe()
 {
-    sink = 1 / zero;
+    sink = one / zero;
 }
 
 __attribute__((noinline)) void CrashTest::crashAbrt()

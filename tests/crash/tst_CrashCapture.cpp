@@ -2,6 +2,7 @@
 #include "TestFiles.h"
 #include "crash/CrashReport.h"
 
+#include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
@@ -18,12 +19,23 @@ const QString kProgram = kReleaseBin + "/orvanta";
 const QString kRecorder = QStringLiteral(ORVANTA_RECORDER_PATH);
 const QString kStartupLine = QStringLiteral("Startup parameters: ");
 
+// Waits for the end while the loop runs: the virtual strip answers from this thread's loop.
+bool waitForEnd(QProcess& process)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (process.state() != QProcess::NotRunning && timer.elapsed() < kWaitMs) {
+        QTest::qWait(10);
+    }
+    return process.state() == QProcess::NotRunning;
+}
+
 // Runs the program until it ends by itself; its output, standard error included.
 QString runToEnd(QProcess& process)
 {
     process.setProcessChannelMode(QProcess::MergedChannels);
     process.start();
-    if (!process.waitForStarted(kWaitMs) || !process.waitForFinished(kWaitMs)) {
+    if (!process.waitForStarted(kWaitMs) || !waitForEnd(process)) {
         process.kill();
         process.waitForFinished(kWaitMs);
         return QString::fromUtf8(process.readAll()) + "\n(did not end by itself)";
@@ -177,7 +189,7 @@ private slots:
         const QString log = box.mainLog();
         const QString e = QRegularExpression::escape(path);
         for (const QString& line :
-             {R"(\]TAG\[Debug\]: Succeed to write minidump, dump path: )" + e + "\n\r\n",
+             {QString(R"(\]TAG\[Debug\]: Succeed to write minidump, dump path: )" + e + R"(\n\r\n)"),
               QString(R"(\]TAG\[Debug\]: Calling crash hook function\n\r\n)"),
               QString(R"(\]TAG\[Warning\]: Appeared An unknown exception occurred\.\r\n)")}) {
             QVERIFY2(QRegularExpression(QString(line).replace("TAG", threadTag)).match(log).hasMatch(),
@@ -224,7 +236,7 @@ private slots:
             QTRY_VERIFY_WITH_TIMEOUT(box.mainLog().contains("set; crashing in 3000 ms"), kWaitMs);
             QVERIFY(QDir(box.dumpsDir()).removeRecursively());
         }
-        QVERIFY(process.waitForFinished(kWaitMs));
+        QVERIFY(waitForEnd(process));
         qInfo() << kind << "ended after" << timer.elapsed() << "ms";
         QVERIFY(process.exitStatus() == QProcess::CrashExit && process.exitCode() == SIGSEGV);
         QCOMPARE(box.dumps().size(), reports);
@@ -263,18 +275,18 @@ private slots:
         box.prepare(process, kProgram, args, QString(), kRecorder);
         process.start();
         if (!args.contains("--enable_crash_test")) {
-            QVERIFY(process.waitForFinished(kWaitMs) && process.exitStatus() == QProcess::NormalExit);
+            QVERIFY(waitForEnd(process) && process.exitStatus() == QProcess::NormalExit);
         } else {
             QTRY_VERIFY_WITH_TIMEOUT(box.mainLog().contains("Listening for a second instance"), kWaitMs);
             if (secondInstance) {
                 QProcess second;
                 box.prepare(second, kProgram, args, QString(), kRecorder);
                 second.start();
-                QVERIFY(second.waitForFinished(kWaitMs) && second.exitStatus() == QProcess::NormalExit);
+                QVERIFY(waitForEnd(second) && second.exitStatus() == QProcess::NormalExit);
                 QCOMPARE(second.exitCode(), 0);
             }
             QCOMPARE(::kill(pid_t(process.processId()), SIGTERM), 0);
-            QVERIFY(process.waitForFinished(kWaitMs) && process.exitStatus() == QProcess::NormalExit);
+            QVERIFY(waitForEnd(process) && process.exitStatus() == QProcess::NormalExit);
         }
         QCOMPARE(process.exitCode(), 0);
         QVERIFY(box.dumps("*").isEmpty());
@@ -323,6 +335,62 @@ private slots:
             }
             QVERIFY2(oneOfThem, qPrintable(QString::number(brightness)));
         }
+    }
+
+    // A report turned back into names: the crash function first, by the reporter's --print and by
+    // scripts/symbolize-crash, which refuses another build's binary.
+    void printAndSymbolize()
+    {
+        CrashSandbox box;
+        QProcess process;
+        box.prepare(process, kProgram, {"--enable_crash_test"}, "segv", QString(""));
+        runToEnd(process);
+        QCOMPARE(box.dumps().size(), 1);
+        const QString report = box.dumpsDir() + "/" + box.dumps().first();
+        const QRegularExpression firstName(R"(\b\w+::\w+\()");
+
+        QProcess print;
+        print.start(kReleaseBin + "/CrashReporter", {"--print", report});
+        QVERIFY(print.waitForFinished(kWaitMs));
+        const QString printed = QString::fromUtf8(print.readAllStandardOutput());
+        QVERIFY2(print.exitCode() == 0 && printed.contains("Modules:\n  0x"), qPrintable(printed));
+        QCOMPARE(firstName.match(printed).captured(0), QString("CrashTest::crashSegv("));
+        QVERIFY(printed.contains(
+            QRegularExpression("Fault PC: .*/orvanta\\+0x[0-9a-f]+ CrashTest::crashSegv\\(\\)")));
+
+        for (const QString& binary : {QString(), QString(ORVANTA_BINARY_PATH)}) {
+            QProcess symbolize;
+            symbolize.start(QStringLiteral(ORVANTA_SOURCE_DIR "/scripts/symbolize-crash"),
+                            binary.isEmpty() ? QStringList{report} : QStringList{report, binary});
+            QVERIFY(symbolize.waitForFinished(kWaitMs));
+            const QString out =
+                QString::fromUtf8(symbolize.readAllStandardOutput() + symbolize.readAllStandardError());
+            if (binary.isEmpty()) {
+                QVERIFY2(symbolize.exitCode() == 0, qPrintable(out));
+                QVERIFY2(QRegularExpression(
+                             R"(Fault PC: 0x[0-9a-f]+ CrashTest::crashSegv\(\) at \S*CrashTest\.cpp:\d+)")
+                             .match(out)
+                             .hasMatch(),
+                         qPrintable(out));
+            } else {
+                QVERIFY2(symbolize.exitCode() != 0 && out.contains("another build") &&
+                             !out.contains("Fault PC"),
+                         qPrintable(out));
+            }
+        }
+    }
+
+    // The reporter needs no library of what may have crashed: no audio, capture, X or serial.
+    void reporterLinks()
+    {
+        QProcess readelf;
+        readelf.start("readelf", {"-d", kReleaseBin + "/CrashReporter"});
+        QVERIFY(readelf.waitForFinished(kWaitMs));
+        const QString needed = QString::fromUtf8(readelf.readAllStandardOutput());
+        QVERIFY2(
+            needed.contains("libQt5Widgets") &&
+                !needed.contains(QRegularExpression("pulse|xcb|X11|opencv|fftw|udev|SerialPort|pipewire")),
+            qPrintable(needed));
     }
 
     // The Debug program leaves faults to the sanitizers: their report, not ours.

@@ -8,12 +8,15 @@
 #include "crash/reporter/CrashReporterProgram.h"
 #include "crash/reporter/CrashReporterWindow.h"
 #include "crash/reporter/CrashSender.h"
+#include "service/config/SignalStack.h"
 
 #include <QCheckBox>
 #include <QLabel>
+#include <QProcess>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTemporaryDir>
+#include <QTranslator>
 #include <QtEndian>
 #include <QtTest>
 
@@ -82,9 +85,12 @@ private:
             const QString path =
                 QString("%1/%2-0000-0000-0000-000000000000.dmp").arg(folder).arg(i, 8, 10, QChar('0'));
             TestFiles::write(path, makeReport(uptimeNs));
-            QFile(path).open(QIODevice::ReadWrite); // times apart, so "newest" is known
-            QFile::setFileTime(path, QDateTime::currentDateTime().addSecs(i - reports),
-                               QFileDevice::FileModificationTime);
+            QFile file(path); // a second apart, so that "newest" is known
+            if (!file.open(QIODevice::ReadWrite) ||
+                !file.setFileTime(QDateTime::currentDateTime().addSecs(i - reports),
+                                  QFileDevice::FileModificationTime)) {
+                qWarning() << "cannot date" << path;
+            }
         }
         if (odd.contains("junk")) {
             TestFiles::write(folder + "/x.dmp", "not a report at all");
@@ -181,7 +187,7 @@ private slots:
         handler->setDumpPath(absolute);
         QCOMPARE(handler->dumpPath(), absolute);
         QCOMPARE(handler->dumpFileList().size(), 3);
-        QVERIFY(!handler->capturing()); // a sanitizer build captures nothing
+        QCOMPARE(handler->capturing(), SignalStack::enabled()); // a sanitizer build captures nothing
         handler->setUploadUrl(QUrl("https://127.0.0.1:1/v1/crash"));
         handler->setUploadUrl(QUrl());
         QCOMPARE(handler->uploadUrl(), QUrl("https://127.0.0.1:1/v1/crash"));
@@ -325,6 +331,65 @@ private slots:
         const QString path = queue.path(queue.undecided().first());
         CrashReporterWindow window(&queue, path, CrashReport::readFile(path), queue.undecided());
         QCOMPARE(window.findChild<QCheckBox*>("restartCheck")->isChecked(), checked);
+    }
+
+    // "Restart" waits for the crashed process to be gone and starts the program beside the
+    // reporter, which takes the lock the crash left.
+    void restartTakesTheLock()
+    {
+        QTemporaryDir runtime(QDir::tempPath() + "/r-XXXXXX");
+        QFile::setPermissions(runtime.path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        qputenv("XDG_RUNTIME_DIR", runtime.path().toUtf8());
+        const QString lock = runtime.filePath("OrvantaSingleApp.lock");
+        const QString program = QCoreApplication::applicationDirPath() + "/orvanta";
+        QFile::remove(program);
+        QVERIFY(QFile::link(QStringLiteral(ORVANTA_BINARY_PATH), program));
+        QProcess crashed;
+        crashed.start(program, QStringList());
+        QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(lock).size() > 0, kWaitMs);
+        ::kill(pid_t(crashed.processId()), SIGKILL); // the lock file stays
+        const quint32 pid = quint32(crashed.processId());
+        QVERIFY(CrashReporterProgram::restart("orvanta", pid));
+        QVERIFY(crashed.state() == QProcess::NotRunning || crashed.waitForFinished(kWaitMs));
+        // The new start holds the lock under its own process id.
+        QByteArray holder;
+        QTRY_VERIFY_WITH_TIMEOUT((holder = TestFiles::read(lock).split('\n').first()).toUInt() != pid &&
+                                     holder.toUInt() != 0,
+                                 kWaitMs);
+        QCOMPARE(::kill(pid_t(holder.toUInt()), SIGTERM), 0);
+        QTRY_VERIFY_WITH_TIMEOUT(!QFileInfo::exists(lock), kWaitMs);
+        QFile::remove(program);
+    }
+
+    // The window in both languages, kept as pictures beside the test for a look by eye.
+    void screenshots_data()
+    {
+        QTest::addColumn<QString>("language");
+        QTest::addColumn<QString>("send");
+        QTest::newRow("Chinese") << "zh_CN"
+                                 << "发送报告";
+        QTest::newRow("English") << "en"
+                                 << "Send report";
+    }
+    void screenshots()
+    {
+        QFETCH(QString, language);
+        QFETCH(QString, send);
+        QTranslator translator;
+        if (language == "en") {
+            QVERIFY(translator.load(QStringLiteral(ORVANTA_LANGUAGES_DIR "/orvanta_en.qm")));
+            QCoreApplication::installTranslator(&translator);
+        }
+        const QString folder = dumpFolder(2);
+        CrashReportQueue queue(folder);
+        const QString path = queue.path(queue.undecided().first());
+        CrashReporterWindow window(&queue, path, CrashReport::readFile(path), queue.undecided());
+        window.show();
+        QTest::mouseClick(window.findChild<QPushButton*>("detailsButton"), Qt::LeftButton);
+        QCOMPARE(window.findChild<QPushButton*>("sendButton")->text(), send);
+        const QImage picture = window.grab().toImage();
+        QVERIFY(!picture.isNull() && picture.save(QString("crashreporter_%1.png").arg(language)));
+        QCoreApplication::removeTranslator(&translator);
     }
 
     // The command line: the three ways of running, and usage for anything else.

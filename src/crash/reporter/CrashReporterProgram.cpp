@@ -147,7 +147,6 @@ bool CrashReporterProgram::restart(const QString& file, quint32 pid)
 
 int CrashReporterProgram::main(int argc, char** argv)
 {
-    Q_INIT_RESOURCE(crashreporter);
     QStringList arguments;
     for (int i = 0; i < argc; ++i) {
         arguments << QString::fromLocal8Bit(argv[i]);
@@ -193,10 +192,6 @@ int CrashReporterProgram::main(int argc, char** argv)
                           << "failed";
     } else {
         loadTranslation();
-        QFile style(QStringLiteral(":/crashreporter/style.qss"));
-        if (style.open(QIODevice::ReadOnly)) {
-            qApp->setStyleSheet(QString::fromUtf8(style.readAll()));
-        }
         const QStringList reports = queue.undecided();
         if (reports.isEmpty()) {
             qInfo().noquote() << kTag << "No undecided report in" << queue.folder();

@@ -6,6 +6,7 @@
 #include <QDateTime>
 #include <QDesktopServices>
 #include <QEvent>
+#include <QFile>
 #include <QFileInfo>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -36,6 +37,12 @@ CrashReporterWindow::CrashReporterWindow(CrashReportQueue* queue, const QString&
     , dontSendButton(new QPushButton(this))
     , closeButton(new QPushButton(this))
 {
+    // The program's dark look, from a resource of the reporter's own.
+    Q_INIT_RESOURCE(crashreporter);
+    QFile style(QStringLiteral(":/crashreporter/style.qss"));
+    if (style.open(QIODevice::ReadOnly)) {
+        setStyleSheet(QString::fromUtf8(style.readAll()));
+    }
     setWindowTitle(QStringLiteral("Orvanta"));
     setObjectName(QStringLiteral("CrashReporterWindow"));
     headline->setObjectName(QStringLiteral("headline"));

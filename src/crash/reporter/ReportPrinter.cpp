@@ -81,13 +81,20 @@ QString ReportPrinter::print(const CrashReport& report, const QString& path)
     }
 
     out << "\nModules:\n";
+    // Files with code, each at its load address (its first mapping); fonts and caches are no modules.
+    const QVector<CrashReport::Module> all = report.modules();
     QHash<QString, bool> seen;
-    for (const CrashReport::Module& m : report.modules()) {
-        if (m.path.isEmpty() || m.path.startsWith(QLatin1Char('[')) || seen.contains(m.path)) {
+    for (const CrashReport::Module& m : all) {
+        if (m.executable && !m.path.isEmpty() && !m.path.startsWith(QLatin1Char('['))) {
+            seen.insert(m.path, false);
+        }
+    }
+    for (const CrashReport::Module& m : all) {
+        if (!seen.contains(m.path) || seen.value(m.path) || m.fileOffset != 0) {
             continue;
         }
         seen.insert(m.path, true);
-        out << "  " << hex(m.start - m.fileOffset) << " " << m.path << "\n";
+        out << "  " << hex(m.start) << " " << m.path << "\n";
     }
 
     const Namer namer(report);
