@@ -69,6 +69,9 @@ Run crashOnce(const QString& kind, bool realReporter, const QString& self)
     QProcess process;
     process.setProcessEnvironment(env);
     process.setWorkingDirectory(root.path());
+    // The reporter outlives the program: it must not write into a pipe nobody reads.
+    process.setStandardOutputFile(QProcess::nullDevice());
+    process.setStandardErrorFile(QProcess::nullDevice());
     process.start(kBin + "/orvanta", {"--enable_crash_test"});
     QEventLoop loop;
     QObject::connect(&process, qOverload<int, QProcess::ExitStatus>(&QProcess::finished), &loop,
@@ -118,6 +121,8 @@ Run crashOnce(const QString& kind, bool realReporter, const QString& self)
         }
         QThread::msleep(10);
     }
+    std::fprintf(stderr, "no reporter window seen in %s: %s\n", qPrintable(logs),
+                 qPrintable(QDir(logs).entryList(QDir::Files).join(' ')));
     return run;
 }
 
@@ -155,7 +160,7 @@ int main(int argc, char** argv)
     setrlimit(RLIMIT_CORE, &none);
     const int runs = argc > 1 ? std::max(1, std::atoi(argv[1])) : 20;
     QVector<double> setup;
-    for (const QString kind : {QStringLiteral("segv"), QStringLiteral("abrt")}) {
+    for (const QString& kind : {QStringLiteral("segv"), QStringLiteral("abrt")}) {
         QVector<double> report, reporter;
         Run last;
         for (int i = 0; i < runs; ++i) {

@@ -147,6 +147,8 @@ bool CrashReporterProgram::restart(const QString& file, quint32 pid)
 
 int CrashReporterProgram::main(int argc, char** argv)
 {
+    // Started by a crash, it keeps the crashed program's output, whose reader may be gone.
+    ConsoleOutput::ignoreBrokenPipe();
     QStringList arguments;
     for (int i = 0; i < argc; ++i) {
         arguments << QString::fromLocal8Bit(argv[i]);
