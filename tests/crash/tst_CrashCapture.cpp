@@ -256,34 +256,47 @@ private slots:
         QCOMPARE(box.records().size(), reporters);
     }
 
-    // What is no crash leaves nothing: a polite quit, help, version, a second instance.
+    // What is no crash leaves nothing: a polite quit, help, version, a second instance, and the
+    // crash test's variable without its option.
     void noCrash_data()
     {
         QTest::addColumn<QStringList>("args");
+        QTest::addColumn<QString>("crashTest");
+        QTest::addColumn<bool>("runs"); // else it ends by itself
         QTest::addColumn<bool>("secondInstance");
-        QTest::newRow("SIGTERM") << QStringList{"--enable_crash_test"} << false;
-        QTest::newRow("second instance") << QStringList{"--enable_crash_test"} << true;
-        QTest::newRow("help") << QStringList{"--help"} << false;
-        QTest::newRow("version") << QStringList{"--version"} << false;
+        QTest::newRow("SIGTERM") << QStringList{"--enable_crash_test"} << "" << true << false;
+        QTest::newRow("second instance") << QStringList{"--enable_crash_test"} << "" << true << true;
+        QTest::newRow("variable without the option") << QStringList{} << "segv" << true << false;
+        QTest::newRow("help") << QStringList{"--help"} << "segv" << false << false;
+        QTest::newRow("version") << QStringList{"--version"} << "segv" << false << false;
     }
     void noCrash()
     {
         QFETCH(QStringList, args);
+        QFETCH(QString, crashTest);
+        QFETCH(bool, runs);
         QFETCH(bool, secondInstance);
         CrashSandbox box;
         QProcess process;
-        box.prepare(process, kProgram, args, QString(), kRecorder);
+        box.prepare(process, kProgram, args, crashTest, kRecorder);
         process.start();
-        if (!args.contains("--enable_crash_test")) {
+        if (!runs) {
             QVERIFY(waitForEnd(process) && process.exitStatus() == QProcess::NormalExit);
         } else {
             QTRY_VERIFY_WITH_TIMEOUT(box.mainLog().contains("Listening for a second instance"), kWaitMs);
             if (secondInstance) {
                 QProcess second;
-                box.prepare(second, kProgram, args, QString(), kRecorder);
+                box.prepare(second, kProgram, args, crashTest, kRecorder);
                 second.start();
                 QVERIFY(waitForEnd(second) && second.exitStatus() == QProcess::NormalExit);
                 QCOMPARE(second.exitCode(), 0);
+            }
+            if (!crashTest.isEmpty()) {
+                QTRY_VERIFY_WITH_TIMEOUT(
+                    box.mainLog().contains("ORVANTA_CRASH_TEST is segv but --enable_crash_test "
+                                           "is not given: no crash"),
+                    kWaitMs);
+                QTest::qWait(1000); // long enough for a crash that should not come
             }
             QCOMPARE(::kill(pid_t(process.processId()), SIGTERM), 0);
             QVERIFY(waitForEnd(process) && process.exitStatus() == QProcess::NormalExit);
