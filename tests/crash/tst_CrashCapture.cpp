@@ -1,4 +1,5 @@
 #include "CrashSandbox.h"
+#include "LocalHttpsService.h"
 #include "TestFiles.h"
 #include "crash/CrashReport.h"
 
@@ -348,6 +349,41 @@ private slots:
             }
             QVERIFY2(oneOfThem, qPrintable(QString::number(brightness)));
         }
+    }
+
+    // A report agreed to but not sent goes at the next start, through `CrashReporter --retry`, once.
+    void retryAtNextStart()
+    {
+        LocalHttpsService service;
+        QVERIFY2(service.start(), qPrintable(service.errorString()));
+        service.setRoute("/v1/crash", ScriptedReply::json("{}"));
+        CrashSandbox box;
+        QProcess crash;
+        box.prepare(crash, kProgram, {"--enable_crash_test"}, "segv", QString(""));
+        runToEnd(crash);
+        QCOMPARE(box.dumps().size(), 1);
+        const QString report = box.dumpsDir() + "/" + box.dumps().first();
+        QVERIFY(TestFiles::write(report.left(report.size() - 4) + ".consent", "0\n"));
+        for (int start = 1; start <= 2; ++start) {
+            QProcess process;
+            box.prepare(process, kProgram, {}, QString(), QString());
+            QProcessEnvironment env = process.processEnvironment();
+            env.insert("ORVANTA_SERVICE_URL", service.baseUrl().toString());
+            env.insert("ORVANTA_SERVICE_CA", service.caFile());
+            env.remove("ORVANTA_CRASH_REPORTER");
+            process.setProcessEnvironment(env);
+            process.start();
+            QTRY_VERIFY_WITH_TIMEOUT(box.mainLog().count("Listening for a second instance") == start,
+                                     kWaitMs);
+            if (start == 1) {
+                QTRY_VERIFY_WITH_TIMEOUT(!QFileInfo::exists(report), kWaitMs);
+                QVERIFY(box.dumps("*").isEmpty()); // consent and lock gone too
+            }
+            QCOMPARE(::kill(pid_t(process.processId()), SIGTERM), 0);
+            QVERIFY(waitForEnd(process));
+        }
+        QCOMPARE(service.requestCount(), 1);
+        QCOMPARE(box.mainLog().count("to send the reports agreed to"), 1);
     }
 
     // A report turned back into names: the crash function first, by the reporter's --print and by
