@@ -32,6 +32,7 @@ PICTURES = [
     ("scroll-downArrow.svg", "icons/downArrow.png", 12, 6, False),
     ("scroll-leftArrow.svg", "icons/leftArrow.png", 6, 12, False),
     ("scroll-rightArrow.svg", "icons/rightArrow.png", 6, 12, False),
+    ("check.svg", "icons/check.png", 12, 12, False),
 ]
 
 

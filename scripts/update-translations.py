@@ -1,12 +1,15 @@
 #!/usr/bin/env python3
-"""Brings translations/orvanta_en.ts up to date with the sources.
+"""Brings translations/orvanta_en.ts and orvanta_zh.ts up to date with the sources.
 
 lupdate finds every tr() text and every text of the forms under src/; the contexts whose texts
 come from data at run time ("GroupInformation", "EffectNames") are kept as they are, since no
-source names them. Translations already made are kept; new texts arrive unfinished.
+source names them. Translations already made are kept; new texts arrive unfinished. The Chinese
+file holds every source text as its own translation: the sources are Chinese, and a file of
+their language is what lets the settings list Chinese to come back to from English.
 
-  scripts/update-translations.py           update the file, list what still needs English
-  scripts/update-translations.py --check   change nothing; exit 1 if any text lacks English
+  scripts/update-translations.py           update the files, list what still needs English
+  scripts/update-translations.py --check   change nothing; exit 1 if any text lacks English or
+                                           a file is not as this script would write it
 """
 import os
 import subprocess
@@ -16,6 +19,7 @@ import xml.etree.ElementTree as ET
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 TS = os.path.join(ROOT, "translations", "orvanta_en.ts")
+TS_ZH = os.path.join(ROOT, "translations", "orvanta_zh.ts")
 DATA_CONTEXTS = ("GroupInformation", "EffectNames")
 
 
@@ -43,8 +47,8 @@ def scan_sources():
         return read_ts(out)
 
 
-def write_ts(contexts, path):
-    ts = ET.Element("TS", version="2.1", language="en_US", sourcelanguage="zh_CN")
+def write_ts(contexts, path, language="en_US"):
+    ts = ET.Element("TS", version="2.1", language=language, sourcelanguage="zh_CN")
     for name in sorted(contexts):
         ctx = ET.SubElement(ts, "context")
         ET.SubElement(ctx, "name").text = name
@@ -72,6 +76,7 @@ def main():
     for name in DATA_CONTEXTS:
         if name in existing:
             merged[name] = existing[name]
+    chinese = {name: {src: (src, True) for src in messages} for name, messages in merged.items()}
     missing = [(c, s) for c, m in merged.items() for s, (_, done) in m.items() if not done]
     stale = [(c, s) for c, m in existing.items() for s in m if s not in merged.get(c, {})]
     for c, s in missing:
@@ -79,8 +84,12 @@ def main():
     if check:
         for c, s in stale:
             print(f"no longer in the sources: [{c}] {s}")
-        sys.exit(1 if missing or stale else 0)
+        chinese_stale = read_ts(TS_ZH) != chinese
+        if chinese_stale:
+            print("translations/orvanta_zh.ts is not as the sources make it: run this script")
+        sys.exit(1 if missing or stale or chinese_stale else 0)
     write_ts(merged, TS)
+    write_ts(chinese, TS_ZH, "zh_CN")
 
 
 if __name__ == "__main__":

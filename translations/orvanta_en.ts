@@ -375,6 +375,48 @@
     </message>
   </context>
   <context>
+    <name>HotKeyEditWidget</name>
+    <message>
+      <source>Form</source>
+      <translation>Form</translation>
+    </message>
+    <message>
+      <source>此组合键已被其他程序占用</source>
+      <translation>Another program holds this key combination</translation>
+    </message>
+    <message>
+      <source>此会话中全局快捷键不可用（需要 X11 会话）。</source>
+      <translation>Global hotkeys are not available in this session: they need X11.</translation>
+    </message>
+    <message>
+      <source>全局快捷键仅在 X11 窗口获得焦点时生效。</source>
+      <translation>Global hotkeys work only while an X11 window has the focus.</translation>
+    </message>
+  </context>
+  <context>
+    <name>HotkeyDescription</name>
+    <message>
+      <source>全开全关切换</source>
+      <translation>Turn all devices on or off</translation>
+    </message>
+    <message>
+      <source>切换到下一个模式</source>
+      <translation>Next mode</translation>
+    </message>
+    <message>
+      <source>切换到上一个模式</source>
+      <translation>Previous mode</translation>
+    </message>
+    <message>
+      <source>降低亮度</source>
+      <translation>Decrease brightness</translation>
+    </message>
+    <message>
+      <source>提升亮度</source>
+      <translation>Increase brightness</translation>
+    </message>
+  </context>
+  <context>
     <name>MMSOptWidget</name>
     <message>
       <source>强度：</source>
@@ -501,6 +543,81 @@
     <message>
       <source>模糊</source>
       <translation>Blur</translation>
+    </message>
+  </context>
+  <context>
+    <name>SettingsDialog</name>
+    <message>
+      <source>设置</source>
+      <translation>Settings</translation>
+    </message>
+    <message>
+      <source>通用设置</source>
+      <translation>General</translation>
+    </message>
+    <message>
+      <source>语言</source>
+      <translation>Language</translation>
+    </message>
+    <message>
+      <source>场景捕获模式</source>
+      <translation>Screen capture mode</translation>
+    </message>
+    <message>
+      <source>开机时自动启动</source>
+      <translation>Start when I log in</translation>
+    </message>
+    <message>
+      <source>打开用户配置目录</source>
+      <translation>Open the configuration folder</translation>
+    </message>
+    <message>
+      <source>恢复默认设置</source>
+      <translation>Restore the defaults</translation>
+    </message>
+    <message>
+      <source>音乐模式1 的高级选项</source>
+      <translation>Advanced options of music mode 1</translation>
+    </message>
+    <message>
+      <source>选中开启音乐模式1 右侧的高级选项，这些选项用于音乐模式1 的参数调试。</source>
+      <translation>Shows the advanced options to the right of music mode 1, for tuning its parameters.</translation>
+    </message>
+    <message>
+      <source>屏幕快照</source>
+      <translation>Screen snapshots</translation>
+    </message>
+    <message>
+      <source>间断性保存屏幕捕获器中抓取的快照。</source>
+      <translation>Saves a snapshot of the screen capture now and then.</translation>
+    </message>
+    <message>
+      <source>端口数据摘要日志</source>
+      <translation>Port data digest in the log</translation>
+    </message>
+    <message>
+      <source>保存端口数据的部分内容到日志。</source>
+      <translation>Writes part of the data sent to the port into the log.</translation>
+    </message>
+    <message>
+      <source>启用</source>
+      <translation>Enable</translation>
+    </message>
+    <message>
+      <source>通用设置;快捷键设置</source>
+      <translation>General;Hotkeys</translation>
+    </message>
+    <message>
+      <source>已存在同名的自启动文件：%1。请移除或重命名后再试。</source>
+      <translation>An autostart file of this name already exists: %1. Remove or rename it, then try again.</translation>
+    </message>
+    <message>
+      <source>模式 %1</source>
+      <translation>Mode %1</translation>
+    </message>
+    <message>
+      <source>清理配置文件需要重启应用程序, 这个操作将退出Orvanta.</source>
+      <translation>Restoring the defaults clears the configuration at the next start. Orvanta will quit now.</translation>
     </message>
   </context>
 </TS>

@@ -5,6 +5,7 @@
 //  - the largest gap between two frames on the strip while the brightness slider takes 200 steps
 //    in 2 s, against the 40 ms frame period of single colour.
 // The program runs with private configuration folders and the offscreen platform.
+#include "Sandbox.h"
 #include "VirtualLedDevice.h"
 #include "app/OrvantaApp.h"
 #include "service/config/ConfigurationManager.h"
@@ -48,19 +49,6 @@ double median(QVector<double> values)
     return n == 0 ? 0.0 : (n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2.0);
 }
 
-QProcessEnvironment sandbox(const QString& home, const QString& link)
-{
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert("HOME", home);
-    env.insert("XDG_CONFIG_HOME", home + "/config");
-    env.insert("XDG_DATA_HOME", home + "/data");
-    env.insert("XDG_RUNTIME_DIR", home + "/run");
-    env.insert("QT_QPA_PLATFORM", "offscreen");
-    env.insert("ORVANTA_EXTRA_PORTS", link);
-    QDir().mkpath(home + "/run");
-    return env;
-}
-
 // Milliseconds from the first log line to the first line containing `text`, or -1.
 double logOffsetMs(const QString& logsDir, const QString& text)
 {
@@ -93,13 +81,13 @@ double logOffsetMs(const QString& logsDir, const QString& text)
     return -1;
 }
 
-void startToFirstFrame(const QString& program, const QString& root)
+void startToFirstFrame(const QString& root)
 {
     QVector<double> totals;
     QVector<double> scan;
     QVector<double> found;
     for (int run = 0; run < 5; ++run) {
-        const QString home = root + QString("/start%1").arg(run);
+        Sandbox box;
         VirtualLedDevice device;
         const QString link = root + QString("/ttyStart%1").arg(run);
         if (!device.open(link)) {
@@ -107,11 +95,11 @@ void startToFirstFrame(const QString& program, const QString& root)
             return;
         }
         QProcess process;
-        process.setProcessEnvironment(sandbox(home, link));
-        process.setWorkingDirectory(QFileInfo(program).absolutePath());
+        box.prepare(process, {"--auto_startup"}, {{"ORVANTA_EXTRA_PORTS", link}});
+        process.setWorkingDirectory(QFileInfo(box.program).absolutePath());
         QElapsedTimer clock;
         clock.start();
-        process.start(program, {"--auto_startup"});
+        process.start();
         if (!spinUntil([&] { return device.frameCount() > 0; }, 15000)) {
             std::printf("run %d: no frame within 15 s\n", run);
         } else {
@@ -119,8 +107,8 @@ void startToFirstFrame(const QString& program, const QString& root)
         }
         process.terminate();
         process.waitForFinished(10000);
-        scan << logOffsetMs(home + "/data/orvanta/logs", "Begin scan devices list");
-        found << logOffsetMs(home + "/data/orvanta/logs", "A new controller has been added");
+        scan << logOffsetMs(box.logsDir(), "Begin scan devices list");
+        found << logOffsetMs(box.logsDir(), "A new controller has been added");
     }
     std::printf("start to first frame (median of 5): %.0f ms (runs:", median(totals));
     for (double t : totals) {
@@ -152,15 +140,16 @@ QPair<double, double> rssAndTicks(qint64 pid)
     return {rssKb / 1024.0, ticks};
 }
 
-void idleInTray(const QString& program, const QString& root)
+void idleInTray(const QString& root)
 {
+    Sandbox box;
     VirtualLedDevice device;
     const QString link = root + "/ttyIdle";
     device.open(link);
     QProcess process;
-    process.setProcessEnvironment(sandbox(root + "/idle", link));
-    process.setWorkingDirectory(QFileInfo(program).absolutePath());
-    process.start(program, {"--auto_startup"});
+    box.prepare(process, {"--auto_startup"}, {{"ORVANTA_EXTRA_PORTS", link}});
+    process.setWorkingDirectory(QFileInfo(box.program).absolutePath());
+    process.start();
     spinUntil([&] { return device.frameCount() > 0; }, 15000);
     spinUntil([] { return false; }, 10000);
     const auto before = rssAndTicks(process.processId());
@@ -229,9 +218,8 @@ int main(int argc, char* argv[])
     // The program and its data lie beside this benchmark.
     QDir::setCurrent(QCoreApplication::applicationDirPath());
     qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
-    const QString program = QCoreApplication::applicationDirPath() + "/orvanta";
-    startToFirstFrame(program, root.path());
-    idleInTray(program, root.path());
+    startToFirstFrame(root.path());
+    idleInTray(root.path());
     brightnessSteps(root.path());
     return 0;
 }

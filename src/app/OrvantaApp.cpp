@@ -3,6 +3,8 @@
 #include "app/UpdateInstaller.h"
 #include "devices/LedLayout.h"
 #include "effects/panels/AbsWorkerWidget.h"
+#include "hotkeys/HotkeyBinding.h"
+#include "hotkeys/editor/HotKeyEditWidget.h"
 #include "online/HelpDialogViewModel.h"
 #include "service/config/ConfigurationManager.h"
 #include "service/net/FeedbackManager.h"
@@ -13,6 +15,7 @@
 #include "ui/WorkerModel.h"
 #include "ui/dialogs/ControllerConfigDialog.h"
 #include "ui/dialogs/HelpDialog.h"
+#include "ui/dialogs/SettingsDialog.h"
 
 #include <QApplication>
 #include <QDebug>
@@ -35,6 +38,7 @@ const QString kScreenSyncGroup = QStringLiteral("com.orvanta.screenSync");
 const QString kStyleSheetPath = QStringLiteral("styles/default.qss");
 // The installer replaces the program's files once it has gone.
 constexpr int kQuitForInstallerMs = 1000;
+const QString kHotkeyBinding = QStringLiteral("hotkeyBinding");
 
 // One colour per line while the strip dialog is open, so the user sees which line is which.
 const OV_RGB kPreviewColors[15] = {
@@ -78,6 +82,10 @@ OrvantaApp::OrvantaApp(QObject* parent)
 
     createHelpViewModel();
 
+    registerHotkeyActions();
+    connect(&hotKeyManager, &HotKeyManager::hotkeyActived, this, &OrvantaApp::onHotkeyActived,
+            Qt::UniqueConnection);
+
     connect(&adManager, &ADManager::sendUpadteDone, mainWindow.homePage(), &HomePage::setADBox1);
     adManager.start();
 
@@ -89,6 +97,9 @@ OrvantaApp::~OrvantaApp()
 {
     qApp->removeNativeEventFilter(this);
     helpViewModel.reset();
+    // The actions' bodies go before the managers they call; the hotkeys go with their manager,
+    // before the effects manager.
+    hotkeyActions.clear();
 }
 
 bool OrvantaApp::nativeEventFilter(const QByteArray& eventType, void* message, long* result)
@@ -252,6 +263,7 @@ void OrvantaApp::wireUserInterface()
     ControlPage* page = mainWindow.controlPage();
     connect(&mainWindow, &MainWindow::allStrapOnOff, this, &OrvantaApp::onAllStrapOnOff);
     connect(&mainWindow, &MainWindow::requestShowHelpDlg, this, &OrvantaApp::onRequestShowHelpDlg);
+    connect(&mainWindow, &MainWindow::settingsBtnTriggered, this, &OrvantaApp::openSettings);
     connect(home, &HomePage::controllerNameChanged, this, [this](QString id, QString name) {
         if (AbsRGBControllerPtr controller = deviceManager.controller(id)) {
             controller->setKindName(name);
@@ -491,4 +503,120 @@ void OrvantaApp::showHomePage()
     if (auto* stack = mainWindow.findChild<QStackedWidget*>(QStringLiteral("mainStackedWidget"))) {
         stack->setCurrentWidget(mainWindow.homePage());
     }
+}
+
+void OrvantaApp::registerHotkeyActions()
+{
+    qInfo().noquote() << kTag << "Registering the hotkey actions";
+    addHotkeyAction(QStringLiteral("com_orvanta_hotkey_turnOffOn"),
+                    QString::fromUtf8(QT_TRANSLATE_NOOP("HotkeyDescription", "全开全关切换")),
+                    QStringLiteral("ctrl+alt+shift+F10"), [this] {
+                        allOn = !allOn;
+                        qInfo().noquote() << "Close all/Open all switched by hotkey actived:" << allOn;
+                        onAllStrapOnOff(allOn);
+                    });
+    addHotkeyAction(QStringLiteral("com_orvanta_hotkey_nextEffect"),
+                    QString::fromUtf8(QT_TRANSLATE_NOOP("HotkeyDescription", "切换到下一个模式")),
+                    QStringLiteral("ctrl+alt+shift+right"), [this] {
+                        switchGroup([this](const QString& g) { return effectsManager.nextGroup(g); });
+                    });
+    addHotkeyAction(QStringLiteral("com_orvanta_hotkey_preEffect"),
+                    QString::fromUtf8(QT_TRANSLATE_NOOP("HotkeyDescription", "切换到上一个模式")),
+                    QStringLiteral("ctrl+alt+shift+left"), [this] {
+                        switchGroup([this](const QString& g) { return effectsManager.previousGroup(g); });
+                    });
+    // The two brightness rows share one body, bound to its step.
+    const auto brightness = [this](float delta) { return [this, delta] { stepBrightness(delta); }; };
+    addHotkeyAction(QStringLiteral("com_orvanta_hotkey_decreaseBrightness"),
+                    QString::fromUtf8(QT_TRANSLATE_NOOP("HotkeyDescription", "降低亮度")),
+                    QStringLiteral("ctrl+alt+shift+down"), brightness(-0.1f));
+    addHotkeyAction(QStringLiteral("com_orvanta_hotkey_increaseBrightness"),
+                    QString::fromUtf8(QT_TRANSLATE_NOOP("HotkeyDescription", "提升亮度")),
+                    QStringLiteral("ctrl+alt+shift+up"), brightness(0.1f));
+}
+
+void OrvantaApp::addHotkeyAction(const QString& id, const QString& description, const QString& defaultKeys,
+                                 const std::function<void()>& action)
+{
+    const HotkeyBinding::Parsed stored = HotkeyBinding::storedKeys(
+        ConfigurationManager::instance()->globalValue(kHotkeyBinding), id, defaultKeys);
+    if (!stored.problem.isEmpty()) {
+        qWarning().noquote() << kTag << "Ignored in \"hotkeyBinding\":" << stored.problem;
+    }
+    if (!hotKeyManager.setHotKey(id, stored.keys)) {
+        qWarning().noquote() << "Failed to registered hotkey" << id << ", the action will be never activated";
+    }
+    hotkeyActions.insert(id, HotkeyAction{description, stored.keys, action});
+    saveHotkeyBinding(id, stored.keys);
+    qInfo().noquote() << "The hotkey action has been added:" << id;
+}
+
+bool OrvantaApp::changeHotkeyBinding(const QString& id, const QKeySequence& keys)
+{
+    auto record = hotkeyActions.find(id);
+    if (record == hotkeyActions.end()) {
+        qWarning().noquote() << kTag << "Not found the hotkey action" << id;
+        return false;
+    }
+    if (!hotKeyManager.isAvailable(keys)) {
+        qWarning().noquote() << kTag << "Invalid hotkey:" << keys.toString();
+        return false;
+    }
+    if (!hotKeyManager.setHotKey(id, keys)) {
+        qWarning().noquote() << kTag << "Failed to set hotkey:" << keys.toString() << id;
+        return false;
+    }
+    record->keys = keys;
+    saveHotkeyBinding(id, keys);
+    qInfo().noquote() << kTag << "The hotkey binding has been changed:" << keys.toString() << id;
+    return true;
+}
+
+void OrvantaApp::saveHotkeyBinding(const QString& id, const QKeySequence& keys)
+{
+    ConfigurationManager* store = ConfigurationManager::instance();
+    store->setGlobalValue(QStringList{kHotkeyBinding, id}, keys.toString(QKeySequence::PortableText));
+    store->saveGlobalValues();
+}
+
+void OrvantaApp::onHotkeyActived(QString id)
+{
+    const auto record = hotkeyActions.constFind(id);
+    if (record == hotkeyActions.constEnd()) {
+        qWarning().noquote() << kTag << "Unknown action id:" << id;
+        return;
+    }
+    if (!record->action) {
+        qWarning().noquote() << kTag << "The hotkey action is empty:" << id;
+        return;
+    }
+    record->action();
+    qInfo().noquote() << kTag << "The hotkey action has executed:" << id;
+}
+
+void OrvantaApp::openSettings()
+{
+    SettingsDialog dialog(&mainWindow);
+    HotKeyEditWidget* editor = dialog.hotkeyEditor();
+    QList<HotkeyRow> rows;
+    QMap<QString, QString> descriptions;
+    QSet<QString> notLive;
+    for (auto it = hotkeyActions.cbegin(); it != hotkeyActions.cend(); ++it) {
+        rows.append(HotkeyRow{it->keys, it->description});
+        descriptions.insert(it.key(), it->description);
+        if (!hotKeyManager.isLive(it.key())) {
+            notLive.insert(it.key());
+        }
+    }
+    editor->setHotkeys(rows);
+    editor->setDescriptions(descriptions);
+    const QHotkey::Availability availability = hotKeyManager.availability();
+    editor->setHotkeyState(notLive, availability == QHotkey::Availability::None
+                                        ? HotKeyEditWidget::Session::None
+                                    : availability == QHotkey::Availability::WhileX11Focused
+                                        ? HotKeyEditWidget::Session::WhileX11Focused
+                                        : HotKeyEditWidget::Session::Global);
+    editor->setBindingHandler(
+        [this](QKeySequence keys, QString id) { return changeHotkeyBinding(id, keys); });
+    dialog.exec();
 }

@@ -1,12 +1,17 @@
 #pragma once
 
+#include "app/HotkeyAction.h"
 #include "devices/DeviceManager.h"
+#include "devices/SleepWatcher.h"
 #include "effects/EffectsManager.h"
+#include "hotkeys/HotKeyManager.h"
 #include "online/ADManager.h"
 #include "service/net/NetRCManager.h"
 #include "ui/MainWindow.h"
 
 #include <QAbstractNativeEventFilter>
+#include <QKeySequence>
+#include <QMap>
 #include <QObject>
 #include <QString>
 #include <functional>
@@ -36,6 +41,7 @@ public:
     DeviceManager& devices() { return deviceManager; }
     EffectsManager& effects() { return effectsManager; }
     NetRCManager& net() { return netManager; }
+    HotKeyManager& hotKeys() { return hotKeyManager; }
 
 public slots:
     // A second start asked to be shown: a hidden window comes back; a minimised one is left alone.
@@ -52,6 +58,7 @@ private slots:
     void setControlPageData(QString ctlId);
     void onCtlPageWorkGroupChanged(QString groupId);
     void onCtlPageWorkerChanged(QString workerId);
+    void onHotkeyActived(QString id);
     void onAppAboutToQuit();
 
 private:
@@ -68,12 +75,22 @@ private:
     void showHomePage();
     bool controlPageShows(const QString& ctlId) const;
     AbsRGBControllerPtr pageController();
+    void registerHotkeyActions();
+    void addHotkeyAction(const QString& id, const QString& description, const QString& defaultKeys,
+                         const std::function<void()>& action);
+    bool changeHotkeyBinding(const QString& id, const QKeySequence& keys);
+    // Saved at once, so that a rebinding survives a crash.
+    void saveHotkeyBinding(const QString& id, const QKeySequence& keys);
+    void openSettings();
 
     MainWindow mainWindow;
     DeviceManager deviceManager;
     EffectsManager effectsManager;
     NetRCManager netManager;
+    HotKeyManager hotKeyManager;
+    QMap<QString, HotkeyAction> hotkeyActions;
     ADManager adManager;
+    SleepWatcher sleepWatcher{&deviceManager};
     bool allOn = true;
     // Released before the members: a dialog's handlers reach them through it.
     std::shared_ptr<HelpDialogViewModel> helpViewModel;

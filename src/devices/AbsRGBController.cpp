@@ -220,8 +220,58 @@ void AbsRGBController::update(QVector<QVector<OV_RGB>> newColors)
     internalUpdate();
 }
 
+void AbsRGBController::enterSleep()
+{
+    asleep = true;
+    refreshTimer.stop();
+    sendDarkFrame();
+}
+
+void AbsRGBController::wake()
+{
+    checkAfterSleep();
+}
+
+void AbsRGBController::sendDarkFrame()
+{
+    writeColors(blackFrame());
+    emit darkened(true);
+}
+
+void AbsRGBController::checkAfterSleep()
+{
+    resumeFrames();
+    emit woken(true);
+}
+
+void AbsRGBController::resumeFrames()
+{
+    asleep = false;
+    internalUpdate();
+}
+
+void AbsRGBController::releaseAfterSleep(uint32_t code, const QString& why)
+{
+    qInfo().noquote() << QStringLiteral("[Controller]: ") + options.id +
+                             QStringLiteral(" is released after sleep: ") + why;
+    // The registry lets go first, so that whoever hears woken finds the device gone.
+    if (options.status == 0) {
+        options.status = code;
+        emit statusChanged(code, why);
+    }
+    emit woken(false);
+}
+
+QVector<QVector<OV_RGB>> AbsRGBController::blackFrame() const
+{
+    return QVector<QVector<OV_RGB>>(1, QVector<OV_RGB>(int(qMin(options.nbLeds, LedLayout::maxLeds))));
+}
+
 void AbsRGBController::internalUpdate()
 {
+    if (asleep) {
+        return; // the colours are kept and shown at wake
+    }
     QVector<QVector<OV_RGB>> scaled = colors;
     const float brightness = options.brightness;
     const bool narrow = std::fabs(double(brightness)) * 255.0 < 2147483520.0;

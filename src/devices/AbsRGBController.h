@@ -32,6 +32,13 @@ public:
 
     virtual void updateFrameHeader() = 0;
 
+    // Before the system sleeps: no frame leaves from here on but one black frame, and darkened
+    // says whether it left the port. After resume, wake checks the device: woken(true) and the
+    // frames go on, or woken(false) and the device is released as on a write error.
+    void enterSleep();
+    void wake();
+    bool isAsleep() const { return asleep; }
+
 public slots:
     virtual void update(QVector<OV_RGB> colors);
     virtual void update(QVector<QVector<OV_RGB>> colors);
@@ -44,9 +51,20 @@ signals:
     void workModeChanged();
     void subModeChanged(QString subMode);
     void installDirectionChanged(uint32_t dir);
+    void darkened(bool written);
+    void woken(bool kept);
 
 protected:
     virtual void writeColors(const QVector<QVector<OV_RGB>>& colors) = 0;
+    // The black frame before sleep; a device class that can tell when it left the port says so.
+    virtual void sendDarkFrame();
+    // The check after resume; a device class that can lose its port looks at it first.
+    virtual void checkAfterSleep();
+    // Frames flow again, starting with the current colours.
+    void resumeFrames();
+    // The device did not survive the sleep: reported as a failure of the given code.
+    void releaseAfterSleep(uint32_t code, const QString& why);
+    QVector<QVector<OV_RGB>> blackFrame() const;
 
     ControlOptions options;
 
@@ -64,6 +82,7 @@ private:
     int64_t intervalSumMs = 0;
     int64_t intervalCount = 0;
     QElapsedTimer rawDumpTimer; // since the last LED dump in the statistics
+    bool asleep = false;
 };
 
 using AbsRGBControllerPtr = QSharedPointer<AbsRGBController>;

@@ -10,6 +10,11 @@ namespace {
 
 constexpr int kReleaseFlushMs = 500;
 constexpr int kReleaseSettleMs = 15;
+// Every port darkens in parallel; the lock on sleep is given back within a second in all.
+constexpr int kSleepFlushMs = 500;
+// Long enough for the port to try the frame after resume; a write that fails does so at once,
+// and a slow device is not waited for: the ports it freed wait for this check.
+constexpr int kWakeFlushMs = 100;
 
 // Health code for a port error; false for the errors that leave the code as it is.
 bool statusFor(QSerialPort::SerialPortError error, uint32_t* code)
@@ -122,6 +127,59 @@ void OVController::writeColors(const QVector<QVector<OV_RGB>>& colors)
         frame.append(wanted - colorBytes, char(0));
     }
     emit writeToPort(frame);
+}
+
+void OVController::afterDrain(int msecs, std::function<void(bool drained, bool works)> done)
+{
+    QMetaObject::invokeMethod(
+        port,
+        [this, msecs, done] {
+            port->whenDrained(msecs, [this, done](bool drained) {
+                const bool works = port->lineWorks();
+                QMetaObject::invokeMethod(
+                    this, [done, drained, works] { done(drained, works); }, Qt::QueuedConnection);
+            });
+        },
+        Qt::QueuedConnection);
+}
+
+void OVController::sendDarkFrame()
+{
+    writeColors(blackFrame());
+    afterDrain(kSleepFlushMs, [this](bool drained, bool) { emit darkened(drained); });
+}
+
+void OVController::checkAfterSleep()
+{
+    QMetaObject::invokeMethod(
+        port,
+        [this] {
+            const SerialLine::Node node = port->nodeCheck();
+            QMetaObject::invokeMethod(
+                this, [this, node] { onNodeChecked(node); }, Qt::QueuedConnection);
+        },
+        Qt::QueuedConnection);
+}
+
+void OVController::onNodeChecked(SerialLine::Node node)
+{
+    if (node == SerialLine::Node::Gone) {
+        releaseAfterSleep(3, QStringLiteral("its port is gone"));
+        return;
+    }
+    if (node == SerialLine::Node::Other) {
+        releaseAfterSleep(3, QStringLiteral("another device stands at its port now"));
+        return;
+    }
+    resumeFrames(); // the current colours go out, and tell whether the line works
+    // A slow device may take longer than this to read the frame: only a failed write counts.
+    afterDrain(kWakeFlushMs, [this](bool, bool works) {
+        if (works) {
+            emit woken(true);
+        } else {
+            releaseAfterSleep(2, QStringLiteral("writing to it failed"));
+        }
+    });
 }
 
 void OVController::onPortError(QSerialPort::SerialPortError error)

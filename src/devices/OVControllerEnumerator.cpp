@@ -183,8 +183,34 @@ void OVControllerEnumerator::scanControllers()
     }
 }
 
+void OVControllerEnumerator::holdArrivals()
+{
+    holding = true;
+}
+
+void OVControllerEnumerator::releaseArrivals(const QStringList& alsoArrived)
+{
+    holding = false;
+    QStringList names = heldArrivals;
+    heldArrivals.clear();
+    for (const QString& name : alsoArrived) {
+        if (!names.contains(name)) {
+            names.append(name);
+        }
+    }
+    for (const QString& name : qAsConst(names)) {
+        onDeviceArrival(name);
+    }
+}
+
 void OVControllerEnumerator::onDeviceArrival(QString deviceName)
 {
+    if (holding) {
+        if (!heldArrivals.contains(deviceName)) {
+            heldArrivals.append(deviceName);
+        }
+        return;
+    }
     if (pendingArrivals.contains(deviceName)) {
         return;
     }

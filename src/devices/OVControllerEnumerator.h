@@ -36,6 +36,12 @@ public:
     // A layout from the per-device files; kept for layout files, no discovery flow reads it.
     static ControlOptions readOVControllerConfig(const QString& model, const QString& serial);
 
+    // From sleep until the devices were checked after it, arrivals wait: a port that came back
+    // while its old controller still holds it would be refused as known. Released, the waiting
+    // ones and the extra ports given are handled as arrivals.
+    void holdArrivals();
+    void releaseArrivals(const QStringList& alsoArrived);
+
 signals:
     void sendSalutation(QByteArray bytes);
     void deviceArrival(QString deviceName);
@@ -60,6 +66,8 @@ private:
     QMutex mutex;                                                 // guards controllersMap
     QTimer timer;                                                 // no flow starts it
     QSet<QString> pendingArrivals;
+    bool holding = false;
+    QStringList heldArrivals;
     QAtomicInt scanTasks; // pool tasks of scanControllers still running
     // Ports opened here and not handed to a controller: waiting, or answered with a known id; with
     // the name each was opened by.

@@ -14,6 +14,7 @@ namespace {
 constexpr int kLineCheckMaxMs = 50;
 constexpr qint64 kIgnoredLineMs = 60000;
 constexpr qint64 kInputChunk = 4096;
+constexpr int kDrainPollMs = 5;
 
 } // namespace
 
@@ -171,9 +172,44 @@ bool OVSerialPort::flushPending(int msecs)
     return serial->isOpen() && serial->bytesToWrite() == 0 && waiting.isEmpty();
 }
 
+void OVSerialPort::whenDrained(int msecs, std::function<void(bool)> done)
+{
+    auto* poll = new QTimer(this);
+    poll->setInterval(kDrainPollMs);
+    QElapsedTimer clock;
+    clock.start();
+    const auto check = [this, poll, clock, msecs, done] {
+        if (!poll->isActive()) {
+            return; // answered already
+        }
+        sendWaiting();
+        const bool drained = serial->isOpen() && waiting.isEmpty() && serial->bytesToWrite() == 0;
+        if (drained || !serial->isOpen() || clock.elapsed() >= msecs) {
+            poll->stop();
+            poll->deleteLater();
+            done(drained);
+        }
+    };
+    connect(poll, &QTimer::timeout, this, check);
+    poll->start();
+    check();
+}
+
 qint64 OVSerialPort::queuedBytes() const
 {
     return serial->bytesToWrite() + waiting.size();
+}
+
+SerialLine::Node OVSerialPort::nodeCheck() const
+{
+    return SerialLine::nodeAt(serial->isOpen() ? serial->handle() : -1, path);
+}
+
+bool OVSerialPort::lineWorks() const
+{
+    const QSerialPort::SerialPortError error = serial->error();
+    return serial->isOpen() && error != QSerialPort::WriteError && error != QSerialPort::ReadError &&
+           error != QSerialPort::ResourceError;
 }
 
 QString OVSerialPort::errorText() const

@@ -1,9 +1,13 @@
 #pragma once
 
+#include "devices/SerialLine.h"
+
 #include <QByteArray>
 #include <QElapsedTimer>
 #include <QObject>
 #include <QSerialPort>
+
+#include <functional>
 
 class QTimer;
 
@@ -28,12 +32,19 @@ public slots:
     // Pushes every queued byte to the device, waiting up to msecs; true when nothing is left.
     // Runs on the port's thread: the controller calls it blocking-queued at release.
     bool flushPending(int msecs);
+    // The same without blocking the port's thread or raising a time-out as a port error: done
+    // runs on this thread once nothing is left (true) or msecs passed or the port closed (false).
+    void whenDrained(int msecs, std::function<void(bool)> done);
     QString errorText() const;
     // Bytes held in this process: the frame leaving plus the one waiting. On the port's thread.
     qint64 queuedBytes() const;
     // From now on whatever the device sends is read and dropped here, with one line a minute at
     // most: after its handshake a device has nothing to say. On the port's thread.
     void ignoreInput();
+    // On the port's thread: whether the path opened still leads to this port's file.
+    SerialLine::Node nodeCheck() const;
+    // On the port's thread: open, and no read or write has failed.
+    bool lineWorks() const;
 
 signals:
     void inputIgnored(qint64 bytes);

@@ -1,4 +1,5 @@
 #include "FilePermissions.h"
+#include "Sandbox.h"
 #include "TestFiles.h"
 #include "app/SingleInstance.h"
 
@@ -16,77 +17,11 @@
 #include <unistd.h>
 
 namespace {
-constexpr int kWaitMs = 60000;
-const QString kListening = QStringLiteral("[SingleInstance] Listening for a second instance");
+constexpr int kWaitMs = Sandbox::waitMs;
+const QString kListening = Sandbox::listening();
 const QString kShowRequest =
     QStringLiteral("[SingleInstance] A second instance asked to show the main window");
 const QString kWipe = QStringLiteral("The program will clean up all configuration files");
-
-// A private home for runs of the program: its configuration, logs, lock and socket.
-struct Sandbox
-{
-    QTemporaryDir root{QDir::tempPath() + "/s-XXXXXX"}; // short: the socket's path must fit in sun_path
-
-    Sandbox()
-    {
-        QDir().mkpath(root.filePath("tmp"));
-        QDir().mkpath(root.filePath("runtime"));
-        QFile::setPermissions(root.filePath("runtime"),
-                              QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    }
-    QString configDir() const { return root.filePath("config/orvanta"); }
-    QString logsDir() const { return root.filePath("data/orvanta/logs"); }
-    QString lockFile() const { return root.filePath("runtime/OrvantaSingleApp.lock"); }
-    QStringList logFiles() const { return QDir(logsDir()).entryList({"*.log"}, QDir::Files, QDir::Name); }
-    QString mainLog() const
-    {
-        QString text;
-        for (const QString& name : logFiles().filter(QRegularExpression("^(?!loop_)"))) {
-            text += QString::fromUtf8(TestFiles::read(QDir(logsDir()).filePath(name)));
-        }
-        return text;
-    }
-    void write(const QString& file, const QByteArray& json) const
-    {
-        QVERIFY(TestFiles::write(configDir() + '/' + file, json));
-    }
-
-    // Without a display: the default platform, with no X server or compositor to reach.
-    void prepare(QProcess& process, const QStringList& args = {}, bool noDisplay = false) const
-    {
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert("HOME", root.path());
-        env.insert("XDG_CONFIG_HOME", root.filePath("config"));
-        env.insert("XDG_DATA_HOME", root.filePath("data"));
-        env.insert("XDG_RUNTIME_DIR", root.filePath("runtime"));
-        env.insert("TMPDIR", root.filePath("tmp"));
-        env.insert("QT_QPA_PLATFORM", "offscreen");
-        // Full stacks, so that the offscreen platform's own leak is recognised by its library.
-        env.insert("LSAN_OPTIONS", "suppressions=" ORVANTA_LSAN_SUPPRESSIONS ":fast_unwind_on_malloc=0");
-        for (const char* name : {"QT_QPA_PLATFORM", "DISPLAY", "WAYLAND_DISPLAY"}) {
-            if (noDisplay) {
-                env.remove(name);
-            }
-        }
-        process.setProcessEnvironment(env);
-        process.setWorkingDirectory(root.path());
-        process.setProgram(QStringLiteral(ORVANTA_BINARY_PATH));
-        process.setArguments(args);
-    }
-
-    // Starts a first instance and waits until it listens for a second one.
-    void startFirst(QProcess& process, const QStringList& args = {}) const
-    {
-        const int runsBefore = mainLog().count(kListening);
-        if (process.program().isEmpty()) {
-            prepare(process, args);
-        }
-        process.start();
-        QVERIFY2(process.waitForStarted(kWaitMs), qPrintable(process.errorString()));
-        QTRY_VERIFY_WITH_TIMEOUT(mainLog().count(kListening) > runsBefore, kWaitMs);
-        QVERIFY(QFile::exists(lockFile()));
-    }
-};
 
 // Runs a process that ends by itself; what it printed (on standard error too if asked).
 QString finish(QProcess& process, bool errors = false)
@@ -136,7 +71,7 @@ private slots:
         QFETCH(QString, output);
         Sandbox box;
         QProcess process;
-        box.prepare(process, args, noDisplay);
+        box.prepare(process, args, noDisplay ? Sandbox::noDisplay() : QMap<QString, QString>());
         const QString printed = finish(process, true);
         QVERIFY2(process.exitCode() == exitCode && printed.contains(output), qPrintable(printed));
         QVERIFY(QDir(box.root.filePath("runtime")).isEmpty() && QDir(box.root.filePath("tmp")).isEmpty());
@@ -188,7 +123,7 @@ private slots:
                 QString("[ShutdownSignals] Received signal %1 - quitting").arg(signalNumber)));
             QVERIFY(!QFile::exists(box.lockFile()));
             QJsonObject global = TestFiles::readJson(box.configDir() + "/global.json");
-            QVERIFY(global.take("mainWindowHandler").isString());
+            QVERIFY(global.take("mainWindowHandler").isString() && global.take("hotkeyBinding").isObject());
             QCOMPARE(global, kept);
             QVERIFY(!QFile::exists(box.configDir() + "/controllers/OV5512%3AA1.json"));
             kept.insert("keep", 1);
@@ -252,6 +187,7 @@ private slots:
         const bool readOnly = fault == "read-only";
         QCOMPARE(box.mainLog().count("Failed to save " + box.configDir() + "/global.json"), readOnly ? 1 : 0);
         QCOMPARE(global.take("mainWindowHandler").isString(), !readOnly);
+        QCOMPARE(global.take("hotkeyBinding").isObject(), !readOnly);
         QCOMPARE(global, QJsonObject({{"keep", 1}}));
     }
 

@@ -163,7 +163,7 @@ private slots:
         Listener listener(capturer(mainSink));
         player.playTone(1500, -6, TonePlayer::Both);
         QTRY_VERIFY_WITH_TIMEOUT(listener.level(0) > 70, 5000);
-        QVERIFY(!server.pactl({"suspend-sink", mainSink, "1"}).isNull());
+        server.freeze(); // as a suspended sink: connected, no data
         QTRY_VERIFY_WITH_TIMEOUT(listener.silent(), 5000);
         const int silentFrom = listener.count;
         const qint64 firstSilentNs = listener.last[0].captureTimeNs;
@@ -171,9 +171,46 @@ private slots:
         const qint64 spanNs = listener.last[0].captureTimeNs - firstSilentNs;
         qInfo("%d silent deliveries over %lld ms", listener.count - silentFrom + 1, spanNs / 1000000);
         QVERIFY(listener.silent() && spanNs <= AudioCapturer::kSilenceForNs);
-        QVERIFY(!server.pactl({"suspend-sink", mainSink, "0"}).isNull());
+        server.thaw();
         QTRY_VERIFY_WITH_TIMEOUT(listener.level(0) > 70 && !listener.quietFor(100), 5000);
         player.playSilence();
+    }
+
+    // Outputs of other layouts than stereo, read as two channels: a mono output's tone on both, a
+    // 5.1 output's front left on the left only, the right 20 dB down or more.
+    void sinkLayouts_data()
+    {
+        QTest::addColumn<int>("channels");
+        QTest::addColumn<QString>("channelMap");
+        QTest::addColumn<double>("minRightOverLeft");
+        QTest::addColumn<double>("maxRightOverLeft");
+        QTest::newRow("mono") << 1 << "mono" << 0.9 << 1.1;
+        QTest::newRow("5.1") << 6 << "front-left,front-right,front-center,lfe,rear-left,rear-right" << 0.0
+                             << 0.1;
+    }
+    void sinkLayouts()
+    {
+        QFETCH(int, channels);
+        QFETCH(QString, channelMap);
+        QFETCH(double, minRightOverLeft);
+        QFETCH(double, maxRightOverLeft);
+        const int module =
+            server.loadSink("layout", "Layout output", 48000, "float32le", channels, channelMap);
+        QVERIFY(module >= 0);
+        QTRY_VERIFY(manager()->capturer("layout"));
+        Listener listener(capturer("layout"));
+        TonePlayer layoutPlayer;
+        QVERIFY(layoutPlayer.start("layout"));
+        layoutPlayer.playTone(1500, -6, TonePlayer::Left);
+        QTRY_VERIFY_WITH_TIMEOUT(listener.loudest(0) == 64 && !listener.quietFor(100), 5000);
+        QTRY_VERIFY_WITH_TIMEOUT(listener.last[1].spectrums.size() > 64, 5000);
+        const double ratio =
+            listener.last[1].spectrums[64].amplitude / listener.last[0].spectrums[64].amplitude;
+        qInfo("right over left at the tone: %.4f", ratio);
+        QVERIFY(ratio >= minRightOverLeft && ratio <= maxRightOverLeft);
+        layoutPlayer.stop();
+        QVERIFY(!server.pactl({"unload-module", QString::number(module)}).isNull());
+        QTRY_VERIFY(!manager()->capturer("layout"));
     }
 
     // A worker takes the default output whatever "audioSource" holds; the same id twice connects

@@ -193,20 +193,21 @@ private slots:
         QVector<Rgb> lowest(24, peak(0));
         lowest[0] = peak(299);
         LogCapture log;
-        for (bool restarted : {false, true}) {
+        // The Pulse-protocol instance killed, then PipeWire and its session manager with it.
+        for (int restarts : {0, 1, 2}) {
             player.playTone(93.75, -18, TonePlayer::Left);
             QTRY_VERIFY_WITH_TIMEOUT(meter->device.lastColors() == meter15(true), 10000);
             QTRY_VERIFY_WITH_TIMEOUT(near(analyser->device.lastColors(), lowest), 5000);
             QCOMPARE(server.sourceOutputCount(), 1);
-            if (!restarted) {
+            if (restarts < 2) {
                 player.stop();
-                server.kill();
+                restarts == 0 ? server.kill() : server.killAll();
                 QTRY_VERIFY_WITH_TIMEOUT(litCount(meter->device.lastColors()) == 0, 5000);
                 QVERIFY(server.start() && player.start(server.sinkName()));
             }
         }
-        QCOMPARE(log.count("[AudioCapManager]", QtWarningMsg), 1);
-        QCOMPARE(log.count("[AudioCapManager]: The sound server is back", QtInfoMsg), 1);
+        QCOMPARE(log.count("[AudioCapManager]", QtWarningMsg), 2);
+        QCOMPARE(log.count("[AudioCapManager]: The sound server is back", QtInfoMsg), 2);
         player.playSilence();
         release(analyser);
         release(meter);
@@ -275,8 +276,82 @@ private slots:
         release(rig);
     }
 
-    // A music effect started while the sound server is down, or has no output, listens to the
-    // default output as soon as there is one.
+    // The default output switched mid-music: a worker bound by load moves there with the panel's
+    // row, one whose row the user picked stays; the default unloaded, the server's fallback is
+    // followed; loaded again, it is the default and followed again.
+    void followsTheDefaultOutput()
+    {
+        const int speakersModule = server.loadSink("speakers", "Speakers");
+        const int headphonesModule = server.loadSink("headphones", "Headphones");
+        QVERIFY(speakersModule >= 0 && headphonesModule >= 0);
+        QVERIFY(!server.pactl({"set-default-sink", "speakers"}).isNull());
+        AudioCapManager* outputs = AudioCapManager::instacne();
+        QTRY_COMPARE_WITH_TIMEOUT(outputs->defaultCapturer(), QStringLiteral("speakers"), 10000);
+        auto follower = bind("M1", 20, mode1);
+        auto pinned = bind("P1", 20, mode1);
+        QVERIFY(follower && pinned);
+        auto* rows = panelOf(*pinned, mode1)->findChild<QComboBox*>("devicesComboBox");
+        QCOMPARE(rows->currentText(), QStringLiteral("Speakers"));
+        // The user's pick, away and back; handled before the panel turns to the other strip.
+        rows->setCurrentIndex(rows->findText("Device test output"));
+        rows->setCurrentIndex(rows->findText("Speakers"));
+        QCoreApplication::sendPostedEvents();
+        panelOf(*follower, mode1);
+        QCOMPARE(rows->currentText(), QStringLiteral("Speakers"));
+
+        TonePlayer headphones;
+        QVERIFY(headphones.start("headphones"));
+        headphones.playTone(93.75, -18, TonePlayer::Left);
+        QElapsedTimer clock;
+        clock.start();
+        QVERIFY(!server.pactl({"set-default-sink", "headphones"}).isNull());
+        QTRY_VERIFY_WITH_TIMEOUT(follower->device.lastColors() == meter15(false), 10000);
+        qInfo("the following strip showed the new output's tone %lld ms after the switch", clock.elapsed());
+        QCOMPARE(rows->currentText(), QStringLiteral("Headphones"));
+        QVERIFY(staysDark(pinned->device));
+        // Started now: the server moves a playing stream along with the default.
+        TonePlayer speakers;
+        QVERIFY(speakers.start("speakers"));
+        speakers.playTone(93.75, -18, TonePlayer::Left);
+        QTRY_VERIFY_WITH_TIMEOUT(litCount(pinned->device.lastColors()) >= 15, 5000); // its own strength
+        speakers.playSilence();
+
+        // Unloaded: the server's next default, whichever it is, with its row.
+        headphones.stop();
+        QVERIFY(!server.pactl({"unload-module", QString::number(headphonesModule)}).isNull());
+        QTRY_VERIFY_WITH_TIMEOUT(!outputs->defaultCapturer().isEmpty() &&
+                                     outputs->defaultCapturer() != QStringLiteral("headphones"),
+                                 10000);
+        const QString fallback = outputs->defaultCapturer();
+        QTRY_COMPARE(rows->currentText(), outputs->capturerDesc(fallback));
+        TonePlayer fallbackPlayer;
+        QVERIFY(fallbackPlayer.start(fallback));
+        fallbackPlayer.playTone(93.75, -18, TonePlayer::Left);
+        QTRY_VERIFY_WITH_TIMEOUT(follower->device.lastColors() == meter15(false), 5000);
+        fallbackPlayer.stop();
+
+        // Back: the configured default again.
+        const int headphonesAgain = server.loadSink("headphones", "Headphones");
+        QVERIFY(headphonesAgain >= 0);
+        QTRY_COMPARE_WITH_TIMEOUT(outputs->defaultCapturer(), QStringLiteral("headphones"), 10000);
+        QTRY_COMPARE(rows->currentText(), QStringLiteral("Headphones"));
+        QVERIFY(headphones.start("headphones"));
+        headphones.playTone(93.75, -18, TonePlayer::Right);
+        QTRY_VERIFY_WITH_TIMEOUT(litCount(follower->device.lastColors()) == 0, 5000);
+        headphones.playTone(93.75, -18, TonePlayer::Left);
+        QTRY_VERIFY_WITH_TIMEOUT(follower->device.lastColors() == meter15(false), 5000);
+        headphones.stop();
+        speakers.stop();
+        release(pinned);
+        release(follower);
+        QVERIFY(!server.pactl({"set-default-sink", server.sinkName()}).isNull());
+        for (int module : {speakersModule, headphonesAgain}) {
+            QVERIFY(!server.pactl({"unload-module", QString::number(module)}).isNull());
+        }
+    }
+
+    // A music effect started while the sound server is down (PipeWire too, as at a login where it
+    // starts after the program), or has no output, listens to the default output once there is one.
     void bindsWhenTheOutputAppears_data()
     {
         QTest::addColumn<bool>("serverDown");
@@ -288,7 +363,7 @@ private slots:
         QFETCH(bool, serverDown);
         player.stop();
         if (serverDown) {
-            server.kill();
+            server.killAll();
         } else {
             QVERIFY(!server.pactl({"unload-module", "module-null-sink"}).isNull());
         }

@@ -1,10 +1,10 @@
 #include "PrivateXServer.h"
+#include "Sandbox.h"
 #include "ScreenRig.h"
 #include "VirtualLedDevice.h"
 
 #include <QJsonArray>
 #include <QProcess>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include <signal.h>
@@ -28,33 +28,19 @@ private slots:
         QVERIFY(painter.open(server.display()) &&
                 painter.paint(QRect(QPoint(), screen), ScreenPainter::pictureA(screen)));
 
-        // Short, because the program's local socket path must fit in sun_path.
-        QTemporaryDir root(QDir::tempPath() + "/p-XXXXXX");
-        QVERIFY(root.isValid());
-        const QString config = root.filePath("config/orvanta");
+        Sandbox box;
+        const QString config = box.configDir();
         QVERIFY(TestFiles::write(config + "/controllers/OV5512%3A41424344.json",
                                  R"({"nbLeds": 72, "lines": [18, 36, 18], "brightness": 1.0, "enable": true,
                                      "workMode": "com.orvanta.screenSync",
                                      "subMode": "com.orvanta.screenSync.fullScreen"})"));
-        QDir().mkpath(root.filePath("runtime"));
-        QFile::setPermissions(root.filePath("runtime"),
-                              QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
         VirtualLedDevice device;
-        QVERIFY(device.open(root.filePath("ttyOV0")));
+        QVERIFY(device.open(box.root.filePath("ttyOV0")));
 
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert("HOME", root.path());
-        env.insert("XDG_CONFIG_HOME", root.filePath("config"));
-        env.insert("XDG_DATA_HOME", root.filePath("data"));
-        env.insert("XDG_RUNTIME_DIR", root.filePath("runtime"));
-        env.insert("QT_QPA_PLATFORM", "offscreen"); // the window elsewhere, the capture on DISPLAY
-        env.insert("DISPLAY", server.display());
-        env.insert("ORVANTA_EXTRA_PORTS", root.filePath("ttyOV0"));
-        env.insert("LSAN_OPTIONS", "suppressions=" ORVANTA_LSAN_SUPPRESSIONS ":fast_unwind_on_malloc=0");
-        QProcess program;
-        program.setProcessEnvironment(env);
-        program.setWorkingDirectory(root.path());
-        program.start(ORVANTA_BINARY_PATH, {"--winrt_capture_first"});
+        QProcess program; // the window offscreen, the capture on DISPLAY
+        box.prepare(program, {"--winrt_capture_first"},
+                    {{"DISPLAY", server.display()}, {"ORVANTA_EXTRA_PORTS", box.root.filePath("ttyOV0")}});
+        program.start();
         QVERIFY(program.waitForStarted());
 
         const QVector<QPoint> points = readPoints(fullId, 72, QSize(120, 67), 0,
@@ -62,13 +48,7 @@ private slots:
         int judged = 0;
         QTRY_VERIFY_WITH_TIMEOUT(
             mismatchesA(device.lastColors(), points, screen, &judged) == 0 && judged > 50, 30000);
-        QString log;
-        const QDir logs(root.filePath("data/orvanta/logs"));
-        for (const QString& name : logs.entryList({"*.log"}, QDir::Files)) {
-            log += name.startsWith("loop_") ? QString()
-                                            : QString::fromUtf8(TestFiles::read(logs.filePath(name)));
-        }
-        QVERIFY(log.contains("in mode 1 by"));
+        QVERIFY(box.mainLog().contains("in mode 1 by"));
 
         QCOMPARE(::kill(pid_t(program.processId()), SIGTERM), 0);
         QVERIFY(program.waitForFinished(30000));

@@ -14,11 +14,15 @@ class LogCapture
 public:
     LogCapture()
     {
+        QMutexLocker locker(&gate);
         current = this;
         previous = qInstallMessageHandler(&LogCapture::handler);
     }
+    // Other threads (the configuration writer, capture threads) may be logging right now: the
+    // gate keeps the handler off this object once the destructor has begun.
     ~LogCapture()
     {
+        QMutexLocker locker(&gate);
         qInstallMessageHandler(previous);
         current = nullptr;
     }
@@ -50,19 +54,21 @@ public:
 private:
     static void handler(QtMsgType type, const QMessageLogContext& context, const QString& message)
     {
-        LogCapture* self = current;
-        if (!self) {
-            return;
-        }
+        QtMessageHandler next = nullptr;
         {
-            QMutexLocker locker(&self->mutex);
-            self->entries.append({int(type), message});
+            QMutexLocker locker(&gate);
+            if (LogCapture* self = current) {
+                QMutexLocker entriesLocker(&self->mutex);
+                self->entries.append({int(type), message});
+                next = self->previous;
+            }
         }
-        if (self->previous) {
-            self->previous(type, context, message);
+        if (next) {
+            next(type, context, message);
         }
     }
 
+    static inline QMutex gate;
     static inline LogCapture* current = nullptr;
     mutable QMutex mutex;
     QList<QPair<int, QString>> entries;

@@ -2,12 +2,28 @@
 
 #include "PrivateXServer.h"
 
+#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QProcessEnvironment>
 #include <QRegularExpression>
 
+namespace {
+
+// The compositor's socket and its lock file live in the runtime folder, and a Unix socket path may
+// not pass 107 bytes: a deep TMPDIR (a build tree's test folder) gives way to /tmp.
+QString runtimeTemplate()
+{
+    const QString preferred = QDir::tempPath() + QStringLiteral("/weston-XXXXXX");
+    return preferred.size() + int(sizeof("/orvanta-test.lock")) <= 100
+               ? preferred
+               : QStringLiteral("/tmp/orvanta-weston-XXXXXX");
+}
+
+} // namespace
+
 PrivateXwayland::PrivateXwayland()
+    : runtime(runtimeTemplate())
 {
     process.setProcessChannelMode(QProcess::SeparateChannels);
     process.setStandardOutputFile(QProcess::nullDevice());

@@ -1,33 +1,26 @@
 #include "PrivateSoundServer.h"
 
-#include <QDir>
 #include <QElapsedTimer>
-#include <QFileInfo>
 #include <QThread>
+
+#include <signal.h>
 
 PrivateSoundServer::PrivateSoundServer(const QString& sinkName, const QString& description)
     : sink(sinkName)
     , description(description)
 {
-    QDir(dir.path()).mkpath(QStringLiteral("runtime"));
-    QDir(dir.path()).mkpath(QStringLiteral("state"));
-    QDir(dir.path()).mkpath(QStringLiteral("home"));
-    QDir(dir.path()).mkpath(QStringLiteral("config"));
+    session.addConfig(QStringLiteral(ORVANTA_SOUNDSIM_DIR "/orvanta-pulse.conf"),
+                      QStringLiteral("pipewire/orvanta-pulse.conf"));
 }
 
 PrivateSoundServer::~PrivateSoundServer()
 {
-    kill();
+    killAll();
 }
 
 QString PrivateSoundServer::address() const
 {
-    return QStringLiteral("unix:") + dir.path() + QStringLiteral("/native");
-}
-
-QString PrivateSoundServer::logPath() const
-{
-    return dir.path() + QStringLiteral("/pulseaudio.log");
+    return QStringLiteral("unix:") + session.folder() + QStringLiteral("/native");
 }
 
 void PrivateSoundServer::exportAddress() const
@@ -37,80 +30,113 @@ void PrivateSoundServer::exportAddress() const
 
 QProcessEnvironment PrivateSoundServer::environment() const
 {
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("PULSE_RUNTIME_PATH"), dir.path() + QStringLiteral("/runtime"));
-    env.insert(QStringLiteral("PULSE_STATE_PATH"), dir.path() + QStringLiteral("/state"));
-    env.insert(QStringLiteral("HOME"), dir.path() + QStringLiteral("/home"));
-    env.insert(QStringLiteral("XDG_CONFIG_HOME"), dir.path() + QStringLiteral("/config"));
-    env.insert(QStringLiteral("XDG_RUNTIME_DIR"), dir.path() + QStringLiteral("/runtime"));
+    QProcessEnvironment env = session.environment();
+    // The instance puts its socket "native" here, where pactl finds it too.
+    env.insert(QStringLiteral("PULSE_RUNTIME_PATH"), session.folder());
+    env.insert(QStringLiteral("PULSE_STATE_PATH"), session.folder() + QStringLiteral("/state"));
     env.insert(QStringLiteral("PULSE_SERVER"), address());
-    // Nothing to autolaunch or talk to: no session bus, no X11.
-    env.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), QStringLiteral("unix:path=/nonexistent"));
-    env.remove(QStringLiteral("DISPLAY"));
-    env.remove(QStringLiteral("WAYLAND_DISPLAY"));
     return env;
 }
 
 bool PrivateSoundServer::start()
 {
-    if (isRunning()) {
-        return true;
-    }
-    const QString socket = dir.path() + QStringLiteral("/native");
-    const QStringList args{
-        QStringLiteral("--pdeathsig"),
-        QStringLiteral("KILL"),
-        QStringLiteral("pulseaudio"),
-        QStringLiteral("-n"),
-        QStringLiteral("--daemonize=no"),
-        QStringLiteral("--exit-idle-time=-1"),
-        QStringLiteral("--use-pid-file=no"),
-        QStringLiteral("--realtime=no"),
-        QStringLiteral("--high-priority=no"),
-        // Audio over the socket: shared memory blocks between several clients can abort the daemon
-        // (a known memfd bug of this PulseAudio version).
-        QStringLiteral("--disable-shm=yes"),
-        QStringLiteral("--load=module-null-sink ") +
-            nullSinkArguments(sink, description, 48000, QStringLiteral("float32le")).join(QLatin1Char(' ')),
-        QStringLiteral("--load=module-native-protocol-unix socket=%1 auth-anonymous=1").arg(socket),
-    };
-    process.setProcessEnvironment(environment());
-    // A file, not a pipe: a pipe held by the daemon would keep a test runner waiting.
-    process.setStandardOutputFile(logPath(), QIODevice::Append);
-    process.setStandardErrorFile(logPath(), QIODevice::Append);
-    process.start(QStringLiteral("setpriv"), args);
-    if (!process.waitForStarted(5000)) {
-        error = QStringLiteral("cannot start pulseaudio: ") + process.errorString();
+    if (!session.start()) {
+        error = session.errorString();
         return false;
+    }
+    if (pulse.state() == QProcess::NotRunning) {
+        pulse.setProcessEnvironment(environment());
+        pulse.setStandardOutputFile(logPath(), QIODevice::Append);
+        pulse.setStandardErrorFile(logPath(), QIODevice::Append);
+        pulse.start(QStringLiteral("setpriv"),
+                    {QStringLiteral("--pdeathsig"), QStringLiteral("KILL"), QStringLiteral("pipewire"),
+                     QStringLiteral("-c"), QStringLiteral("orvanta-pulse.conf")});
+        if (!pulse.waitForStarted(5000)) {
+            error = QStringLiteral("cannot start the Pulse instance of pipewire: ") + pulse.errorString();
+            return false;
+        }
     }
     QElapsedTimer clock;
     clock.start();
-    while (clock.elapsed() < 10000) {
-        if (process.state() != QProcess::Running) {
-            error = QStringLiteral("pulseaudio ended; see ") + logPath();
+    bool answers = false;
+    while (!answers && clock.elapsed() < 10000) {
+        if (pulse.state() != QProcess::Running) {
+            error = QStringLiteral("the Pulse instance of pipewire ended; see ") + logPath();
             return false;
         }
-        if (QFileInfo::exists(socket) && !pactl({QStringLiteral("info")}).isNull()) {
-            return true;
+        answers = pactl({QStringLiteral("info")}).contains(QLatin1String("on PipeWire"));
+        if (!answers) {
+            QThread::msleep(20);
+        }
+    }
+    if (!answers) {
+        error = QStringLiteral("the Pulse instance of pipewire did not answer; see ") + logPath();
+        kill();
+        return false;
+    }
+    const QString sinks = pactl({QStringLiteral("list"), QStringLiteral("short"), QStringLiteral("sinks")});
+    bool listed = false;
+    for (const QString& line : sinks.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
+        listed = listed || line.section(QLatin1Char('\t'), 1, 1) == sink;
+    }
+    if (!listed && loadSink(sink, description) < 0) {
+        error = QStringLiteral("cannot load the sink ") + sink;
+        return false;
+    }
+    return waitForDefaultSink(10000);
+}
+
+bool PrivateSoundServer::waitForDefaultSink(int waitMs)
+{
+    // WirePlumber picks the default among the sinks; until then a client would see none.
+    QElapsedTimer clock;
+    clock.start();
+    while (clock.elapsed() < waitMs) {
+        const QString name = pactl({QStringLiteral("get-default-sink")}).trimmed();
+        const QString sinks =
+            pactl({QStringLiteral("list"), QStringLiteral("short"), QStringLiteral("sinks")});
+        for (const QString& line : sinks.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
+            if (!name.isEmpty() && line.section(QLatin1Char('\t'), 1, 1) == name) {
+                return true;
+            }
         }
         QThread::msleep(20);
     }
-    error = QStringLiteral("pulseaudio did not answer; see ") + logPath();
-    kill();
+    error = QStringLiteral("no default sink was chosen; see ") + logPath();
     return false;
 }
 
 void PrivateSoundServer::kill()
 {
-    if (process.state() != QProcess::NotRunning) {
-        process.kill();
-        process.waitForFinished(5000);
+    if (pulse.state() != QProcess::NotRunning) {
+        pulse.kill();
+        pulse.waitForFinished(5000);
+    }
+}
+
+void PrivateSoundServer::killAll()
+{
+    kill();
+    session.killAll();
+}
+
+void PrivateSoundServer::freeze()
+{
+    if (pulse.state() == QProcess::Running) {
+        ::kill(pid_t(pulse.processId()), SIGSTOP);
+    }
+}
+
+void PrivateSoundServer::thaw()
+{
+    if (pulse.state() == QProcess::Running) {
+        ::kill(pid_t(pulse.processId()), SIGCONT);
     }
 }
 
 bool PrivateSoundServer::isRunning() const
 {
-    return process.state() == QProcess::Running;
+    return pulse.state() == QProcess::Running && session.isRunning();
 }
 
 QString PrivateSoundServer::pactl(const QStringList& args) const
@@ -127,21 +153,23 @@ QString PrivateSoundServer::pactl(const QStringList& args) const
     return out.isNull() ? QStringLiteral("") : out; // success with no output is empty, not null
 }
 
-QStringList PrivateSoundServer::nullSinkArguments(const QString& name, const QString& description, int rate,
-                                                  const QString& format)
-{
-    return {QStringLiteral("sink_name=") + name,
-            QStringLiteral("sink_properties='device.description=\"%1\"'").arg(description),
-            QStringLiteral("rate=%1").arg(rate), QStringLiteral("format=") + format,
-            QStringLiteral("channels=2")};
-}
-
 int PrivateSoundServer::loadSink(const QString& name, const QString& description, int rate,
-                                 const QString& format)
+                                 const QString& format, int channels, const QString& channelMap)
 {
-    const QString out = pactl(QStringList{QStringLiteral("load-module"), QStringLiteral("module-null-sink")} +
-                              nullSinkArguments(name, description, rate, format));
-    return out.isNull() ? -1 : out.trimmed().toInt();
+    QStringList args{QStringLiteral("load-module"),
+                     QStringLiteral("module-null-sink"),
+                     QStringLiteral("sink_name=") + name,
+                     QStringLiteral("sink_properties='device.description=\"%1\"'").arg(description),
+                     QStringLiteral("rate=%1").arg(rate),
+                     QStringLiteral("format=") + format,
+                     QStringLiteral("channels=%1").arg(channels)};
+    if (!channelMap.isEmpty()) {
+        args << QStringLiteral("channel_map=") + channelMap;
+    }
+    const QString out = pactl(args);
+    bool ok = false;
+    const int index = out.trimmed().toInt(&ok);
+    return ok ? index : -1;
 }
 
 int PrivateSoundServer::sourceOutputCount() const

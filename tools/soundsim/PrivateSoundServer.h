@@ -1,12 +1,15 @@
 #pragma once
 
+#include "PrivatePipeWire.h"
+
 #include <QProcess>
 #include <QString>
 #include <QStringList>
-#include <QTemporaryDir>
 
-// A private PulseAudio daemon for tests and benchmarks: one null sink, a socket in a temporary
-// folder, no user daemon, D-Bus or X11 touched. It dies with the process that started it.
+// A private sound server for tests and benchmarks, speaking the PulseAudio protocol: pipewire and
+// wireplumber in a private session (PrivatePipeWire: no card opened, no desktop touched), and a
+// Pulse-protocol instance (`pipewire -c orvanta-pulse.conf`) on a socket in that folder. One null
+// sink at start; a test may unload it and have none. Everything dies with the thread that started it.
 class PrivateSoundServer
 {
 public:
@@ -15,10 +18,18 @@ public:
                                 const QString& description = QStringLiteral("Test output"));
     ~PrivateSoundServer();
 
-    // Starts the daemon and waits until it answers; false with errorString() if it did not.
+    // Starts what is not running, waits until the server answers as PipeWire, and loads the first
+    // sink unless it exists; false with errorString() if that failed.
     bool start();
-    // Kills the daemon with SIGKILL, as a crash would.
+    // Kills the Pulse-protocol instance with SIGKILL, as a crash would; its sinks go with it.
     void kill();
+    // Kills the instance, wireplumber and pipewire.
+    void killAll();
+    // Stops the Pulse-protocol instance (SIGSTOP) and lets it go on (SIGCONT): its clients stay
+    // connected and get no data meanwhile, as from a sink that PulseAudio suspended. (PipeWire
+    // resumes a sink suspended by pactl at once while streams use it.)
+    void freeze();
+    void thaw();
     bool isRunning() const;
     QString errorString() const { return error; }
 
@@ -26,24 +37,26 @@ public:
     QString address() const;
     void exportAddress() const;
 
-    // Runs pactl against this daemon; the standard output, or a null string on failure.
+    // Runs pactl against this server; the standard output, or a null string on failure.
     QString pactl(const QStringList& args) const;
-    // Loads another null sink; its module index, or -1.
+    // Loads another null sink ("mono" or a comma-separated channel_map for other layouts than
+    // stereo); its module index, or -1.
     int loadSink(const QString& name, const QString& description, int rate = 48000,
-                 const QString& format = QStringLiteral("float32le"));
-    // Number of recording streams ("source outputs") the daemon has now.
+                 const QString& format = QStringLiteral("float32le"), int channels = 2,
+                 const QString& channelMap = QString());
+    // Number of recording streams ("source outputs") the server has now.
     int sourceOutputCount() const;
     QString sinkName() const { return sink; }
-    QString logPath() const;
+    QString logPath() const { return session.logPath(); }
+    PrivatePipeWire& pipeWire() { return session; }
 
 private:
     QProcessEnvironment environment() const;
-    static QStringList nullSinkArguments(const QString& name, const QString& description, int rate,
-                                         const QString& format);
+    bool waitForDefaultSink(int waitMs);
 
-    QTemporaryDir dir;
+    PrivatePipeWire session;
     QString sink;
     QString description;
-    QProcess process;
+    QProcess pulse;
     QString error;
 };

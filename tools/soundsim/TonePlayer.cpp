@@ -53,7 +53,12 @@ bool TonePlayer::start(const QString& sinkName, int rate)
     }
     if (ok) {
         const pa_sample_spec spec{PA_SAMPLE_FLOAT32LE, static_cast<uint32_t>(rate), 2};
-        stream = pa_stream_new(context, "tone", &spec, nullptr);
+        // What is played goes to the channels it names: no spreading of the front pair over the
+        // centre and rear of a surround output, which would blur the channel a test listens to.
+        pa_proplist* props = pa_proplist_new();
+        pa_proplist_sets(props, "channelmix.upmix", "false");
+        stream = pa_stream_new_with_proplist(context, "tone", &spec, nullptr, props);
+        pa_proplist_free(props);
         pa_stream_set_state_callback(stream, &TonePlayer::onStreamState, this);
         pa_stream_set_write_callback(stream, &TonePlayer::onStreamWrite, this);
         pa_buffer_attr attr;

@@ -61,9 +61,19 @@ void AbsMusicEffect::setCapturerId(QString newCapturerId)
     }
     connect(capturer.data(), &AudioCapturer::spectrumsChanged, this,
             QOverload<QVector<SoundChannel>>::of(&AbsMusicEffect::spectrumUpdate), Qt::QueuedConnection);
-    stopWaiting();
     qInfo().noquote() << "[AbsMusicEffect]: " + workerOptions().id + "is connected to the " + capturerId;
+    emit capturerIdChanged(capturerId);
     capturerChangedHook();
+}
+
+void AbsMusicEffect::pinCapturer(QString id)
+{
+    if (id.isEmpty()) {
+        setCapturerId(id); // refused with its line; the worker keeps what it has
+        return;
+    }
+    stopFollowing();
+    setCapturerId(id);
 }
 
 void AbsMusicEffect::releaseCapturer()
@@ -88,48 +98,48 @@ int32_t AbsMusicEffect::load(const ControlOptions& ctlOptions)
     if (stored.isEmpty()) {
         setCapturerId(manager->defaultCapturer());
     }
+    followDefaultCapturer();
     if (!capturer) {
-        waitForDefaultCapturer();
+        qInfo().noquote() << "[AbsMusicEffect]: " + workerOptions().id +
+                                 " waits for a sound output to appear.";
     }
     return 0;
 }
 
 void AbsMusicEffect::unload()
 {
-    stopWaiting();
+    stopFollowing();
     if (capturer) {
         releaseCapturer();
     }
 }
 
-void AbsMusicEffect::waitForDefaultCapturer()
+void AbsMusicEffect::followDefaultCapturer()
 {
-    if (waiting) {
+    if (following) {
         return;
     }
-    waiting = connect(AudioCapManager::instacne(), &AudioCapManager::defaultCapturerChanged, this,
-                      &AbsMusicEffect::onDefaultCapturerChanged);
-    qInfo().noquote() << "[AbsMusicEffect]: " + workerOptions().id + " waits for a sound output to appear.";
+    following = connect(AudioCapManager::instacne(), &AudioCapManager::defaultCapturerChanged, this,
+                        &AbsMusicEffect::onDefaultCapturerChanged);
 }
 
-void AbsMusicEffect::stopWaiting()
+void AbsMusicEffect::stopFollowing()
 {
-    if (waiting) {
-        disconnect(waiting);
-        waiting = {};
+    if (following) {
+        disconnect(following);
+        following = {};
     }
 }
 
 void AbsMusicEffect::onDefaultCapturerChanged(QString id)
 {
-    if (id.isEmpty()) {
+    // No default for now: the worker stays where it is until the server names the next one.
+    if (id.isEmpty() || (capturer && id == capturerId)) {
         return;
     }
-    stopWaiting();
-    if (capturer) {
-        return; // the option panel bound one meanwhile
+    if (!capturer) {
+        capturerId.clear(); // an id not found at load is retried, not refused as unchanged
     }
-    capturerId.clear(); // an id not found at load is retried, not refused as unchanged
     setCapturerId(id);
 }
 

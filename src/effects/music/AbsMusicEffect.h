@@ -32,23 +32,29 @@ public slots:
     virtual void capturerChangedHook() = 0;
 
     void setCapturerId(QString newCapturerId);
+    // The user's choice: the worker stays on this output while loaded, whatever the default does.
+    void pinCapturer(QString id);
     void onCtlDirChanged(uint32_t dir) override;
     void onCtlBrightnessChanged(float brightness) override;
     void onCtlKindNameChanged(QString kindName) override;
     void onCtlEnableChanged(bool enable) override;
+
+signals:
+    // A capturer was connected, by the user or by following the default output.
+    void capturerIdChanged(QString id);
 
 private slots:
     void onDefaultCapturerChanged(QString id);
 
 protected:
     void releaseCapturer();
-    // With no capturer bound at load (no sound server or no output yet), the first default
-    // output that appears is bound.
-    void waitForDefaultCapturer();
-    void stopWaiting();
+    // From load until unload or a pin, the worker moves with the default output; with none at
+    // load (no sound server or no output yet) it binds the first that appears.
+    void followDefaultCapturer();
+    void stopFollowing();
 
     QString capturerId;
     QSharedPointer<AudioCapturer> capturer;
     ControlOptions controlOptions;
-    QMetaObject::Connection waiting;
+    QMetaObject::Connection following;
 };

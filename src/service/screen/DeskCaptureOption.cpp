@@ -32,6 +32,8 @@ void DeskCaptureOption::setCurMode(int newMode)
     if (mode.exchange(newMode) == newMode) {
         return;
     }
-    ConfigurationManager::instance()->setGlobalValue(QStringLiteral("deskCaptureMode"), newMode);
+    ConfigurationManager* store = ConfigurationManager::instance();
+    store->setGlobalValue(QStringLiteral("deskCaptureMode"), newMode);
+    store->saveGlobalValues(); // a choice in the settings survives a crash
     emit curModeChanged(newMode);
 }

@@ -75,19 +75,26 @@ void MediaSourceOptWidget::onEffectWorkerChanged(IEffectWorkerPtr worker)
                 return;
             }
             const bool blocked = music->blockSignals(true);
-            music->setCapturerId(id);
+            music->pinCapturer(id);
             music->blockSignals(blocked);
         },
         Qt::QueuedConnection);
-    const QString id = current->currentCapturerId();
-    if (!id.isEmpty()) {
-        for (int i = 0; i < devices.size(); ++i) {
-            if (devices[i].first == id) {
-                const bool blocked = ui->devicesComboBox->blockSignals(true);
-                ui->devicesComboBox->setCurrentIndex(i);
-                ui->devicesComboBox->blockSignals(blocked);
-                break;
-            }
+    // A worker that follows the default output moves on its own; the row goes with it.
+    connect(current.data(), &AbsMusicEffect::capturerIdChanged, this, &MediaSourceOptWidget::showCapturer);
+    showCapturer(current->currentCapturerId());
+}
+
+void MediaSourceOptWidget::showCapturer(const QString& id)
+{
+    if (id.isEmpty()) {
+        return;
+    }
+    for (int i = 0; i < devices.size(); ++i) {
+        if (devices[i].first == id) {
+            const bool blocked = ui->devicesComboBox->blockSignals(true);
+            ui->devicesComboBox->setCurrentIndex(i);
+            ui->devicesComboBox->blockSignals(blocked);
+            return;
         }
     }
 }

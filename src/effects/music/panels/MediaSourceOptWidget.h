@@ -38,6 +38,8 @@ private slots:
     void onCapturerLost(QString id);
 
 private:
+    void showCapturer(const QString& id);
+
     QScopedPointer<Ui::MediaSourceOptWidget> ui;
     int maxFrequency = 16000;
     // Not owning: the panel never keeps a worker alive.

@@ -10,6 +10,13 @@
 #include <chrono>
 
 namespace {
+// The default sink's name, empty when there is none. PipeWire's Pulse layer names the placeholder
+// "@DEFAULT_SINK@" while no sink exists rather than leaving the name empty.
+QString defaultSinkName(const pa_server_info* info)
+{
+    const QString name = info->default_sink_name ? QString::fromUtf8(info->default_sink_name) : QString();
+    return name == QLatin1String("@DEFAULT_SINK@") ? QString() : name;
+}
 
 // Logs under AudioCapManager's name, and a stream's texts under AudioCapturer's: the log texts
 // of this part are fixed that way.
@@ -257,8 +264,8 @@ void AudioBackendPulse::onServerInfo(pa_context* c, const pa_server_info* info, 
     if (c != self->context) {
         return;
     }
-    if (info && info->default_sink_name) {
-        self->listingDefault = QString::fromUtf8(info->default_sink_name);
+    if (info) {
+        self->listingDefault = defaultSinkName(info);
     }
     self->snapshotPartDone();
 }
@@ -330,7 +337,7 @@ void AudioBackendPulse::onChangedServer(pa_context* c, const pa_server_info* inf
     if (c != self->context || !info) {
         return;
     }
-    const QString name = info->default_sink_name ? QString::fromUtf8(info->default_sink_name) : QString();
+    const QString name = defaultSinkName(info);
     QMetaObject::invokeMethod(
         self->manager, [m = self->manager, name] { m->applyDefaultSink(name); }, Qt::QueuedConnection);
 }

@@ -86,7 +86,7 @@ bool DeskCaptureBackendX11::connectServer()
         randrEventBase = ext->first_event;
         auto version = reply(xcb_randr_query_version_reply(c, xcb_randr_query_version(c, 1, 5), nullptr));
         randr15 = version && (version->major_version > 1 || version->minor_version >= 5);
-        if (isXwayland()) {
+        if (X11Setup::isXwayland(connection, root)) {
             qWarning().noquote() << kTag << "The display" << describe(display)
                                  << "is Xwayland, whose root shows only X11 windows: screen sync needs an "
                                     "X11 desktop";
@@ -112,31 +112,6 @@ bool DeskCaptureBackendX11::connectServer()
     connected = true;
     warned = false;
     return true;
-}
-
-bool DeskCaptureBackendX11::isXwayland()
-{
-    auto resources = reply(xcb_randr_get_screen_resources_current_reply(
-        connection, xcb_randr_get_screen_resources_current(connection, root), nullptr));
-    if (!resources) {
-        return false;
-    }
-    const xcb_randr_output_t* outputs = xcb_randr_get_screen_resources_current_outputs(resources.get());
-    const int count = xcb_randr_get_screen_resources_current_outputs_length(resources.get());
-    for (int i = 0; i < count; ++i) {
-        auto info = reply(xcb_randr_get_output_info_reply(
-            connection, xcb_randr_get_output_info(connection, outputs[i], resources->config_timestamp),
-            nullptr));
-        if (!info) {
-            continue;
-        }
-        const QByteArray name(reinterpret_cast<const char*>(xcb_randr_get_output_info_name(info.get())),
-                              xcb_randr_get_output_info_name_length(info.get()));
-        if (name.startsWith("XWAYLAND")) {
-            return true;
-        }
-    }
-    return false;
 }
 
 void DeskCaptureBackendX11::disconnectServer()

@@ -28,7 +28,6 @@ public:
 private:
     bool connectServer();
     void disconnectServer();
-    bool isXwayland();
     void onReadable();
     void drainEvents();
     void enumerate();

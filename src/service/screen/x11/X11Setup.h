@@ -23,5 +23,8 @@ const xcb_screen_t* screenOf(xcb_connection_t* c, int screenNumber);
 AreaAverager::PixelLayout layoutOf(xcb_connection_t* c, uint8_t depth);
 // The server's image byte order differs from ours.
 bool serverSwaps(xcb_connection_t* c);
+// The server is Xwayland (RandR outputs named "XWAYLAND..."): its root shows only X11 windows,
+// and it sees keys only while one of them has the focus.
+bool isXwayland(xcb_connection_t* c, xcb_window_t root);
 
 } // namespace X11Setup

@@ -1,0 +1,2 @@
+-- A test session touches no Bluetooth device.
+bluez_monitor.enabled = false
