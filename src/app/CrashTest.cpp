@@ -4,10 +4,12 @@
 #include "crash/CrashCapture.h"
 #include "devices/OVController.h"
 #include "devices/OVSerialPort.h"
+#include "ui/dialogs/SettingsDialog.h"
 
-#include <QCoreApplication>
+#include <QApplication>
 #include <QDebug>
 #include <QDir>
+#include <QPushButton>
 #include <QTimer>
 
 #include <atomic>
@@ -33,10 +35,10 @@ volatile int one = 1; // a numerator the compiler cannot see, so that it divides
 volatile int sink = 0;
 volatile bool deeper = true; // always: the recursion has no end the compiler could see
 
-const QStringList kKinds = {QStringLiteral("segv"),   QStringLiteral("bus"),  QStringLiteral("ill"),
-                            QStringLiteral("fpe"),    QStringLiteral("abrt"), QStringLiteral("stack"),
-                            QStringLiteral("thread"), QStringLiteral("two"),  QStringLiteral("double"),
-                            QStringLiteral("store")};
+const QStringList kKinds = {QStringLiteral("segv"),   QStringLiteral("bus"),     QStringLiteral("ill"),
+                            QStringLiteral("fpe"),    QStringLiteral("abrt"),    QStringLiteral("stack"),
+                            QStringLiteral("thread"), QStringLiteral("two"),     QStringLiteral("double"),
+                            QStringLiteral("store"),  QStringLiteral("settings")};
 
 } // namespace
 
@@ -103,9 +105,28 @@ void CrashTest::run(OrvantaApp* app, const QString& kind)
         crashTwo();
     } else if (name == QLatin1String("double")) {
         crashDouble();
+    } else if (name == QLatin1String("settings")) {
+        crashSettings(app);
     } else if (name == QLatin1String("store")) {
         crashStore(app, kind.section(QLatin1Char(':'), 1).toInt());
     }
+}
+
+void CrashTest::crashSettings(OrvantaApp* app)
+{
+    // As the user does it: the settings from the window, then the configuration folder's button,
+    // whose handler writes through a null pointer under --enable_crash_test.
+    auto* poll = new QTimer(app);
+    QObject::connect(poll, &QTimer::timeout, app, [poll] {
+        auto* dialog = qobject_cast<SettingsDialog*>(QApplication::activeModalWidget());
+        auto* button = dialog ? dialog->findChild<QPushButton*>(QStringLiteral("btnOpenConfigDir")) : nullptr;
+        if (button) {
+            poll->stop();
+            button->click();
+        }
+    });
+    poll->start(10);
+    emit app->window().settingsBtnTriggered();
 }
 
 __attribute__((noinline)) void CrashTest::crashSegv()

@@ -25,6 +25,7 @@ public:
     static void crashTwo();
     static void crashDouble();
     static void crashStore(OrvantaApp* app, int delayMs);
+    static void crashSettings(OrvantaApp* app);
 
 private:
     static void run(OrvantaApp* app, const QString& kind);

@@ -253,11 +253,12 @@ bool CrashReport::locate(quint64 address, QString* module, quint64* offset) cons
         if (address < m.start || address >= m.end) {
             continue;
         }
-        // The load address is the lowest mapping of the same file.
-        quint64 base = m.start - m.fileOffset;
+        // The load address is the lowest mapping of the same file; a map that says otherwise is
+        // not believed past the address itself.
+        quint64 base = m.fileOffset <= m.start ? m.start - m.fileOffset : m.start;
         if (!m.path.isEmpty()) {
             for (const Module& other : all) {
-                if (other.path == m.path && other.fileOffset == 0) {
+                if (other.path == m.path && other.fileOffset == 0 && other.start <= address) {
                     base = other.start;
                     break;
                 }

@@ -58,6 +58,10 @@ struct CrashSandbox
         env.insert("XDG_RUNTIME_DIR", root.filePath("runtime"));
         env.insert("TMPDIR", root.filePath("tmp"));
         env.insert("QT_QPA_PLATFORM", "offscreen");
+        // No desktop: the settings' folder button must open nothing on the developer's screen.
+        for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "DBUS_SESSION_BUS_ADDRESS"}) {
+            env.remove(name);
+        }
         env.insert("ORVANTA_SERVICE_URL", "off");
         env.insert("ORVANTA_EXTRA_PORTS", device.slavePath());
         env.insert("ORVANTA_RECORDER_OUT", recordFile());
