@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <QStringList>
 #include <QVector>
 
 // One crash report as read back (format in CrashReportFormat.h). Parsing is a pure function of
