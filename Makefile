@@ -7,7 +7,7 @@ SOAK_DIR := build/soak
 # Seconds each fuzz target runs in make fuzz; make test runs each for 5.
 FUZZ_SECONDS ?= 30
 
-.PHONY: all deps test-deps build build-debug run test format clean fuzz fuzz-build soak
+.PHONY: all deps test-deps build build-crash-release build-debug run test format clean fuzz fuzz-build soak
 
 all: build
 
@@ -27,6 +27,10 @@ $(DEBUG_DIR)/CMakeCache.txt: | deps
 build: deps $(RELEASE_DIR)/CMakeCache.txt
 	cmake --build $(RELEASE_DIR) -j $(JOBS)
 
+# The programs the crash tests crash: capture is off in the Debug tree's sanitizer build.
+build-crash-release: deps $(RELEASE_DIR)/CMakeCache.txt
+	cmake --build $(RELEASE_DIR) -j $(JOBS) --target orvanta CrashReporter
+
 build-debug: deps $(DEBUG_DIR)/CMakeCache.txt
 	scripts/timed "debug build" cmake --build $(DEBUG_DIR) -j $(JOBS)
 
@@ -34,7 +38,7 @@ run: build
 	scripts/run-with-devsim $(RELEASE_DIR)/bin
 
 # The suites (with the fuzz replays and the short soaks), then every fuzz target for 5 seconds.
-test: test-deps build-debug
+test: test-deps build-crash-release build-debug
 	scripts/timed "test suites" sh -c 'cd $(DEBUG_DIR) && ctest --output-on-failure -j 2 --timeout 300'
 	$(MAKE) --no-print-directory fuzz FUZZ_SECONDS=5
 

@@ -80,6 +80,101 @@
     </message>
   </context>
   <context>
+    <name>CrashReporterWindow</name>
+    <message>
+      <source>信号</source>
+      <translation>Signal</translation>
+    </message>
+    <message>
+      <source>地址</source>
+      <translation>Address</translation>
+    </message>
+    <message>
+      <source>版本</source>
+      <translation>Version</translation>
+    </message>
+    <message>
+      <source>时间</source>
+      <translation>Time</translation>
+    </message>
+    <message>
+      <source>大小</source>
+      <translation>Size</translation>
+    </message>
+    <message>
+      <source>文件</source>
+      <translation>File</translation>
+    </message>
+    <message>
+      <source>Orvanta 意外停止了。</source>
+      <translation>Orvanta stopped unexpectedly.</translation>
+    </message>
+    <message>
+      <source>已保存一份错误报告</source>
+      <translation>A report of the crash was saved</translation>
+    </message>
+    <message>
+      <source>，以及 1 份更早的报告</source>
+      <translation>, and 1 earlier report</translation>
+    </message>
+    <message>
+      <source>，以及 %1 份更早的报告</source>
+      <translation>, and %1 earlier reports</translation>
+    </message>
+    <message>
+      <source>。发送它有助于修复这个问题。</source>
+      <translation>. Sending it helps fix the fault.</translation>
+    </message>
+    <message>
+      <source>报告包含版本、崩溃发生的位置、崩溃线程的栈、已加载的库和最后的日志行。它不包含您的任何文件，但其中的路径可能含有您的用户名，并且包含程序内存的片段。</source>
+      <translation>It holds the version, where the crash happened, the crashed thread's stack, the loaded libraries and the last log lines. It holds none of your files, but paths that may contain your user name, and fragments of the program's memory.</translation>
+    </message>
+    <message>
+      <source>详细信息</source>
+      <translation>Details</translation>
+    </message>
+    <message>
+      <source>打开文件夹</source>
+      <translation>Open folder</translation>
+    </message>
+    <message>
+      <source>重新启动 Orvanta</source>
+      <translation>Restart Orvanta</translation>
+    </message>
+    <message>
+      <source>发送报告</source>
+      <translation>Send report</translation>
+    </message>
+    <message>
+      <source>不发送</source>
+      <translation>Don't send</translation>
+    </message>
+    <message>
+      <source>关闭</source>
+      <translation>Close</translation>
+    </message>
+    <message>
+      <source>正在发送……</source>
+      <translation>Sending…</translation>
+    </message>
+    <message>
+      <source>在线服务已关闭：没有发送任何内容。报告会在在线服务开启后的下次启动时发送。</source>
+      <translation>Online services are off: nothing was sent. The report goes at the next start with the services on.</translation>
+    </message>
+    <message>
+      <source>现在无法发送报告，它会在下次启动时发送。</source>
+      <translation>The report could not be sent now; it goes at the next start.</translation>
+    </message>
+    <message>
+      <source>这份报告无法读取，已被搁置，没有发送。</source>
+      <translation>This report cannot be read; it was set aside and not sent.</translation>
+    </message>
+    <message>
+      <source>报告已发送，谢谢。</source>
+      <translation>The report was sent. Thank you.</translation>
+    </message>
+  </context>
+  <context>
     <name>EffectNames</name>
     <message>
       <source>单色模式</source>

@@ -80,6 +80,101 @@
     </message>
   </context>
   <context>
+    <name>CrashReporterWindow</name>
+    <message>
+      <source>信号</source>
+      <translation>信号</translation>
+    </message>
+    <message>
+      <source>地址</source>
+      <translation>地址</translation>
+    </message>
+    <message>
+      <source>版本</source>
+      <translation>版本</translation>
+    </message>
+    <message>
+      <source>时间</source>
+      <translation>时间</translation>
+    </message>
+    <message>
+      <source>大小</source>
+      <translation>大小</translation>
+    </message>
+    <message>
+      <source>文件</source>
+      <translation>文件</translation>
+    </message>
+    <message>
+      <source>Orvanta 意外停止了。</source>
+      <translation>Orvanta 意外停止了。</translation>
+    </message>
+    <message>
+      <source>已保存一份错误报告</source>
+      <translation>已保存一份错误报告</translation>
+    </message>
+    <message>
+      <source>，以及 1 份更早的报告</source>
+      <translation>，以及 1 份更早的报告</translation>
+    </message>
+    <message>
+      <source>，以及 %1 份更早的报告</source>
+      <translation>，以及 %1 份更早的报告</translation>
+    </message>
+    <message>
+      <source>。发送它有助于修复这个问题。</source>
+      <translation>。发送它有助于修复这个问题。</translation>
+    </message>
+    <message>
+      <source>报告包含版本、崩溃发生的位置、崩溃线程的栈、已加载的库和最后的日志行。它不包含您的任何文件，但其中的路径可能含有您的用户名，并且包含程序内存的片段。</source>
+      <translation>报告包含版本、崩溃发生的位置、崩溃线程的栈、已加载的库和最后的日志行。它不包含您的任何文件，但其中的路径可能含有您的用户名，并且包含程序内存的片段。</translation>
+    </message>
+    <message>
+      <source>详细信息</source>
+      <translation>详细信息</translation>
+    </message>
+    <message>
+      <source>打开文件夹</source>
+      <translation>打开文件夹</translation>
+    </message>
+    <message>
+      <source>重新启动 Orvanta</source>
+      <translation>重新启动 Orvanta</translation>
+    </message>
+    <message>
+      <source>发送报告</source>
+      <translation>发送报告</translation>
+    </message>
+    <message>
+      <source>不发送</source>
+      <translation>不发送</translation>
+    </message>
+    <message>
+      <source>关闭</source>
+      <translation>关闭</translation>
+    </message>
+    <message>
+      <source>正在发送……</source>
+      <translation>正在发送……</translation>
+    </message>
+    <message>
+      <source>在线服务已关闭：没有发送任何内容。报告会在在线服务开启后的下次启动时发送。</source>
+      <translation>在线服务已关闭：没有发送任何内容。报告会在在线服务开启后的下次启动时发送。</translation>
+    </message>
+    <message>
+      <source>现在无法发送报告，它会在下次启动时发送。</source>
+      <translation>现在无法发送报告，它会在下次启动时发送。</translation>
+    </message>
+    <message>
+      <source>这份报告无法读取，已被搁置，没有发送。</source>
+      <translation>这份报告无法读取，已被搁置，没有发送。</translation>
+    </message>
+    <message>
+      <source>报告已发送，谢谢。</source>
+      <translation>报告已发送，谢谢。</translation>
+    </message>
+  </context>
+  <context>
     <name>EffectNames</name>
     <message>
       <source>单色模式</source>

@@ -1,11 +1,13 @@
-#include "app/ConsoleOutput.h"
-#include "app/MessageHandler.h"
+#include "app/CrashHook.h"
+#include "app/CrashTest.h"
 #include "app/OrvantaApp.h"
 #include "app/ShutdownSignals.h"
 #include "app/SingleInstance.h"
 #include "app/StartupSteps.h"
 #include "effects/panels/EffectPanelMaker.h"
 #include "service/config/ConfigurationManager.h"
+#include "service/config/ConsoleOutput.h"
+#include "service/config/MessageHandler.h"
 #include "service/screen/DeskDuplManager.h"
 
 #include <QApplication>
@@ -82,6 +84,10 @@ int main(int argc, char* argv[])
     ConfigurationManager::instance()->removeLeftovers();
     StartupSteps::honourCleanStartup();
     StartupSteps::logStartupInfo();
+    // A crash from here on leaves a report and starts the reporter; one agreed to earlier but
+    // not yet sent goes now.
+    CrashHook::install();
+    CrashHook::startRetryIfAgreed();
     const int oldLogs = StartupSteps::removeOldLogs(logsPath, mainLog, StartupSteps::keptLogRuns);
     if (oldLogs > 0) {
         qInfo().noquote() << kTag << "Removed" << oldLogs << "log files of runs before the last"
@@ -114,6 +120,7 @@ int main(int argc, char* argv[])
             soakDriver = std::make_unique<SoakDriver>(orvanta, parser.value(soakDriverOption));
         }
 #endif
+        CrashTest::arm(&orvanta);
         exitCode = app.exec();
     }
     // Controllers are released with deleteLater; with the loop gone, run those deletions now so

@@ -2,6 +2,7 @@
 
 #include "devices/LedLayout.h"
 #include "devices/OVSerialPort.h"
+#include "service/config/SignalStack.h"
 
 #include <QDebug>
 
@@ -64,6 +65,7 @@ OVController::OVController(const ControlOptions& controlOptions, OVSerialPort* s
     portThread->setObjectName(QStringLiteral("OVSerialPort ") + options.portName);
     port->serialPort()->moveToThread(portThread);
     port->moveToThread(portThread);
+    SignalStack::watch(portThread);
     portThread->start(QThread::InheritPriority);
     QMetaObject::invokeMethod(port, &OVSerialPort::startWriteTimer, Qt::QueuedConnection);
     QMetaObject::invokeMethod(port, &OVSerialPort::ignoreInput, Qt::QueuedConnection);

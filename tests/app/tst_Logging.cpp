@@ -1,6 +1,6 @@
 #include "TestFiles.h"
-#include "app/ConsoleOutput.h"
-#include "app/MessageHandler.h"
+#include "service/config/ConsoleOutput.h"
+#include "service/config/MessageHandler.h"
 
 #include <QRegularExpression>
 #include <QTemporaryDir>

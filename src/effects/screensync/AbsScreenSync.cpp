@@ -2,6 +2,7 @@
 
 #include "effects/IPanelMaker.h"
 #include "service/config/ConfigurationManager.h"
+#include "service/config/SignalStack.h"
 #include "service/screen/DeskDuplManager.h"
 
 #include <QColor>
@@ -79,6 +80,7 @@ AbsScreenSync::AbsScreenSync(const EffectWorkerOptions& workerOptions, QObject* 
             // Deleted on the main thread once finished, never waited on from itself.
             connect(workThread, &QThread::finished, workThread, &QObject::deleteLater);
             liveThreads().append(workThread);
+            SignalStack::watch(workThread);
             workThread->start(QThread::InheritPriority);
             qInfo() << "The screen sync work thread has been started";
         }

@@ -2,6 +2,7 @@
 
 #include "service/config/ConfigurationFile.h"
 #include "service/config/ConfigurationWriter.h"
+#include "service/config/SignalStack.h"
 
 #include "service/config/DefaultsFile.h"
 
@@ -159,6 +160,7 @@ void ConfigurationManager::startWriter()
     writerThread->setObjectName(QStringLiteral("ConfigurationWriter"));
     writer = new ConfigurationWriter(kWriteLagMs);
     writer->moveToThread(writerThread);
+    SignalStack::watch(writerThread);
     writerThread->start(QThread::LowPriority);
     // Whatever is pending when the application object goes still reaches the disk.
     qAddPostRoutine(&ConfigurationManager::stopWriterAtExit);

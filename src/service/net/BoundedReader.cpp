@@ -37,6 +37,13 @@ void BoundedReader::attach(QNetworkReply* reply, Resend resend)
     connect(reply, &QNetworkReply::readyRead, this, &BoundedReader::onReadyRead);
     connect(reply, &QNetworkReply::sslErrors, this, &BoundedReader::onSslErrors);
     connect(reply, &QNetworkReply::finished, this, &BoundedReader::onFinished);
+    // An upload makes progress while nothing comes back yet.
+    connect(reply, &QNetworkReply::uploadProgress, this, [this](qint64 sent, qint64 total) {
+        if (deadline == Deadline::Idle && !done) {
+            timer.start(timeoutMs);
+        }
+        emit uploadProgress(sent, total);
+    });
 }
 
 BoundedReader::~BoundedReader()

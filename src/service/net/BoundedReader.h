@@ -44,6 +44,7 @@ public:
 
 signals:
     void received(const QByteArray& bytes);
+    void uploadProgress(qint64 sent, qint64 total);
     void finished(const ServiceReply& reply);
 
 private:

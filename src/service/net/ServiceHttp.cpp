@@ -9,6 +9,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QHostAddress>
+#include <QHttpMultiPart>
 #include <QSslCertificate>
 #include <QtConcurrent>
 
@@ -173,6 +174,25 @@ BoundedReader* ServiceHttp::post(const QUrl& url, const QByteArray& body, const 
     });
 }
 
+BoundedReader* ServiceHttp::post(const QUrl& url, QHttpMultiPart* body, const QByteArray& userAgent)
+{
+    QString why;
+    if (!online() || !urlAllowed(url, &why)) {
+        qWarning().noquote() << kTag
+                             << "Not sent: " + forLog(url) + ": " +
+                                    (online() ? why : QStringLiteral("online services are off"));
+        delete body;
+        return nullptr;
+    }
+    BoundedReader* reader = begin(url, Kind::Upload, 0, [this, url, body, userAgent] {
+        QNetworkRequest r = request(url);
+        r.setRawHeader("User-Agent", userAgent);
+        return network.post(r, body);
+    });
+    body->setParent(reader);
+    return reader;
+}
+
 BoundedReader* ServiceHttp::begin(const QUrl& url, Kind kind, qint64 cap,
                                   std::function<QNetworkReply*(const QUrl& url, bool asGet)> send)
 {
@@ -188,6 +208,10 @@ BoundedReader* ServiceHttp::begin(const QUrl& url, Kind kind, qint64 cap,
         break;
     case Kind::Package:
         reader = new BoundedReader(url, cap > 0 ? cap : kPackageCap, currentTimeouts.packageIdleMs,
+                                   BoundedReader::Deadline::Idle, this);
+        break;
+    case Kind::Upload:
+        reader = new BoundedReader(url, cap > 0 ? cap : kJsonCap, currentTimeouts.uploadIdleMs,
                                    BoundedReader::Deadline::Idle, this);
         break;
     }

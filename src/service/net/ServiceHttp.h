@@ -16,6 +16,7 @@
 #include <functional>
 
 class BoundedReader;
+class QHttpMultiPart;
 
 // The one HTTPS policy of the online services: where they are, which URLs may be fetched, how a
 // request is made, and how much of an answer is read for how long. Each user owns one; main
@@ -30,6 +31,7 @@ public:
         Json,    // a JSON document, or the feedback's answer: 64 KiB, 15 s in all
         Picture, // the advertisement's picture: 4 MiB, 30 s in all
         Package, // the update: the size it was announced with, 30 s without data
+        Upload,  // a crash report going up: a 64 KiB answer, 30 s without progress either way
     };
     static constexpr qint64 kJsonCap = 64 * 1024;
     static constexpr qint64 kPictureCap = 4 * 1024 * 1024;
@@ -41,6 +43,7 @@ public:
         int jsonMs = 15000;
         int pictureMs = 30000;
         int packageIdleMs = 30000;
+        int uploadIdleMs = 30000;
     };
     // For the tests: the requests made afterwards keep to these.
     static void setTimeouts(const Timeouts& timeouts);
@@ -72,6 +75,9 @@ public:
     // are off or for a URL the rule refuses. `cap` 0 takes the kind's own.
     BoundedReader* get(const QUrl& url, Kind kind, qint64 cap = 0);
     BoundedReader* post(const QUrl& url, const QByteArray& body, const QByteArray& contentType, Kind kind);
+    // A multipart upload (Kind::Upload) with a "User-Agent" of the caller's; the body becomes the
+    // reader's child.
+    BoundedReader* post(const QUrl& url, QHttpMultiPart* body, const QByteArray& userAgent);
 
     // The URL rule, pure: https to any host; http only to the literal addresses 127.0.0.1 and
     // [::1]; no other scheme. `why` gets the cause of a refusal.

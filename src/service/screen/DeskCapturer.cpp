@@ -1,5 +1,6 @@
 #include "service/screen/DeskCapturer.h"
 
+#include "service/config/SignalStack.h"
 #include "service/screen/DeskCaptureRunner.h"
 
 #include <QMetaMethod>
@@ -23,6 +24,7 @@ DeskCapturer::DeskCapturer(const DeskCaptureBackend* backend, const DeskCaptureO
     thread.setObjectName(QStringLiteral("capture"));
     runner->moveToThread(&thread);
     connect(&thread, &QThread::finished, runner, &QObject::deleteLater);
+    SignalStack::watch(&thread);
     thread.start();
 }
 

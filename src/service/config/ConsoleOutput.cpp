@@ -1,4 +1,6 @@
-#include "app/ConsoleOutput.h"
+#include "service/config/ConsoleOutput.h"
+
+#include "service/config/SignalStack.h"
 
 #include <QDebug>
 
@@ -75,6 +77,8 @@ void ConsoleOutput::finish(int timeoutMs)
 
 void ConsoleOutput::run()
 {
+    // Lives as long as the process, so its stack is never taken back.
+    SignalStack::installForCurrentThread();
     Queue& q = queue();
     std::unique_lock<std::mutex> lock(q.mutex);
     for (;;) {

@@ -1,4 +1,4 @@
-#include "app/ConsoleOutput.h"
+#include "service/config/ConsoleOutput.h"
 
 #include <cerrno>
 #include <csignal>

@@ -1,6 +1,6 @@
-#include "app/MessageHandler.h"
+#include "service/config/MessageHandler.h"
 
-#include "app/ConsoleOutput.h"
+#include "service/config/ConsoleOutput.h"
 
 #include <QCoreApplication>
 #include <QDateTime>

@@ -1,0 +1,462 @@
+#include "LocalHttpsService.h"
+#include "TestFiles.h"
+#include "crash/CrashReport.h"
+#include "crash/CrashReportFormat.h"
+#include "crash/QBreakpadHandler.h"
+#include "crash/QBreakpadHttpUploader.h"
+#include "crash/reporter/CrashReportQueue.h"
+#include "crash/reporter/CrashReporterProgram.h"
+#include "crash/reporter/CrashReporterWindow.h"
+#include "crash/reporter/CrashSender.h"
+#include "service/config/SignalStack.h"
+
+#include <QCheckBox>
+#include <QLabel>
+#include <QProcess>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTranslator>
+#include <QtEndian>
+#include <QtTest>
+
+#include <csignal>
+
+namespace {
+constexpr int kWaitMs = 20000;
+const QByteArray kVersion = "0.2.0.230805";
+
+// A small report of the format, as the handler writes one: INFO, then END unless cut short.
+QByteArray makeReport(qint64 uptimeNs, bool complete = true)
+{
+    QByteArray out(CrashReportFormat::kMagic, 8);
+    auto u32 = [&out](quint32 v) { out.append(reinterpret_cast<const char*>(&v), 4); };
+    auto u64 = [&out](quint64 v) { out.append(reinterpret_cast<const char*>(&v), 8); };
+    auto text = [&](const QByteArray& s) {
+        u32(quint32(s.size()));
+        out += s;
+    };
+    u32(1);
+    u32(0);
+    const int info = out.size();
+    u32(CrashReportFormat::Info);
+    u32(0);
+    for (quint32 v : {quint32(SIGSEGV), 1u}) {
+        u32(v);
+    }
+    u64(0);
+    for (quint32 v : {4242u, 4242u, 1u, 0u}) {
+        u32(v);
+    }
+    for (quint64 v : {1700000000000000000ull, 5000000000ull, quint64(uptimeNs)}) {
+        u64(v);
+    }
+    for (const QByteArray& s : {kVersion, QByteArray("abc"), QByteArray("00ff"), QByteArray("/x/orvanta"),
+                                QByteArray("x86_64"), QByteArray("6.1.0")}) {
+        text(s);
+    }
+    qToLittleEndian<quint32>(quint32(out.size() - info - 8), out.data() + info + 4);
+    out.append(QByteArray((8 - out.size() % 8) % 8, '\0'));
+    if (complete) {
+        u32(CrashReportFormat::End);
+        u32(16);
+        u64(quint64(out.size() + 16));
+        u64(5001000000ull);
+    }
+    return out;
+}
+} // namespace
+
+// The reporter and the uploader in process: what is posted, what stays on disk, what the window
+// offers, against a local HTTPS service.
+class TestCrashReporter : public QObject
+{
+    Q_OBJECT
+private:
+    LocalHttpsService service;
+    QTemporaryDir home;
+    int folders = 0;
+
+    // A fresh dump folder holding `reports` good reports (newest last) and the odd files asked.
+    QString dumpFolder(int reports, const QStringList& odd = {}, qint64 uptimeNs = 60'000'000'000)
+    {
+        const QString folder = home.filePath(QString("dumps%1").arg(++folders));
+        for (int i = 0; i < reports; ++i) {
+            const QString path =
+                QString("%1/%2-0000-0000-0000-000000000000.dmp").arg(folder).arg(i, 8, 10, QChar('0'));
+            TestFiles::write(path, makeReport(uptimeNs));
+            QFile file(path); // a second apart, so that "newest" is known
+            if (!file.open(QIODevice::ReadWrite) ||
+                !file.setFileTime(QDateTime::currentDateTime().addSecs(i - reports),
+                                  QFileDevice::FileModificationTime)) {
+                qWarning() << "cannot date" << path;
+            }
+        }
+        if (odd.contains("junk")) {
+            TestFiles::write(folder + "/x.dmp", "not a report at all");
+        }
+        if (odd.contains("big")) {
+            TestFiles::write(folder + "/big.dmp", makeReport(uptimeNs) + QByteArray(2 * 1024 * 1024, 'x'));
+        }
+        return folder;
+    }
+
+    void goOnline(bool online, LocalHttpsService::Security security = LocalHttpsService::Security::Trusted)
+    {
+        service.setSecurity(security);
+        service.clearRecords();
+        qputenv("ORVANTA_SERVICE_URL", online ? service.baseUrl().toString().toUtf8() : QByteArray("off"));
+        qputenv("ORVANTA_SERVICE_CA", service.caFile().toUtf8());
+    }
+
+    int posts() const { return service.requests().size(); }
+
+private slots:
+    void initTestCase()
+    {
+        QCoreApplication::setApplicationName("orvanta");
+        QCoreApplication::setApplicationVersion(QString::fromLatin1(kVersion));
+        QVERIFY2(service.start(), qPrintable(service.errorString()));
+        service.setRoute("/v1/crash", ScriptedReply::json("{}"));
+        service.setRoute("/fail/v1/crash", ScriptedReply::json("{\"error\": 1}", 500));
+    }
+
+    // One upload: the three parts in order under the crash's own User-Agent; a good reply deletes
+    // the report, any failure keeps it; what is no report, or too big, is set aside unsent.
+    void upload_data()
+    {
+        QTest::addColumn<QString>("odd");
+        QTest::addColumn<bool>("online");
+        QTest::addColumn<bool>("trusted");
+        QTest::addColumn<QString>("prefix");
+        QTest::addColumn<int>("posted");
+        QTest::addColumn<QString>("left"); // what is left of the file: "", ".dmp" or ".dmp.bad"
+        QTest::newRow("good reply: deleted") << "" << true << true << "" << 1 << "";
+        QTest::newRow("error reply: kept") << "" << true << true << "/fail" << 1 << ".dmp";
+        QTest::newRow("untrusted certificate: nothing posted, kept")
+            << "" << true << false << "" << 0 << ".dmp";
+        QTest::newRow("online services off: kept") << "" << false << true << "" << 0 << ".dmp";
+        QTest::newRow("junk: set aside") << "junk" << true << true << "" << 0 << ".dmp.bad";
+        QTest::newRow("2 MiB: set aside") << "big" << true << true << "" << 0 << ".dmp.bad";
+    }
+    void upload()
+    {
+        QFETCH(QString, odd);
+        QFETCH(bool, online);
+        QFETCH(bool, trusted);
+        QFETCH(QString, prefix);
+        QFETCH(int, posted);
+        QFETCH(QString, left);
+        const QString folder = dumpFolder(odd.isEmpty() ? 1 : 0, {odd});
+        const QString name = QDir(folder).entryList({"*.dmp"}).first();
+        const QString path = folder + "/" + name;
+        const QByteArray bytes = TestFiles::read(path);
+        goOnline(online,
+                 trusted ? LocalHttpsService::Security::Trusted : LocalHttpsService::Security::Untrusted);
+        QBreakpadHttpUploader uploader(online ? QUrl(service.baseUrl().toString() + prefix + "/v1/crash")
+                                              : QUrl());
+        QSignalSpy done(&uploader, &QBreakpadHttpUploader::done);
+        uploader.uploadDump(path);
+        QTRY_COMPARE_WITH_TIMEOUT(done.size(), 1, kWaitMs);
+        QCOMPARE(posts(), posted);
+        const QString base = path.left(path.size() - 4);
+        QCOMPARE(QFileInfo::exists(base + ".dmp"), left == ".dmp");
+        QCOMPARE(QFileInfo::exists(base + ".dmp.bad"), left == ".dmp.bad");
+        QCOMPARE(done.first().at(0).toBool(), left.isEmpty());
+        if (posted > 0) {
+            const RecordedRequest request = service.requests().first();
+            QCOMPARE(request.method, QByteArray("POST"));
+            QCOMPARE(request.header("User-Agent"), "orvanta/" + kVersion);
+            const QByteArray& body = request.body;
+            const int prod = body.indexOf("form-data; name=\"prod\"\r\n\r\norvanta\r\n");
+            const int ver = body.indexOf("form-data; name=\"ver\"\r\n\r\n" + kVersion + "\r\n");
+            const int file =
+                body.indexOf("form-data; name=\"upload_file_minidump\"; filename=\"" + name.toUtf8() + "\"");
+            QVERIFY2(prod > 0 && ver > prod && file > ver && body.indexOf(bytes) > file,
+                     body.left(600).constData());
+        }
+    }
+
+    // The handler's path and URL rules.
+    void handlerSettings()
+    {
+        QBreakpadHandler* handler = QBreakpadHandler::instance();
+        handler->setDumpPath("relative/dumps");
+        QCOMPARE(handler->dumpPath(), QCoreApplication::applicationDirPath() + "/relative/dumps");
+        const QString absolute = dumpFolder(2, {"junk"});
+        handler->setDumpPath(absolute);
+        QCOMPARE(handler->dumpPath(), absolute);
+        QCOMPARE(handler->dumpFileList().size(), 3);
+        QCOMPARE(handler->capturing(), SignalStack::enabled()); // a sanitizer build captures nothing
+        handler->setUploadUrl(QUrl("https://127.0.0.1:1/v1/crash"));
+        handler->setUploadUrl(QUrl());
+        QCOMPARE(handler->uploadUrl(), QUrl("https://127.0.0.1:1/v1/crash"));
+        QCOMPARE(QBreakpadHandler::version(), QString("0.4.0"));
+        QDir(QCoreApplication::applicationDirPath() + "/relative").removeRecursively();
+    }
+
+    // Through the window: the decision covers every undecided report, a failure keeps both files
+    // for the next start, a declined report is never posted, and what is no report is set aside.
+    void window_data()
+    {
+        QTest::addColumn<int>("reports");
+        QTest::addColumn<QStringList>("odd");
+        QTest::addColumn<bool>("online");
+        QTest::addColumn<bool>("trusted");
+        QTest::addColumn<bool>("send");
+        QTest::addColumn<QString>("earlier");
+        QTest::addColumn<int>("posted");
+        QTest::addColumn<int>("consents");    // left for the next start
+        QTest::addColumn<int>("postedLater"); // by the next start's --retry
+        QTest::newRow("send: posted once") << 1 << QStringList() << true << true << true << "" << 1 << 0 << 0;
+        QTest::newRow("three undecided share the decision")
+            << 3 << QStringList() << true << true << true << "以及 2 份更早的报告" << 3 << 0 << 0;
+        QTest::newRow("two undecided")
+            << 2 << QStringList() << true << true << false << "以及 1 份更早的报告" << 0 << 0 << 0;
+        QTest::newRow("untrusted: nothing posted, both files kept")
+            << 1 << QStringList() << true << false << true << "" << 0 << 1 << 1;
+        QTest::newRow("offline at consent: the next start sends it once")
+            << 1 << QStringList() << false << true << true << "" << 0 << 1 << 1;
+        QTest::newRow("don't send: never posted")
+            << 1 << QStringList() << true << true << false << "" << 0 << 0 << 0;
+        QTest::newRow("junk and 2 MiB set aside") << 1 << QStringList{"junk", "big"} << true << true << true
+                                                  << "以及 2 份更早的报告" << 1 << 0 << 0;
+    }
+    void window()
+    {
+        QFETCH(int, reports);
+        QFETCH(QStringList, odd);
+        QFETCH(bool, online);
+        QFETCH(bool, trusted);
+        QFETCH(bool, send);
+        QFETCH(QString, earlier);
+        QFETCH(int, posted);
+        QFETCH(int, consents);
+        QFETCH(int, postedLater);
+        const QString folder = dumpFolder(reports, odd);
+        goOnline(online,
+                 trusted ? LocalHttpsService::Security::Trusted : LocalHttpsService::Security::Untrusted);
+        CrashReportQueue queue(folder);
+        const QStringList undecided = queue.undecided();
+        QCOMPARE(undecided.size(), reports + odd.size());
+        {
+            const QString newest = queue.path(undecided.first());
+            CrashReporterWindow window(&queue, newest, CrashReport::readFile(newest), undecided);
+            window.show();
+            QVERIFY(window.findChild<QPushButton*>("sendButton")->isDefault());
+            const QString text = window.findChild<QLabel*>("explanation")->text();
+            QVERIFY2(earlier.isEmpty() ? !text.contains("更早") : text.contains(earlier), qPrintable(text));
+            QTest::mouseClick(window.findChild<QPushButton*>(send ? "sendButton" : "dontSendButton"),
+                              Qt::LeftButton);
+            if (send) {
+                QTRY_VERIFY_WITH_TIMEOUT(window.findChild<QPushButton*>("closeButton")->isVisible(), kWaitMs);
+            } else {
+                QVERIFY(!window.isVisible());
+            }
+        }
+        QCOMPARE(posts(), posted);
+        QCOMPARE(QDir(folder).entryList({"*.consent"}).size(), consents);
+        QCOMPARE(QDir(folder).entryList({"*.dmp"}).size(), consents);
+        QCOMPARE(QDir(folder).entryList({"*.dmp.bad"}).size(), odd.size());
+        QCOMPARE(QDir(folder).entryList({"*.dmp.kept"}).size(), send ? 0 : reports);
+        QCOMPARE(QDir(folder).entryList({"*.lock"}).size(), 0);
+
+        // The next two starts with the services on: what was agreed goes once, then nothing.
+        goOnline(true);
+        for (int expected : {postedLater, 0}) {
+            service.clearRecords();
+            CrashSender retry(&queue);
+            QSignalSpy finished(&retry, &CrashSender::finished);
+            retry.start();
+            QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 1, kWaitMs);
+            QCOMPARE(posts(), expected);
+        }
+    }
+
+    // Two reporters at once on three agreed reports: each goes once.
+    void twoReporters()
+    {
+        const QString folder = dumpFolder(3);
+        CrashReportQueue queue(folder);
+        queue.agree(queue.undecided());
+        goOnline(true);
+        service.setRoute("/v1/crash", [] {
+            ScriptedReply slow = ScriptedReply::json("{}");
+            slow.delayMs = 200; // both reporters reach the reports while one is sending
+            return slow;
+        }());
+        CrashSender first(&queue), second(&queue);
+        QSignalSpy firstDone(&first, &CrashSender::finished), secondDone(&second, &CrashSender::finished);
+        first.start();
+        second.start();
+        QTRY_VERIFY_WITH_TIMEOUT(firstDone.size() == 1 && secondDone.size() == 1, kWaitMs);
+        service.setRoute("/v1/crash", ScriptedReply::json("{}"));
+        QCOMPARE(posts(), 3);
+        QCOMPARE(first.outcome().sent + second.outcome().sent, 3);
+        QVERIFY(QDir(folder).entryList(QDir::Files).isEmpty());
+    }
+
+    // Five failures keep a report unsent for good; ten reports are kept, the oldest go.
+    void attemptsAndPruning()
+    {
+        const QString folder = dumpFolder(12);
+        CrashReportQueue queue(folder);
+        QCOMPARE(queue.prune(), 2);
+        QCOMPARE(queue.undecided().size(), 10);
+        const QString report = queue.undecided().first();
+        queue.agree({report});
+        for (int attempt = 1; attempt < CrashReportQueue::kMaxAttempts; ++attempt) {
+            QCOMPARE(queue.failed(report), attempt);
+            QVERIFY(queue.agreed().contains(report));
+        }
+        QCOMPARE(queue.failed(report), CrashReportQueue::kMaxAttempts);
+        QVERIFY(!queue.agreed().contains(report) && QFileInfo::exists(queue.path(report) + ".kept"));
+    }
+
+    // "Restart" is offered unless the crash came within 10 s of the start.
+    void restartOffer_data()
+    {
+        QTest::addColumn<qint64>("uptimeNs");
+        QTest::addColumn<bool>("checked");
+        QTest::newRow("3 s after the start") << qint64(3'000'000'000) << false;
+        QTest::newRow("9.999 s") << qint64(9'999'000'000) << false;
+        QTest::newRow("10 s") << qint64(10'000'000'000) << true;
+    }
+    void restartOffer()
+    {
+        QFETCH(qint64, uptimeNs);
+        QFETCH(bool, checked);
+        const QString folder = dumpFolder(1, {}, uptimeNs);
+        CrashReportQueue queue(folder);
+        const QString path = queue.path(queue.undecided().first());
+        CrashReporterWindow window(&queue, path, CrashReport::readFile(path), queue.undecided());
+        QCOMPARE(window.findChild<QCheckBox*>("restartCheck")->isChecked(), checked);
+    }
+
+    // "Restart" waits for the crashed process to be gone and starts the program beside the
+    // reporter, which takes the lock the crash left.
+    void restartTakesTheLock()
+    {
+        QTemporaryDir runtime(QDir::tempPath() + "/r-XXXXXX");
+        QFile::setPermissions(runtime.path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        qputenv("XDG_RUNTIME_DIR", runtime.path().toUtf8());
+        const QString lock = runtime.filePath("OrvantaSingleApp.lock");
+        const QString program = QCoreApplication::applicationDirPath() + "/orvanta";
+        QFile::remove(program);
+        QVERIFY(QFile::link(QStringLiteral(ORVANTA_BINARY_PATH), program));
+        QProcess crashed;
+        crashed.start(program, QStringList());
+        QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(lock).size() > 0, kWaitMs);
+        ::kill(pid_t(crashed.processId()), SIGKILL); // the lock file stays
+        const quint32 pid = quint32(crashed.processId());
+        QVERIFY(CrashReporterProgram::restart("orvanta", pid));
+        QVERIFY(crashed.state() == QProcess::NotRunning || crashed.waitForFinished(kWaitMs));
+        // The new start holds the lock under its own process id.
+        QByteArray holder;
+        QTRY_VERIFY_WITH_TIMEOUT((holder = TestFiles::read(lock).split('\n').first()).toUInt() != pid &&
+                                     holder.toUInt() != 0,
+                                 kWaitMs);
+        QCOMPARE(::kill(pid_t(holder.toUInt()), SIGTERM), 0);
+        QTRY_VERIFY_WITH_TIMEOUT(!QFileInfo::exists(lock), kWaitMs);
+        QFile::remove(program);
+    }
+
+    // The window in both languages, kept as pictures beside the test for a look by eye.
+    void screenshots_data()
+    {
+        QTest::addColumn<QString>("language");
+        QTest::addColumn<QString>("send");
+        QTest::newRow("Chinese") << "zh_CN"
+                                 << "发送报告";
+        QTest::newRow("English") << "en"
+                                 << "Send report";
+    }
+    void screenshots()
+    {
+        QFETCH(QString, language);
+        QFETCH(QString, send);
+        QTranslator translator;
+        if (language == "en") {
+            QVERIFY(translator.load(QStringLiteral(ORVANTA_LANGUAGES_DIR "/orvanta_en.qm")));
+            QCoreApplication::installTranslator(&translator);
+        }
+        const QString folder = dumpFolder(2);
+        CrashReportQueue queue(folder);
+        const QString path = queue.path(queue.undecided().first());
+        CrashReporterWindow window(&queue, path, CrashReport::readFile(path), queue.undecided());
+        window.show();
+        QTest::mouseClick(window.findChild<QPushButton*>("detailsButton"), Qt::LeftButton);
+        QCOMPARE(window.findChild<QPushButton*>("sendButton")->text(), send);
+        const QImage picture = window.grab().toImage();
+        QVERIFY(!picture.isNull() && picture.save(QString("crashreporter_%1.png").arg(language)));
+        QCoreApplication::removeTranslator(&translator);
+    }
+
+    // The command line: the three ways of running, and usage for anything else.
+    void arguments_data()
+    {
+        QTest::addColumn<QStringList>("args");
+        QTest::addColumn<int>("mode");
+        QTest::newRow("after a crash")
+            << QStringList{"--file", "orvanta", "--path", "/c", "--report", "/c/d/a.dmp"}
+            << int(CrashReporterProgram::Mode::Window);
+        QTest::newRow("retry") << QStringList{"--file", "orvanta", "--path", "/c", "--retry"}
+                               << int(CrashReporterProgram::Mode::Retry);
+        QTest::newRow("print") << QStringList{"--print", "/c/d/a.dmp"}
+                               << int(CrashReporterProgram::Mode::Print);
+        QTest::newRow("no path") << QStringList{"--file", "orvanta"}
+                                 << int(CrashReporterProgram::Mode::Usage);
+        QTest::newRow("a path as file")
+            << QStringList{"--file", "../x", "--path", "/c"} << int(CrashReporterProgram::Mode::Usage);
+        QTest::newRow("value missing")
+            << QStringList{"--file", "orvanta", "--path"} << int(CrashReporterProgram::Mode::Usage);
+        QTest::newRow("unknown") << QStringList{"--file", "orvanta", "--path", "/c", "-x"}
+                                 << int(CrashReporterProgram::Mode::Usage);
+        QTest::newRow("print and more")
+            << QStringList{"--print", "a", "--retry"} << int(CrashReporterProgram::Mode::Usage);
+    }
+    void arguments()
+    {
+        QFETCH(QStringList, args);
+        QFETCH(int, mode);
+        args.prepend("CrashReporter");
+        QCOMPARE(int(CrashReporterProgram::parse(args).mode), mode);
+    }
+
+    // The reader: what the handler cut short stays readable; what is not a report is refused.
+    void reader_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<bool>("valid");
+        QTest::addColumn<bool>("complete");
+        const QByteArray good = makeReport(1);
+        QByteArray otherVersion = good;
+        otherVersion[8] = 2;
+        QByteArray hugeString = good;
+        qToLittleEndian<quint32>(100000, hugeString.data() + 16 + 8 + 56); // the version's length
+        QTest::newRow("complete") << good << true << true;
+        QTest::newRow("cut after INFO") << makeReport(1, false) << true << false;
+        QTest::newRow("cut inside END") << good.left(good.size() - 4) << true << false;
+        QTest::newRow("cut inside INFO") << good.left(60) << false << false;
+        QTest::newRow("empty") << QByteArray() << false << false;
+        QTest::newRow("other magic") << QByteArray("ORVCRASX") + good.mid(8) << false << false;
+        QTest::newRow("version 2") << otherVersion << false << false;
+        QTest::newRow("string past its section") << hugeString << false << false;
+    }
+    void reader()
+    {
+        QFETCH(QByteArray, bytes);
+        QFETCH(bool, valid);
+        QFETCH(bool, complete);
+        const CrashReport report = CrashReport::parse(bytes);
+        QCOMPARE(report.valid, valid);
+        QCOMPARE(report.complete, complete);
+        if (valid) {
+            QCOMPARE(report.version, QString::fromLatin1(kVersion));
+            QCOMPARE(report.codeName(), QString("SEGV_MAPERR"));
+        }
+    }
+};
+
+QTEST_MAIN(TestCrashReporter)
+#include "tst_CrashReporter.moc"
