@@ -184,10 +184,10 @@ BoundedReader* ServiceHttp::post(const QUrl& url, QHttpMultiPart* body, const QB
         delete body;
         return nullptr;
     }
-    BoundedReader* reader = begin(url, Kind::Upload, 0, [this, url, body, userAgent] {
-        QNetworkRequest r = request(url);
+    BoundedReader* reader = begin(url, Kind::Upload, 0, [this, body, userAgent](const QUrl& to, bool asGet) {
+        QNetworkRequest r = request(to);
         r.setRawHeader("User-Agent", userAgent);
-        return network.post(r, body);
+        return asGet ? network.get(r) : network.post(r, body);
     });
     body->setParent(reader);
     return reader;
