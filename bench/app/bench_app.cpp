@@ -5,6 +5,7 @@
 //  - the largest gap between two frames on the strip while the brightness slider takes 200 steps
 //    in 2 s, against the 40 ms frame period of single colour.
 // The program runs with private configuration folders and the offscreen platform.
+#include "../BenchSpin.h"
 #include "Sandbox.h"
 #include "VirtualLedDevice.h"
 #include "app/OrvantaApp.h"
@@ -28,19 +29,6 @@
 #include <unistd.h>
 
 namespace {
-
-template <typename Predicate> bool spinUntil(Predicate done, int timeoutMs)
-{
-    QElapsedTimer clock;
-    clock.start();
-    while (!done()) {
-        if (clock.elapsed() > timeoutMs) {
-            return false;
-        }
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 5);
-    }
-    return true;
-}
 
 double median(QVector<double> values)
 {

@@ -5,6 +5,7 @@
 //    release, median and worst of 20 cycles;
 //  - wake to frame: from PrepareForSleep(false) to each device's first frame.
 // Runs with private configuration folders, so no user settings are touched.
+#include "../BenchSpin.h"
 #include "FakeLogind.h"
 #include "PrivateBus.h"
 #include "VirtualLedDevice.h"
@@ -33,22 +34,6 @@ qint64 nowNs()
     return std::chrono::duration_cast<std::chrono::nanoseconds>(
                std::chrono::steady_clock::now().time_since_epoch())
         .count();
-}
-
-template <typename Predicate> bool spinUntil(Predicate done, int timeoutMs)
-{
-    QElapsedTimer clock;
-    clock.start();
-    while (!done()) {
-        if (clock.elapsed() > timeoutMs) {
-            return false;
-        }
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 5);
-        // No event loop runs here to delete what was handed to deleteLater (among it the reply
-        // that still holds a copy of the lock's descriptor).
-        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    }
-    return true;
 }
 
 void print(const char* what, std::vector<double> ms)

@@ -3,6 +3,7 @@
 //    which includes the 500 ms settle delay every arrival waits out;
 //  - from the enumerator's construction to the end of a start-up scan of 10 silent ports.
 // Runs with private configuration folders, so no user settings are touched.
+#include "../BenchSpin.h"
 #include "VirtualLedDevice.h"
 #include "devices/DeviceManager.h"
 #include "devices/OVControllerEnumerator.h"
@@ -28,21 +29,6 @@ void quietHandler(QtMsgType, const QMessageLogContext&, const QString& message)
     if (message.contains(QLatin1String("End scan devices list"))) {
         scanEnded = true;
     }
-}
-
-// Runs the event loop until `done` holds or `timeoutMs` pass; false on time-out.
-template <typename Predicate> bool spinUntil(Predicate done, int timeoutMs)
-{
-    QElapsedTimer clock;
-    clock.start();
-    while (!done()) {
-        if (clock.elapsed() > timeoutMs) {
-            return false;
-        }
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 5);
-        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    }
-    return true;
 }
 
 double median(QVector<double> values)

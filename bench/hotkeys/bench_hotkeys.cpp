@@ -8,6 +8,7 @@
 //    (33 ms), 50 times each: the next frame of the effect landed on;
 // with median, p95 and maximum per action; and the time the five registrations take at start,
 // from the program's log.
+#include "../BenchSpin.h"
 #include "PrivateXServer.h"
 #include "Sandbox.h"
 #include "VirtualLedDevice.h"
@@ -50,19 +51,6 @@ qint64 steadyNowNs()
     return std::chrono::duration_cast<std::chrono::nanoseconds>(
                std::chrono::steady_clock::now().time_since_epoch())
         .count();
-}
-
-template <typename Predicate> bool spinUntil(Predicate done, int timeoutMs)
-{
-    QElapsedTimer clock;
-    clock.start();
-    while (!done()) {
-        if (clock.elapsed() > timeoutMs) {
-            return false;
-        }
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 5);
-    }
-    return true;
 }
 
 bool uniform(const Frame& frame)

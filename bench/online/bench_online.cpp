@@ -6,6 +6,7 @@
 //  - the longest delay of a 10 ms timer on the main loop meanwhile, against 50 ms;
 //  - checkVersion to hasNewAppVersion, median of 20 fresh managers, against 100 ms.
 // Everything runs in private folders that go at the end.
+#include "../BenchSpin.h"
 #include "service/net/NetRCManager.h"
 #include "service/net/ServiceHttp.h"
 
@@ -101,19 +102,6 @@ bool buildPackage(const QString& root, QString* path)
                               QStringLiteral("--build"), tree, *path}) == 0;
 }
 
-template <typename Predicate> bool runUntil(Predicate done, int timeoutMs)
-{
-    QElapsedTimer clock;
-    clock.start();
-    while (!done()) {
-        if (clock.elapsed() > timeoutMs) {
-            return false;
-        }
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 5);
-    }
-    return true;
-}
-
 } // namespace
 
 int main(int argc, char* argv[])
@@ -141,7 +129,7 @@ int main(int argc, char* argv[])
                   {QStringLiteral("--root"), home.filePath(QStringLiteral("served")),
                    QStringLiteral("--latest"), kNewer});
     QByteArray lines;
-    if (!runUntil([&] { return (lines += service.readAllStandardOutput()).count('\n') >= 2; }, 30000)) {
+    if (!spinUntil([&] { return (lines += service.readAllStandardOutput()).count('\n') >= 2; }, 30000)) {
         std::fprintf(stderr, "bench_online: servicesim did not start\n");
         return 1;
     }
@@ -164,7 +152,7 @@ int main(int argc, char* argv[])
         QElapsedTimer clock;
         clock.start();
         net.checkVersion();
-        if (!runUntil([&] { return newer; }, 30000)) {
+        if (!spinUntil([&] { return newer; }, 30000)) {
             std::fprintf(stderr, "bench_online: no newer version announced\n");
             return 1;
         }
@@ -180,7 +168,7 @@ int main(int argc, char* argv[])
     bool newer = false;
     QObject::connect(&net, &NetRCManager::hasNewAppVersion, [&] { newer = true; });
     net.checkVersion();
-    runUntil([&] { return newer; }, 30000);
+    spinUntil([&] { return newer; }, 30000);
     bool landed = false;
     QObject::connect(&net, &NetRCManager::newInstallationFileDownloaded, [&] { landed = true; });
 
@@ -199,7 +187,7 @@ int main(int argc, char* argv[])
         probe.start(10);
         clock.start();
         net.downloadLatestApp();
-        const bool done = runUntil([&] { return landed; }, 600000);
+        const bool done = spinUntil([&] { return landed; }, 600000);
         probe.stop();
         peak = sampler.peakKiB();
         if (!done) {

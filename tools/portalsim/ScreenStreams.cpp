@@ -1,4 +1,5 @@
 #include "ScreenStreams.h"
+#include "service/screen/portal/PipeWireLoopLock.h"
 
 #include <QFile>
 #include <QPainter>
@@ -262,30 +263,6 @@ const pw_stream_events streamEvents = [] {
     return events;
 }();
 
-// Holds the loop's lock for a scope.
-class LoopLock
-{
-public:
-    explicit LoopLock(pw_thread_loop* loop)
-        : loop(loop)
-    {
-        if (loop) {
-            pw_thread_loop_lock(loop);
-        }
-    }
-    ~LoopLock()
-    {
-        if (loop) {
-            pw_thread_loop_unlock(loop);
-        }
-    }
-    LoopLock(const LoopLock&) = delete;
-    LoopLock& operator=(const LoopLock&) = delete;
-
-private:
-    pw_thread_loop* loop;
-};
-
 } // namespace
 
 ScreenStreams::ScreenStreams()
@@ -323,7 +300,7 @@ bool ScreenStreams::start(const QString& socketPath)
         stop();
         return false;
     }
-    LoopLock lock(loop);
+    PipeWireLoopLock lock(loop);
     core = pw_context_connect_fd(
         context, fd,
         pw_properties_new(PW_KEY_APP_NAME, "portalsim", PW_KEY_REMOTE_NAME, "portalsim", nullptr), 0);
@@ -390,7 +367,7 @@ int ScreenStreams::add(const QString& name, QSize size, PixelOrder order, const 
     stream->content = content;
     int handle = 0;
     {
-        LoopLock lock(loop);
+        PipeWireLoopLock lock(loop);
         const QByteArray nodeName = name.toUtf8();
         stream->stream = pw_stream_new(core, "portalsim",
                                        pw_properties_new(PW_KEY_MEDIA_CLASS, "Video/Source", PW_KEY_NODE_NAME,
@@ -425,7 +402,7 @@ int ScreenStreams::add(const QString& name, QSize size, PixelOrder order, const 
 
 void ScreenStreams::remove(int handle)
 {
-    LoopLock lock(loop);
+    PipeWireLoopLock lock(loop);
     const std::shared_ptr<Stream> stream = streams.take(handle);
     if (stream) {
         spa_hook_remove(&stream->listener);
@@ -435,7 +412,7 @@ void ScreenStreams::remove(int handle)
 
 void ScreenStreams::resize(int handle, QSize size)
 {
-    LoopLock lock(loop);
+    PipeWireLoopLock lock(loop);
     const std::shared_ptr<Stream> stream = streams.value(handle);
     if (stream) {
         stream->size = size;
@@ -448,7 +425,7 @@ void ScreenStreams::resize(int handle, QSize size)
 
 void ScreenStreams::setContent(int handle, const ScreenContent& content)
 {
-    LoopLock lock(loop);
+    PipeWireLoopLock lock(loop);
     const std::shared_ptr<Stream> stream = streams.value(handle);
     if (stream) {
         stream->content = content;
@@ -459,7 +436,7 @@ void ScreenStreams::setContent(int handle, const ScreenContent& content)
 
 void ScreenStreams::sendBroken(int handle, Broken kind)
 {
-    LoopLock lock(loop);
+    PipeWireLoopLock lock(loop);
     const std::shared_ptr<Stream> stream = streams.value(handle);
     if (stream) {
         stream->brokenPending = int(kind);
@@ -468,14 +445,14 @@ void ScreenStreams::sendBroken(int handle, Broken kind)
 
 quint32 ScreenStreams::nodeId(int handle) const
 {
-    LoopLock lock(loop);
+    PipeWireLoopLock lock(loop);
     const std::shared_ptr<Stream> stream = streams.value(handle);
     return stream ? pw_stream_get_node_id(stream->stream) : SPA_ID_INVALID;
 }
 
 QString ScreenStreams::state(int handle) const
 {
-    LoopLock lock(loop);
+    PipeWireLoopLock lock(loop);
     const std::shared_ptr<Stream> stream = streams.value(handle);
     return QString::fromLatin1(
         pw_stream_state_as_string(stream ? stream->streamState : PW_STREAM_STATE_UNCONNECTED));
@@ -483,14 +460,14 @@ QString ScreenStreams::state(int handle) const
 
 quint64 ScreenStreams::framesSent(int handle) const
 {
-    LoopLock lock(loop);
+    PipeWireLoopLock lock(loop);
     const std::shared_ptr<Stream> stream = streams.value(handle);
     return stream ? stream->frames : 0;
 }
 
 QSize ScreenStreams::negotiatedSize(int handle) const
 {
-    LoopLock lock(loop);
+    PipeWireLoopLock lock(loop);
     const std::shared_ptr<Stream> stream = streams.value(handle);
     return stream ? stream->negotiated : QSize();
 }

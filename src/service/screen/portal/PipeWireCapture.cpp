@@ -1,4 +1,5 @@
 #include "service/screen/portal/PipeWireCapture.h"
+#include "service/screen/portal/PipeWireLoopLock.h"
 
 #include <QtDebug>
 
@@ -14,29 +15,6 @@ namespace {
 
 constexpr char kTag[] = "[PipeWireCapture]:";
 constexpr int kFramesPerSecond = 30;
-
-class LoopLock
-{
-public:
-    explicit LoopLock(pw_thread_loop* loop)
-        : loop(loop)
-    {
-        if (loop) {
-            pw_thread_loop_lock(loop);
-        }
-    }
-    ~LoopLock()
-    {
-        if (loop) {
-            pw_thread_loop_unlock(loop);
-        }
-    }
-    LoopLock(const LoopLock&) = delete;
-    LoopLock& operator=(const LoopLock&) = delete;
-
-private:
-    pw_thread_loop* loop;
-};
 
 } // namespace
 
@@ -326,7 +304,7 @@ bool PipeWireCapture::start(int fd, const QVector<uint32_t>& nodes)
         return false;
     }
     {
-        LoopLock lock(loop);
+        PipeWireLoopLock lock(loop);
         core = pw_context_connect_fd(context, fd, pw_properties_new(PW_KEY_APP_NAME, "Orvanta", nullptr), 0);
         if (core) {
             pw_core_add_listener(core, &hooks->core, &coreEvents, this);
@@ -387,7 +365,7 @@ void PipeWireCapture::connectStreams(const QVector<uint32_t>& nodes)
         Stream* raw = stream.get();
         pw_thread_loop* theLoop = loop;
         stream->slot->setControl([this, raw, theLoop](bool on) {
-            LoopLock locked(theLoop);
+            PipeWireLoopLock locked(theLoop);
             raw->listened = on;
             if (!raw->ended) {
                 pw_stream_set_active(raw->stream, on);
