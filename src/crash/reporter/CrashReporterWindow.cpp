@@ -90,8 +90,10 @@ CrashReporterWindow::CrashReporterWindow(CrashReportQueue* queue, const QString&
     sendButton->setAutoDefault(true);
     restartCheck->setChecked(!report.valid || report.uptimeNs >= kEarlyCrashNs);
 
-    connect(detailsButton, &QPushButton::clicked, this,
-            [this] { detailsBox->setVisible(!detailsBox->isVisible()); });
+    connect(detailsButton, &QPushButton::clicked, this, [this] {
+        detailsBox->setVisible(!detailsBox->isVisible());
+        adjustSize(); // wrapped labels: the window grows to show every line
+    });
     connect(openFolderButton, &QPushButton::clicked, this,
             [this] { QDesktopServices::openUrl(QUrl::fromLocalFile(this->queue->folder())); });
     connect(sendButton, &QPushButton::clicked, this, &CrashReporterWindow::onSend);
@@ -124,6 +126,7 @@ void CrashReporterWindow::onSend()
         return;
     }
     retranslate();
+    adjustSize();
     sender->start();
 }
 
@@ -146,6 +149,7 @@ void CrashReporterWindow::onSenderFinished()
     closeButton->show();
     closeButton->setDefault(true);
     retranslate();
+    adjustSize();
 }
 
 QString CrashReporterWindow::detailsText() const
