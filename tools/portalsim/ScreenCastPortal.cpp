@@ -477,7 +477,7 @@ void ScreenCastPortal::selectSources(const QDBusMessage& message)
     if (options.contains(QStringLiteral("cursor_mode")) &&
         !(options.value(QStringLiteral("cursor_mode")).toUInt() & cursorModes)) {
         fail(message, invalidArgument, QStringLiteral("Unavailable cursor mode"));
-        endSession(path, true); // as the specification says
+        endSession(path, true); // a refused request ends its session too
         return;
     }
     session->stage = Session::Stage::Selected;

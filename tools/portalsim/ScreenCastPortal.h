@@ -15,7 +15,7 @@
 class QDBusServiceWatcher;
 
 // The ScreenCast interface of org.freedesktop.portal.Desktop with its Request and Session
-// objects, from the published portal specification, answering with a scripted choice and serving
+// objects, from the portal's published D-Bus interface, answering with a scripted choice and serving
 // the chosen monitors as ScreenStreams. Lives on the simulator's own thread; PortalSimulator calls
 // it there.
 class ScreenCastPortal : public QDBusVirtualObject

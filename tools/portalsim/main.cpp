@@ -17,9 +17,9 @@ namespace {
 
 // "id=A,x=0,y=0,w=1920,h=1080,format=BGRx,fill=#ff0000" (also lw, lh, picture=PATH, bar=#rrggbb,
 // noposition, nosize); false for anything it cannot read.
-bool parseMonitor(const QString& spec, SimulatedMonitor* monitor, ScreenContent* content)
+bool parseMonitor(const QString& description, SimulatedMonitor* monitor, ScreenContent* content)
 {
-    for (const QString& item : spec.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+    for (const QString& item : description.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
         const QString key = item.section(QLatin1Char('='), 0, 0);
         const QString value = item.section(QLatin1Char('='), 1);
         bool ok = true;
@@ -96,7 +96,7 @@ int main(int argc, char** argv)
          QStringLiteral(
              "A monitor the dialog offers: id=,x=,y=,w=,h=,lw=,lh=,format=BGRx|RGBx|xBGR|xRGB|BGRA|RGBA,"
              "fill=#rrggbb|picture=FILE|bar=#rrggbb,noposition,nosize (repeatable)."),
-         QStringLiteral("spec")},
+         QStringLiteral("description")},
         {QStringLiteral("answer"), QStringLiteral("The dialog's answer: share, decline or cancel."),
          QStringLiteral("answer"), QStringLiteral("share")},
         {QStringLiteral("portal-version"), QStringLiteral("The interface version to announce."),
@@ -107,12 +107,12 @@ int main(int argc, char** argv)
     PortalChoice choice;
     choice.monitors.clear();
     QVector<ScreenContent> contents;
-    for (const QString& spec : parser.values(QStringLiteral("monitor"))) {
+    for (const QString& description : parser.values(QStringLiteral("monitor"))) {
         SimulatedMonitor monitor;
         ScreenContent content;
         content.colour = QColor(128, 128, 128);
-        if (!parseMonitor(spec, &monitor, &content)) {
-            std::fprintf(stderr, "portalsim: cannot read the monitor \"%s\"\n", qPrintable(spec));
+        if (!parseMonitor(description, &monitor, &content)) {
+            std::fprintf(stderr, "portalsim: cannot read the monitor \"%s\"\n", qPrintable(description));
             return 2;
         }
         choice.monitors << monitor;
