@@ -388,7 +388,9 @@ private slots:
         QTest::mouseClick(window.findChild<QPushButton*>("detailsButton"), Qt::LeftButton);
         QCOMPARE(window.findChild<QPushButton*>("sendButton")->text(), send);
         const QImage picture = window.grab().toImage();
-        QVERIFY(!picture.isNull() && picture.save(QString("crashreporter_%1.png").arg(language)));
+        QVERIFY(QDir().mkpath("screenshots"));
+        QVERIFY(!picture.isNull() &&
+                picture.save(QString("screenshots/crashreporter_%1_1x.png").arg(language)));
         QCoreApplication::removeTranslator(&translator);
     }
 
