@@ -74,10 +74,23 @@ struct OVControllerEnumerator::Handshake
 {
     // Deleted on the enumerator's thread even when the last holder lets go on a port thread.
     QSharedPointer<QTimer> timer{new QTimer(), &QObject::deleteLater};
-    QMetaObject::Connection replies; // readyRead to the reply handler, cut once the reply is read
+    QMetaObject::Connection replies;     // readyRead to the reply handler
+    QMetaObject::Connection failures;    // errorOccurred to the unplug handler
+    QMetaObject::Connection salutations; // sendSalutation to the port
     // Set once the reply is decided: a reply queued in the same pass, or data after the reply on a
     // port that has moved to its controller's thread, never reaches the port from here.
     bool done = false;
+
+    // Cuts every link between the port and the enumerator while both are on this thread. A link
+    // left to a port on its controller's thread would queue calls here from there, and a slot
+    // queued across threads as the enumerator goes was seen to leak.
+    void end()
+    {
+        done = true;
+        QObject::disconnect(replies);
+        QObject::disconnect(failures);
+        QObject::disconnect(salutations);
+    }
 };
 
 OVControllerEnumerator::OVControllerEnumerator(QObject* parent)
@@ -285,7 +298,8 @@ void OVControllerEnumerator::verifyDevice(QString portName)
         port->serialPort(), &QSerialPort::readyRead, this,
         [this, guardedPort, portName, handshake]() { takeReply(guardedPort, portName, handshake, false); },
         Qt::QueuedConnection);
-    connect(this, &OVControllerEnumerator::sendSalutation, port, &OVSerialPort::write, Qt::QueuedConnection);
+    handshake->salutations = connect(this, &OVControllerEnumerator::sendSalutation, port,
+                                     &OVSerialPort::write, Qt::QueuedConnection);
     // One signal for every port: each port still waiting hears the salutation again.
     emit sendSalutation(QByteArrayLiteral("Moni-A"));
 
@@ -301,23 +315,23 @@ void OVControllerEnumerator::verifyDevice(QString portName)
     timer->start();
     // Unplugged during its handshake: dropped now rather than at the timeout, so that the device,
     // back at the same name within that time, is saluted again.
-    connect(port->serialPort(), &QSerialPort::errorOccurred, this,
-            [this, guardedPort, portName, state](QSerialPort::SerialPortError error) {
-                const QSharedPointer<Handshake> alive = state.toStrongRef();
-                if (!alive || alive->done || !guardedPort ||
-                    (error != QSerialPort::ReadError && error != QSerialPort::WriteError &&
-                     error != QSerialPort::ResourceError)) {
-                    return;
-                }
-                qInfo().noquote() << kTag << "The port failed during its handshake:" << portName;
-                drop(guardedPort, alive.data());
-            });
+    handshake->failures =
+        connect(port->serialPort(), &QSerialPort::errorOccurred, this,
+                [this, guardedPort, portName, state](QSerialPort::SerialPortError error) {
+                    const QSharedPointer<Handshake> alive = state.toStrongRef();
+                    if (!alive || alive->done || !guardedPort ||
+                        (error != QSerialPort::ReadError && error != QSerialPort::WriteError &&
+                         error != QSerialPort::ResourceError)) {
+                        return;
+                    }
+                    qInfo().noquote() << kTag << "The port failed during its handshake:" << portName;
+                    drop(guardedPort, alive.data());
+                });
 }
 
 void OVControllerEnumerator::drop(OVSerialPort* port, Handshake* handshake)
 {
-    handshake->done = true;
-    disconnect(handshake->replies);
+    handshake->end();
     port->deleteLater();
 }
 
@@ -336,7 +350,7 @@ void OVControllerEnumerator::takeReply(const QPointer<OVSerialPort>& port, const
     QSerialPort* serial = port->serialPort();
     // Only the first bytes: whoever answers later no longer hears the salutation again.
     if (serial->bytesAvailable() > 0) {
-        disconnect(this, &OVControllerEnumerator::sendSalutation, port.data(), &OVSerialPort::write);
+        disconnect(handshake->salutations);
     }
 
     const HandshakeReply reply = HandshakeReply::parse(serial->peek(HandshakeReply::maxBytes), final);
@@ -361,8 +375,7 @@ void OVControllerEnumerator::takeReply(const QPointer<OVSerialPort>& port, const
         break;
     }
 
-    handshake->done = true;
-    disconnect(handshake->replies);
+    handshake->end();
     handshake->timer->stop();
     const QByteArray bytes = serial->read(reply.length);
     qInfo().noquote() << kTag << quoted(portName) << "returned" << quoted(bytes);
