@@ -7,7 +7,7 @@
 #include "devices/OVController.h"
 #include "devices/OVSerialPort.h"
 #include "devices/PortArrivalWatcher.h"
-#include "service/config/DefaultsFile.h"
+#include "service/config/DataPaths.h"
 
 #include <QCoreApplication>
 #include <QDebug>
@@ -59,12 +59,9 @@ QString quoted(const QByteArray& bytes)
 }
 
 // A model without a picture gets a null image, quietly: QImage warns about an empty name.
-QImage loadPicture(const QString& baseDir, const QString& path)
+QImage loadPicture(const QString& path)
 {
-    if (path.isEmpty()) {
-        return QImage();
-    }
-    return QImage(QDir::isAbsolutePath(path) ? path : QDir(baseDir).filePath(path));
+    return path.isEmpty() ? QImage() : QImage(DataPaths::locate(path));
 }
 
 } // namespace
@@ -442,10 +439,7 @@ void OVControllerEnumerator::onControllerStatus(const QString& id, uint32_t stat
 
 void OVControllerEnumerator::loadDefaults(AbsRGBController* controller)
 {
-    // Data lies in the working directory or, failing that, beside the program.
-    QFile file(locateDefaultsFile(QString::fromLatin1(kDefaultsFile)));
-    const QString baseDir = QFileInfo(file.fileName()).isAbsolute() ? QCoreApplication::applicationDirPath()
-                                                                    : QDir::currentPath();
+    QFile file(DataPaths::locate(QString::fromLatin1(kDefaultsFile)));
     if (!file.open(QIODevice::ReadOnly)) {
         qCritical().noquote() << kTag << "Failed to open \"controler_config/OVController.json\", errStr:"
                               << file.errorString();
@@ -461,8 +455,8 @@ void OVControllerEnumerator::loadDefaults(AbsRGBController* controller)
     ControlOptions& options = controller->controlOptions();
     options.nbLeds = defaults.nbLeds;
     options.lines = defaults.lines;
-    options.icon = loadPicture(baseDir, defaults.icon);
-    options.image = loadPicture(baseDir, defaults.image);
+    options.icon = loadPicture(defaults.icon);
+    options.image = loadPicture(defaults.image);
     options.brightness = defaults.brightness;
 
     if (!defaults.layoutInRange) {
@@ -484,8 +478,8 @@ ControlOptions OVControllerEnumerator::readOVControllerConfig(const QString& mod
         dataDir + QLatin1String("/controler_config/") + model + QLatin1Char('_') + serial +
             QLatin1String(".json"),
         dataDir + QLatin1String("/controler_config/") + model + QLatin1String(".json"),
-        QCoreApplication::applicationDirPath() + QLatin1String("/controler_config/") + model +
-            QLatin1String(".json"),
+        DataPaths::locate(QLatin1String("controler_config/") + model + QLatin1String(".json"),
+                          DataPaths::First::ProgramFolder),
     };
     for (const QString& path : paths) {
         qDebug().noquote() << "ReadOVControllerConfig:" << path;
