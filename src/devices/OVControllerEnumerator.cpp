@@ -267,7 +267,9 @@ void OVControllerEnumerator::verifyDevice(QString portName)
     auto* port = new OVSerialPort();
     if (!port->open(portName)) {
         qWarning().noquote() << kTag << "Failed to init the serial port" << portName;
+        const QSerialPort::SerialPortError error = port->serialPort()->error();
         delete port;
+        explainFailedOpen(portName, error);
         return;
     }
     unattachedPorts.append({port, portName});
@@ -309,6 +311,31 @@ void OVControllerEnumerator::verifyDevice(QString portName)
                 qInfo().noquote() << kTag << "The port failed during its handshake:" << portName;
                 drop(guardedPort, alive.data());
             });
+}
+
+void OVControllerEnumerator::explainFailedOpen(const QString& portName, QSerialPort::SerialPortError error)
+{
+    // Meant: a USB adapter, or a port the user named; on-board ports (ttyS) are probed by every
+    // scan and are never the user's strip.
+    const QString file = QFileInfo(portName).canonicalFilePath();
+    for (const QString& name : {portName, file}) {
+        if (QFileInfo(name).fileName().startsWith(QLatin1String("ttyS"))) {
+            return;
+        }
+    }
+    const bool named =
+        ExtraPortsWatcher::expandEntries(ExtraPortsWatcher::configuredEntries()).contains(portName);
+    if (!named && !QSerialPortInfo(portName).hasVendorIdentifier()) {
+        return;
+    }
+    const PortProblem problem =
+        PortAccess::diagnose(portName, PortAccess::facts(portName), error == QSerialPort::PermissionError);
+    if (problem.kind == PortProblem::Kind::None) {
+        return;
+    }
+    qWarning().noquote()
+        << QStringLiteral("%1 Cannot open %2: %3").arg(QLatin1String(kTag), portName, problem.remedy());
+    emit portNotOpened(problem);
 }
 
 void OVControllerEnumerator::drop(OVSerialPort* port, Handshake* handshake)
