@@ -135,9 +135,6 @@ private slots:
         QTest::newRow("in the group everywhere, mode 000")
             << QStringList{"ann", "dialout"} << QStringList{"ann", "dialout"} << EACCES << true
             << int(Kind::NoAccess) << joinGroup;
-        QTest::newRow("left the group, session keeps it")
-            << QStringList{"ann"} << QStringList{"ann", "dialout"} << EACCES << true << int(Kind::NoAccess)
-            << joinGroup;
         QTest::newRow("access allows: held elsewhere")
             << QStringList{"ann"} << QStringList{"ann"} << 0 << true << int(Kind::InUse)
             << "another program holds the port";
