@@ -22,6 +22,7 @@ DeviceManager::DeviceManager(QObject* parent)
 {
     qRegisterMetaType<AbsRGBControllerPtr>("QSharedPointer<AbsRGBController>");
     qRegisterMetaType<AbsRGBControllerPtr>("AbsRGBControllerPtr");
+    qRegisterMetaType<PortProblem>();
     loadPlugins();
     addBuiltInEnumerator();
 }
@@ -68,6 +69,7 @@ void DeviceManager::addBuiltInEnumerator()
     auto* enumerator = new OVControllerEnumerator(this);
     connect(enumerator, &IDeviceEnumerator::deviceEnabled, this, &DeviceManager::addController,
             Qt::QueuedConnection);
+    connect(enumerator, &OVControllerEnumerator::portNotOpened, this, &DeviceManager::portNotOpened);
     enumerators.insert(QString::fromLatin1(kBuiltInKey), EnumeratorEntry(nullptr, enumerator));
 }
 

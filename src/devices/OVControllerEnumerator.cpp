@@ -7,7 +7,7 @@
 #include "devices/OVController.h"
 #include "devices/OVSerialPort.h"
 #include "devices/PortArrivalWatcher.h"
-#include "service/config/DefaultsFile.h"
+#include "service/config/DataPaths.h"
 
 #include <QCoreApplication>
 #include <QDebug>
@@ -59,12 +59,9 @@ QString quoted(const QByteArray& bytes)
 }
 
 // A model without a picture gets a null image, quietly: QImage warns about an empty name.
-QImage loadPicture(const QString& baseDir, const QString& path)
+QImage loadPicture(const QString& path)
 {
-    if (path.isEmpty()) {
-        return QImage();
-    }
-    return QImage(QDir::isAbsolutePath(path) ? path : QDir(baseDir).filePath(path));
+    return path.isEmpty() ? QImage() : QImage(DataPaths::locate(path));
 }
 
 } // namespace
@@ -283,7 +280,9 @@ void OVControllerEnumerator::verifyDevice(QString portName)
     auto* port = new OVSerialPort();
     if (!port->open(portName)) {
         qWarning().noquote() << kTag << "Failed to init the serial port" << portName;
+        const QSerialPort::SerialPortError error = port->serialPort()->error();
         delete port;
+        explainFailedOpen(portName, error);
         return;
     }
     unattachedPorts.append({port, portName});
@@ -327,6 +326,31 @@ void OVControllerEnumerator::verifyDevice(QString portName)
                     qInfo().noquote() << kTag << "The port failed during its handshake:" << portName;
                     drop(guardedPort, alive.data());
                 });
+}
+
+void OVControllerEnumerator::explainFailedOpen(const QString& portName, QSerialPort::SerialPortError error)
+{
+    // Meant: a USB adapter, or a port the user named; on-board ports (ttyS) are probed by every
+    // scan and are never the user's strip.
+    const QString file = QFileInfo(portName).canonicalFilePath();
+    for (const QString& name : {portName, file}) {
+        if (QFileInfo(name).fileName().startsWith(QLatin1String("ttyS"))) {
+            return;
+        }
+    }
+    const bool named =
+        ExtraPortsWatcher::expandEntries(ExtraPortsWatcher::configuredEntries()).contains(portName);
+    if (!named && !QSerialPortInfo(portName).hasVendorIdentifier()) {
+        return;
+    }
+    const PortProblem problem =
+        PortAccess::diagnose(portName, PortAccess::facts(portName), error == QSerialPort::PermissionError);
+    if (problem.kind == PortProblem::Kind::None) {
+        return;
+    }
+    qWarning().noquote()
+        << QStringLiteral("%1 Cannot open %2: %3").arg(QLatin1String(kTag), portName, problem.remedy());
+    emit portNotOpened(problem);
 }
 
 void OVControllerEnumerator::drop(OVSerialPort* port, Handshake* handshake)
@@ -455,10 +479,7 @@ void OVControllerEnumerator::onControllerStatus(const QString& id, uint32_t stat
 
 void OVControllerEnumerator::loadDefaults(AbsRGBController* controller)
 {
-    // Data lies in the working directory or, failing that, beside the program.
-    QFile file(locateDefaultsFile(QString::fromLatin1(kDefaultsFile)));
-    const QString baseDir = QFileInfo(file.fileName()).isAbsolute() ? QCoreApplication::applicationDirPath()
-                                                                    : QDir::currentPath();
+    QFile file(DataPaths::locate(QString::fromLatin1(kDefaultsFile)));
     if (!file.open(QIODevice::ReadOnly)) {
         qCritical().noquote() << kTag << "Failed to open \"controler_config/OVController.json\", errStr:"
                               << file.errorString();
@@ -474,8 +495,8 @@ void OVControllerEnumerator::loadDefaults(AbsRGBController* controller)
     ControlOptions& options = controller->controlOptions();
     options.nbLeds = defaults.nbLeds;
     options.lines = defaults.lines;
-    options.icon = loadPicture(baseDir, defaults.icon);
-    options.image = loadPicture(baseDir, defaults.image);
+    options.icon = loadPicture(defaults.icon);
+    options.image = loadPicture(defaults.image);
     options.brightness = defaults.brightness;
 
     if (!defaults.layoutInRange) {
@@ -497,8 +518,8 @@ ControlOptions OVControllerEnumerator::readOVControllerConfig(const QString& mod
         dataDir + QLatin1String("/controler_config/") + model + QLatin1Char('_') + serial +
             QLatin1String(".json"),
         dataDir + QLatin1String("/controler_config/") + model + QLatin1String(".json"),
-        QCoreApplication::applicationDirPath() + QLatin1String("/controler_config/") + model +
-            QLatin1String(".json"),
+        DataPaths::locate(QLatin1String("controler_config/") + model + QLatin1String(".json"),
+                          DataPaths::First::ProgramFolder),
     };
     for (const QString& path : paths) {
         qDebug().noquote() << "ReadOVControllerConfig:" << path;

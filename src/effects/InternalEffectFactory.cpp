@@ -16,7 +16,7 @@
 #include "effects/screensync/LeftHalfScreen.h"
 #include "effects/screensync/RightHalfScreen.h"
 #include "effects/screensync/TopHalfScreen.h"
-#include "service/config/DefaultsFile.h"
+#include "service/config/DataPaths.h"
 
 #include <QCoreApplication>
 #include <QMetaMethod>
@@ -53,7 +53,7 @@ InternalEffectFactory::InternalEffectFactory(QObject* parent)
     const auto screenRow = [&screen](const char* local, const QString& name, int32_t order,
                                      const char* icon) {
         EffectWorkerOptions record = EffectWorkerOptions::make(screen + QLatin1String(local), name, order);
-        record.icon = QImage(locateDefaultsFile(QLatin1String(icon)));
+        record.icon = QImage(DataPaths::locate(QLatin1String(icon)));
         record.optionWidget = IPanelMaker::makePanel(Panel::ScreenSyncSOptWidget);
         return record;
     };

@@ -1,7 +1,7 @@
 #include "effects/screensync/FullScreenMode.h"
 
 #include "service/config/ConfigurationManager.h"
-#include "service/config/DefaultsFile.h"
+#include "service/config/DataPaths.h"
 
 #include <QFile>
 #include <QJsonArray>
@@ -29,8 +29,8 @@ void FullScreenMode::makeDefaultMap(uint32_t nbLeds, QVector<QPoint>& map, int& 
 
 QJsonObject FullScreenMode::readDefaultFile() const
 {
-    QFile file(locateDefaultsFile(QStringLiteral("controler_config/") + controlOptions.model +
-                                  QStringLiteral(".json")));
+    QFile file(DataPaths::locate(QStringLiteral("controler_config/") + controlOptions.model +
+                                 QStringLiteral(".json")));
     if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
         qInfo().noquote() << kTag << "Not found default LED configuration file" << file.errorString();
         return QJsonObject();

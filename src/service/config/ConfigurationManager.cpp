@@ -4,7 +4,7 @@
 #include "service/config/ConfigurationWriter.h"
 #include "service/config/SignalStack.h"
 
-#include "service/config/DefaultsFile.h"
+#include "service/config/DataPaths.h"
 
 #include <QCoreApplication>
 #include <QDateTime>
@@ -450,7 +450,7 @@ QJsonValue ConfigurationManager::effectJsonValue(QString effectId, QString contr
         }
     }
     // Read outside the lock: the defaults file is program data, not shared state.
-    const QJsonObject defaults = readObjectFile(locateDefaultsFile(defaultsFile), false);
+    const QJsonObject defaults = readObjectFile(DataPaths::locate(defaultsFile), false);
     if (key.isNull()) {
         return defaults;
     }
