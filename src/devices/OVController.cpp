@@ -8,6 +8,7 @@
 
 namespace {
 
+constexpr char kTag[] = "[OVController]:";
 constexpr int kReleaseFlushMs = 500;
 constexpr int kReleaseSettleMs = 15;
 // Every port darkens in parallel; the lock on sleep is given back within a second in all.
@@ -89,8 +90,8 @@ OVController::~OVController()
         portThread->quit();
         portThread->wait();
     }
-    qDebug().noquote() << QStringLiteral("[OVController]: ") + options.id +
-                              QStringLiteral("The port is released, the black buffer is writeen: ") +
+    qDebug().noquote() << kTag
+                       << options.id + QStringLiteral("The port is released, the black buffer is writeen: ") +
                               (written ? QStringLiteral("true") : QStringLiteral("false")) +
                               QStringLiteral(", nbLEDS:") + QString::number(options.nbLeds);
 }
