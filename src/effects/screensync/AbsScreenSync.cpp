@@ -136,8 +136,8 @@ double AbsScreenSync::storedStrength(const QString& key, double low, double high
     const double used = ok && value > high ? high : ok && value < low ? low : 0.0;
     const QString shown =
         stored.toString().isEmpty() ? QString::fromLatin1(stored.typeName()) : stored.toString();
-    qWarning().noquote() << QStringLiteral(
-                                "[AbsScreenSync]: The stored \"%1\" of %2 is %3, outside %4 to %5: using %6")
+    qWarning().noquote() << kTag
+                         << QStringLiteral("The stored \"%1\" of %2 is %3, outside %4 to %5: using %6")
                                 .arg(key, controlOptions.id, shown)
                                 .arg(low)
                                 .arg(high)
@@ -339,7 +339,7 @@ void AbsScreenSync::frameInput(QImage frame)
     frameTimeSum += frameTimer.restart();
     ++frameCount;
     if (frameCount > 90) {
-        qDebug().noquote() << "[[loop]][AbsScreenSync]:" << controlOptions.id
+        qDebug().noquote() << QStringLiteral("[[loop]]") + kTag << controlOptions.id
                            << "avg frame time:" << double(frameTimeSum) / double(frameCount) << "ms";
         frameTimeSum = 0;
         frameCount = 0;
