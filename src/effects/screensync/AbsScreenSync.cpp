@@ -63,8 +63,10 @@ AbsScreenSync::AbsScreenSync(const EffectWorkerOptions& workerOptions, QObject* 
 {
     IPanelMaker* maker = IPanelMaker::current();
     if (maker && qApp->property("isAdvanced").toBool()) {
-        originFrameWidget = QSharedPointer<QObject>(maker->frameView(this, true), &QObject::deleteLater);
-        frameImageWidget = QSharedPointer<QObject>(maker->frameView(this, false), &QObject::deleteLater);
+        originFrameWidget =
+            QSharedPointer<QObject>(maker->frameView(this, true).release(), &QObject::deleteLater);
+        frameImageWidget =
+            QSharedPointer<QObject>(maker->frameView(this, false).release(), &QObject::deleteLater);
     }
     {
         QMutexLocker locker(&threadMutex());
