@@ -17,6 +17,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <memory>
 
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
@@ -77,10 +78,12 @@ AbsScreenSync::AbsScreenSync(const EffectWorkerOptions& workerOptions, QObject* 
                 cv::setNumThreads(0); // a 120-pixel frame is too small to share out
                 qAddPostRoutine(joinWorkThreads);
             }
-            workThread = new QThread();
-            workThread->setObjectName(QStringLiteral("screenSync"));
-            // Deleted on the main thread once finished, never waited on from itself.
-            connect(workThread, &QThread::finished, workThread, &QObject::deleteLater);
+            auto thread = std::make_unique<QThread>();
+            thread->setObjectName(QStringLiteral("screenSync"));
+            // Deleted on the main thread once finished, never waited on from itself; the exit hook
+            // joins and deletes one still running.
+            connect(thread.get(), &QThread::finished, thread.get(), &QObject::deleteLater);
+            workThread = thread.release();
             liveThreads().append(workThread);
             SignalStack::watch(workThread);
             workThread->start(QThread::InheritPriority);
