@@ -54,7 +54,7 @@ public:
     // A new panel for the caller to own; null for the shared ones.
     virtual PanelPtr make(Panel panel) = 0;
     // The shared panel, made on first use and anew once deleted; null for the others. It has no
-    // owner until a page adopts it: whoever tracked it deletes it if none did.
+    // owner until a page adopts it; the built-in factory deletes it at its end if none did.
     virtual AbsWorkerWidget* shared(Panel panel) = 0;
     // The panel as the QObject it is, so the engine can follow and delete it.
     virtual QObject* objectOf(AbsWorkerWidget* panel) const = 0;
