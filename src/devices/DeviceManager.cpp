@@ -11,6 +11,7 @@
 
 namespace {
 
+// The removal lines give the name without its colon.
 constexpr char kTag[] = "[DeviceManager]:";
 
 const char* const kBuiltInKey = "@@@OVControllerEnumerator";
@@ -157,9 +158,10 @@ void DeviceManager::removeController(QString ctlName)
     controllers.remove(ctlName);
     for (auto it = enumerators.cbegin(); it != enumerators.cend(); ++it) {
         if (it.value().second->removeController(ctlName)) {
-            qInfo().noquote() << "[DeviceManager]" << ctlName << "has been removed from" << it.key();
+            qInfo().noquote() << QLatin1String(kTag).chopped(1) << ctlName << "has been removed from"
+                              << it.key();
             break;
         }
     }
-    qInfo().noquote() << "[DeviceManager]" << ctlName << "has been removed";
+    qInfo().noquote() << QLatin1String(kTag).chopped(1) << ctlName << "has been removed";
 }

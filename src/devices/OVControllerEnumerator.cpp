@@ -35,6 +35,7 @@ static void initDeviceResources()
 
 namespace {
 
+// A port's removal and error lines log as "[OVEnumerator]", the name their fixed texts give.
 constexpr char kTag[] = "[OVControllerEnumerator]:";
 
 const char* const kDefaultsFile = "controler_config/OVController.json";

@@ -56,13 +56,12 @@ void FullScreenMode::applyMap(const QJsonObject& object, const QString& controll
             return int(wanted);
         }
         const int used = wanted > high ? high : low;
-        qWarning().noquote()
-            << QStringLiteral(
-                   "[FullScreenMode]: The LED map's \"%1\" of %2 is %3, outside %4 to %5: using %6")
-                   .arg(QLatin1String(key), controllerId, QString::number(wanted))
-                   .arg(low)
-                   .arg(high)
-                   .arg(used);
+        qWarning().noquote() << kTag
+                             << QStringLiteral("The LED map's \"%1\" of %2 is %3, outside %4 to %5: using %6")
+                                    .arg(QLatin1String(key), controllerId, QString::number(wanted))
+                                    .arg(low)
+                                    .arg(high)
+                                    .arg(used);
         return used;
     };
     width = size("screenWidth", width, minScreenWidth, maxScreenWidth);
