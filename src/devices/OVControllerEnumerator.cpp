@@ -26,6 +26,7 @@
 #include <QThreadPool>
 
 #include <algorithm>
+#include <memory>
 
 // The compiled-in pictures live in this static library; register them before the first use.
 static void initDeviceResources()
@@ -278,14 +279,16 @@ void OVControllerEnumerator::verifyDevice(QString portName)
         return;
     }
 
-    auto* port = new OVSerialPort();
-    if (!port->open(portName)) {
+    auto opened = std::make_unique<OVSerialPort>();
+    if (!opened->open(portName)) {
         qWarning().noquote() << kTag << "Failed to init the serial port" << portName;
-        const QSerialPort::SerialPortError error = port->serialPort()->error();
-        delete port;
+        const QSerialPort::SerialPortError error = opened->serialPort()->error();
+        opened.reset();
         explainFailedOpen(portName, error);
         return;
     }
+    // Owned through unattachedPorts until a controller takes it or the handshake drops it.
+    OVSerialPort* port = opened.release();
     unattachedPorts.append({port, portName});
     // The reply is short: a device that streams cannot fill memory while it is judged.
     port->serialPort()->setReadBufferSize(HandshakeReply::maxBytes);
@@ -437,8 +440,8 @@ void OVControllerEnumerator::attach(OVSerialPort* port, const QString& portName,
     unattachedPorts.erase(std::remove_if(unattachedPorts.begin(), unattachedPorts.end(),
                                          [port](const auto& entry) { return entry.first == port; }),
                           unattachedPorts.end());
-    auto* ovController = new OVController(options, port, nullptr);
-    AbsRGBControllerPtr controller(ovController, &QObject::deleteLater);
+    AbsRGBControllerPtr controller(new OVController(options, port), &QObject::deleteLater);
+    auto* ovController = static_cast<OVController*>(controller.data());
 
     // Saved settings beat the model's defaults.
     loadDefaults(ovController);
