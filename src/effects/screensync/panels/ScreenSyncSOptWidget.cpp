@@ -31,7 +31,11 @@ ScreenSyncSOptWidget* ScreenSyncSOptWidget::instance()
         connect(sources, &DeskDuplManager::capturerReady, panel.data(),
                 [p = panel.data()](int id) { p->onCapturerReady(id); });
         connect(sources, &DeskDuplManager::stateChanged, panel.data(),
-                [p = panel.data()] { p->showState(); });
+                [p = panel.data()](DeskCaptureState state) {
+                    p->shownState = state;
+                    p->showState();
+                });
+        panel->shownState = sources->state();
         panel->onCapturerReady(0);
     }
     return panel.data();
@@ -109,9 +113,9 @@ QString ScreenSyncSOptWidget::noticeOf(DeskCaptureState state)
 
 void ScreenSyncSOptWidget::showState()
 {
-    DeskDuplManager* sources = DeskDuplManager::instance();
-    const DeskCaptureState state = sources->state();
-    const bool notice = state != DeskCaptureState::Ready && sources->allCapturer().isEmpty();
+    const DeskCaptureState state = shownState;
+    const bool notice =
+        state != DeskCaptureState::Ready && DeskDuplManager::instance()->allCapturer().isEmpty();
     ui->label->setVisible(!notice);
     ui->comboBox->setVisible(!notice);
     noticeBox->setVisible(notice);
