@@ -7,6 +7,7 @@
 
 #include <QCoreApplication>
 #include <QEvent>
+#include <QFormLayout>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPointer>
@@ -58,8 +59,7 @@ ScreenSyncSOptWidget::ScreenSyncSOptWidget(QWidget* parent)
     row->setContentsMargins(0, 0, 0, 0);
     row->addWidget(noticeLabel, 1);
     row->addWidget(shareButton);
-    ui->layout->insertRow(1, noticeBox);
-    noticeBox->hide();
+    noticeBox->hide(); // in the source row's place while shown
     connect(shareButton, &QPushButton::clicked, this,
             [] { DeskDuplManager::instance()->requestSources(true); });
     ui->saturationStrengthSlider->setStyleSheet(QLatin1String(kSliderSheet));
@@ -116,6 +116,20 @@ void ScreenSyncSOptWidget::showState()
     const DeskCaptureState state = shownState;
     const bool notice =
         state != DeskCaptureState::Ready && DeskDuplManager::instance()->allCapturer().isEmpty();
+    // The notice replaces the source row rather than hiding it: a hidden row keeps its spacing.
+    int row = -1;
+    QFormLayout::ItemRole role;
+    ui->layout->getWidgetPosition(noticeBox, &row, &role);
+    if (notice != (row >= 0)) {
+        const QFormLayout::TakeRowResult taken = ui->layout->takeRow(0);
+        delete taken.labelItem; // the widgets stay
+        delete taken.fieldItem;
+        if (notice) {
+            ui->layout->insertRow(0, noticeBox);
+        } else {
+            ui->layout->insertRow(0, ui->label, ui->comboBox);
+        }
+    }
     ui->label->setVisible(!notice);
     ui->comboBox->setVisible(!notice);
     noticeBox->setVisible(notice);
