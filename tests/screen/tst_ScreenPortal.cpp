@@ -323,7 +323,7 @@ private slots:
         button->click();
         QVERIFY(waitMeasured("picture A after the button", 1000, [&] { return showsA(*rig); }));
         QCOMPARE(calls("SelectSources"), asked + 2);
-        QVERIFY(!notice->isVisibleTo(panel));
+        QVERIFY(!notice->isVisibleTo(panel) && panel->findChild<QComboBox*>("comboBox")->isVisibleTo(panel));
         effects->unbind(rig->controller->controlOptions().id);
     }
 
