@@ -506,7 +506,6 @@ int x11Row(char section, const Durations& durations)
         return 0;
     }
     DeskDuplManager::instance()->option()->setCurMode(0);
-    int code = 0;
     {
         Strip strip;
         if (!strip.bind()) {
@@ -518,7 +517,7 @@ int x11Row(char section, const Durations& durations)
         strip.unbind();
     }
     DeskDuplManager::instance()->shutdown();
-    return code;
+    return 0;
 }
 
 } // namespace
