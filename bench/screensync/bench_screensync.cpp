@@ -2,10 +2,11 @@
 // modes, the X server's CPU while capturing, the latency from a repaint to the strip, the
 // pipeline's cost per frame, the time from a drop in the layout editor to the strip, and the
 // resident memory of three strips over a minute, and the CPU averaging against OpenCV's area resize.
-// Arguments pick sections: "a d f" runs those.
+// Arguments pick sections: "a d f" runs those; --wayland runs the portal path's figures instead.
 #include "DeviceRig.h"
 #include "PrivateXServer.h"
 #include "ScreenPainter.h"
+#include "WaylandBench.h"
 #include "effects/EffectsManager.h"
 #include "effects/InternalEffectFactory.h"
 #include "effects/panels/AbsWorkerWidget.h"
@@ -504,6 +505,10 @@ int main(int argc, char** argv)
     QApplication app(argc, argv);
     EffectPanelMaker::install();
     qSetMessagePattern(QStringLiteral("%{if-warning}%{message}%{endif}%{if-critical}%{message}%{endif}"));
+    if (app.arguments().contains(QStringLiteral("--wayland")) ||
+        app.arguments().contains(QStringLiteral("--x11-row"))) {
+        return waylandBench(app.arguments());
+    }
     PrivateXServer server;
     if (!server.start()) {
         std::printf("no X server: %s\n", qPrintable(server.errorString()));

@@ -35,7 +35,7 @@ private:
     QProcess program;
 
     QString link(int i) const { return root.filePath(QStringLiteral("tty") + kNames[i]); }
-    void startProgram()
+    void startProgram(const QString& systemBus = QString())
     {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.insert("HOME", root.path());
@@ -44,7 +44,7 @@ private:
         env.insert("XDG_RUNTIME_DIR", root.filePath("runtime"));
         env.insert("QT_QPA_PLATFORM", "offscreen");
         env.remove("DISPLAY");
-        env.insert("DBUS_SYSTEM_BUS_ADDRESS", bus.address());
+        env.insert("DBUS_SYSTEM_BUS_ADDRESS", systemBus.isNull() ? bus.address() : systemBus);
         env.insert("ORVANTA_EXTRA_PORTS", root.filePath("tty?"));
         env.insert("LSAN_OPTIONS", "suppressions=" ORVANTA_LSAN_SUPPRESSIONS ":fast_unwind_on_malloc=0");
         program.setProcessEnvironment(env);
@@ -102,13 +102,31 @@ private slots:
         }
     }
 
-    // With no login manager on the system bus: one line says so, the strips light as ever.
+    // With no login manager on the system bus, or no system bus at all: one line says which, the
+    // strips light as ever.
+    void noLoginManager_data()
+    {
+        QTest::addColumn<QString>("systemBus"); // null: the private bus, with no login manager on it
+        QTest::addColumn<QString>("line");
+        QTest::newRow("no login manager") << QString() << "[SleepWatcher]: No login manager to wait for";
+        QTest::newRow("no system bus") << "unix:path=" + root.filePath("nothing-listens")
+                                       << "[SleepWatcher]: No system bus, so the strips stay lit";
+    }
     void noLoginManager()
     {
-        startProgram();
-        QTRY_VERIFY_WITH_TIMEOUT(allLit(), 30000);
+        QFETCH(QString, systemBus);
+        QFETCH(QString, line);
+        int started[4];
+        for (int i = 0; i < 4; ++i) {
+            started[i] = devices[i]->salutations();
+        }
+        startProgram(systemBus);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            allLit() && std::all_of(std::begin(devices), std::end(devices),
+                                    [&](const auto& d) { return d->salutations() > started[&d - devices]; }),
+            30000);
         const QString output = stopProgram();
-        QCOMPARE(output.count("[SleepWatcher]: No login manager to wait for"), 1);
+        QCOMPARE(output.count(line), 1);
         QCOMPARE(output.count("[SleepWatcher]"), 1);
     }
 

@@ -21,6 +21,7 @@
 #include <QComboBox>
 #include <QLabel>
 #include <QPainter>
+#include <QProcess>
 #include <QPushButton>
 #include <QScopeGuard>
 #include <QTranslator>
@@ -322,7 +323,7 @@ private slots:
         button->click();
         QVERIFY(waitMeasured("picture A after the button", 1000, [&] { return showsA(*rig); }));
         QCOMPARE(calls("SelectSources"), asked + 2);
-        QVERIFY(!notice->isVisibleTo(panel));
+        QVERIFY(!notice->isVisibleTo(panel) && panel->findChild<QComboBox*>("comboBox")->isVisibleTo(panel));
         effects->unbind(rig->controller->controlOptions().id);
     }
 
@@ -505,6 +506,102 @@ private slots:
             QCOMPARE(log.count("Screen capture through " + portalKind()), 1);
         }
         chosen.shutdown();
+    }
+
+    // Every state without a source as the panel tells it, in Chinese and in English (the log's
+    // line), with the button that asks again where the user declined or stopped. On an X server
+    // (the run noticeScreenshots makes) the panel is kept as pictures too.
+    void notices_data()
+    {
+        QTest::addColumn<DeskCaptureState>("state");
+        QTest::addColumn<QString>("chinese");
+        QTest::addColumn<QString>("english");
+        QTest::addColumn<bool>("asksAgain");
+        const QString none =
+            QStringLiteral("Screen sync needs an X11 session or screen sharing (xdg-desktop-portal).");
+        const QString noneZh = QStringLiteral("屏幕同步需要 X11 会话或屏幕共享（xdg-desktop-portal）。");
+        QTest::newRow("no-source") << DeskCaptureState::NoSource << noneZh << none << false;
+        QTest::newRow("display-lost") << DeskCaptureState::DisplayLost << noneZh << none << false;
+        QTest::newRow("xwayland") << DeskCaptureState::XwaylandWithoutSharing
+                                  << "此处无法共享屏幕：请安装桌面的门户后端。"
+                                  << "No screen sharing here: install your desktop's portal backend."
+                                  << false;
+        QTest::newRow("asking") << DeskCaptureState::Asking << "请选择要共享的屏幕..."
+                                << "Choose the screens to share..." << false;
+        QTest::newRow("declined") << DeskCaptureState::Declined << "屏幕共享已被拒绝。"
+                                  << "Screen sharing was declined." << true;
+        QTest::newRow("stopped") << DeskCaptureState::Stopped << "桌面已停止屏幕共享。"
+                                 << "The desktop stopped screen sharing." << true;
+    }
+    void notices()
+    {
+        QFETCH(DeskCaptureState, state);
+        QFETCH(QString, chinese);
+        QFETCH(QString, english);
+        QFETCH(bool, asksAgain);
+        EffectPanelMaker::install();
+        ScreenSyncSOptWidget* panel = ScreenSyncSOptWidget::instance();
+        QVERIFY(panel && registry()->allCapturer().isEmpty());
+        auto* notice = panel->findChild<QLabel*>("noticeLabel");
+        auto* button = panel->findChild<QPushButton*>("shareButton");
+        QTranslator translator;
+        QVERIFY(translator.load(QStringLiteral(ORVANTA_QM_PATH)));
+        const auto back = qScopeGuard([&] {
+            QCoreApplication::removeTranslator(&translator);
+            QCoreApplication::sendPostedEvents(nullptr, QEvent::LanguageChange);
+            emit registry()->stateChanged(registry()->state());
+        });
+        emit registry()->stateChanged(state);
+        QCOMPARE(english, QString::fromLatin1(DeskDuplManager::noticeOf(state)));
+        const bool onScreen = QGuiApplication::platformName() == QLatin1String("xcb");
+        if (onScreen) {
+            panel->show();
+            QVERIFY(QTest::qWaitForWindowExposed(panel));
+        }
+        for (const char* language : {"zh", "en"}) {
+            if (language == QLatin1String("en")) {
+                QCoreApplication::installTranslator(&translator);
+                QCoreApplication::sendPostedEvents(nullptr, QEvent::LanguageChange);
+            }
+            QVERIFY(notice->isVisibleTo(panel) &&
+                    !panel->findChild<QComboBox*>("comboBox")->isVisibleTo(panel));
+            QCOMPARE(notice->text(), language == QLatin1String("en") ? english : chinese);
+            QCOMPARE(button->isVisibleTo(panel), asksAgain);
+            QCOMPARE(button->text(), language == QLatin1String("en") ? QStringLiteral("Share the screen...")
+                                                                     : QStringLiteral("共享屏幕..."));
+            if (onScreen) {
+                QVERIFY(QDir().mkpath("screenshots"));
+                QTest::qWait(50);
+                QVERIFY(panel->grab().save(QStringLiteral("screenshots/notice_%1_%2_%3x.png")
+                                               .arg(QTest::currentDataTag(), language)
+                                               .arg(panel->devicePixelRatioF())));
+            }
+        }
+        panel->hide();
+    }
+
+    // The notices on a private X server at this scale and at twice it, by a run of this program
+    // with only them, the registry seeing no display: pictures in screenshots/ to look at.
+    void noticeScreenshots()
+    {
+        PrivateXServer server;
+        QVERIFY2(server.start(), qPrintable(server.errorString()));
+        for (const char* scale : {"1", "2"}) {
+            QProcess run;
+            QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+            env.insert("QT_SCALE_FACTOR", scale);
+            env.insert("QT_QPA_PLATFORM", "xcb");
+            env.insert("QT_XCB_GL_INTEGRATION", "none");
+            env.insert("DISPLAY", "");
+            env.insert("WAYLAND_DISPLAY", "");
+            run.setProcessEnvironment(env);
+            run.setProcessChannelMode(QProcess::MergedChannels);
+            run.start(QCoreApplication::applicationFilePath(), {"notices", "-display", server.display()});
+            QVERIFY(run.waitForFinished(120000));
+            QVERIFY2(run.exitStatus() == QProcess::NormalExit && run.exitCode() == 0,
+                     run.readAll().right(3000).constData());
+            QVERIFY(QFileInfo::exists(QStringLiteral("screenshots/notice_stopped_en_%1x.png").arg(scale)));
+        }
     }
 };
 

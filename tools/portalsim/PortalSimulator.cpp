@@ -73,13 +73,22 @@ void PortalSimulator::showPicture(int index, const QImage& picture)
     onThread([&] { portal->setContent(index, content); });
 }
 
-void PortalSimulator::showMovingBar(int index, const QColor& background, const QColor& bar, int barWidth)
+void PortalSimulator::showMovingBar(int index, const QColor& background, const QColor& bar, int barWidth,
+                                    int barHeight)
 {
     ScreenContent content;
     content.kind = ScreenContent::Kind::MovingBar;
     content.colour = background;
     content.bar = bar;
     content.barWidth = barWidth;
+    content.barHeight = barHeight;
+    onThread([&] { portal->setContent(index, content); });
+}
+
+void PortalSimulator::showChanging(int index)
+{
+    ScreenContent content;
+    content.kind = ScreenContent::Kind::Changing;
     onThread([&] { portal->setContent(index, content); });
 }
 

@@ -38,7 +38,9 @@ public:
     // What screen index (in Start's order) shows, now and in later sessions.
     void fill(int index, const QColor& colour);
     void showPicture(int index, const QImage& picture);
-    void showMovingBar(int index, const QColor& background, const QColor& bar, int barWidth = 16);
+    void showMovingBar(int index, const QColor& background, const QColor& bar, int barWidth = 16,
+                       int barHeight = 0);
+    void showChanging(int index);
     void sendBroken(int index, ScreenStreams::Broken kind);
 
     // The newest started session's streams.

@@ -656,10 +656,10 @@ QVector<ScreenCastPortal::StreamInfo> ScreenCastPortal::streams()
     QVector<StreamInfo> out;
     for (int handle : sessions.value(newestStarted).handles) {
         if (handle == 0) {
-            out.append(StreamInfo{0, QStringLiteral("ended"), 0, QSize()}); // keeps the indices
+            out.append(StreamInfo{0, QStringLiteral("ended"), 0, QSize(), 0}); // keeps the indices
         } else {
             out.append(StreamInfo{video.nodeId(handle), video.state(handle), video.framesSent(handle),
-                                  video.negotiatedSize(handle)});
+                                  video.negotiatedSize(handle), video.contentQueuedNs(handle)});
         }
     }
     return out;

@@ -57,6 +57,7 @@ public:
         QString state;    // PipeWire's name of the stream's state, or "ended"
         quint64 frames = 0;
         QSize negotiated;
+        qint64 contentQueuedNs = 0; // the first frame of the content last set (steady clock)
     };
     QVector<StreamInfo> streams();
     QStringList validTokens() const;

@@ -9,6 +9,8 @@
 #include <spa/param/video/format-utils.h>
 #include <spa/pod/builder.h>
 
+#include <algorithm>
+#include <chrono>
 #include <mutex>
 
 #include <fcntl.h>
@@ -74,6 +76,7 @@ struct ScreenStreams::Stream
     int barX = 0;
     int brokenPending = -1;
     quint64 frames = 0;
+    qint64 contentQueuedNs = 0;
     pw_stream_state streamState = PW_STREAM_STATE_UNCONNECTED;
 
     const spa_pod* formatParam(spa_pod_builder* b) const
@@ -143,13 +146,24 @@ struct ScreenStreams::Stream
                 packBase();
             }
             auto* out = static_cast<uchar*>(data.data);
-            memcpy(out, base.constData(), bytes);
+            if (content.kind == ScreenContent::Kind::Changing) {
+                uchar pixel[4];
+                PixelOrders::packPixel(pixel, QColor::fromHsv(int(frames * 37 % 360), 255, 255).rgb(), order);
+                quint32 word;
+                memcpy(&word, pixel, 4);
+                std::fill_n(reinterpret_cast<quint32*>(out), bytes / 4, word);
+            } else {
+                memcpy(out, base.constData(), bytes);
+            }
             if (content.kind == ScreenContent::Kind::MovingBar) {
                 uchar pixel[4];
                 PixelOrders::packPixel(pixel, content.bar.rgb(), order);
                 const int width = qBound(1, content.barWidth, negotiated.width());
+                const int height = content.barHeight > 0 ? qMin(content.barHeight, negotiated.height())
+                                                         : negotiated.height();
+                const int top = (negotiated.height() - height) / 2;
                 barX = barX % negotiated.width();
-                for (int y = 0; y < negotiated.height(); ++y) {
+                for (int y = top; y < top + height; ++y) {
                     uchar* line = out + y * stride;
                     for (int x = barX; x < barX + width; ++x) {
                         memcpy(line + (x % negotiated.width()) * 4, pixel, 4);
@@ -159,6 +173,11 @@ struct ScreenStreams::Stream
             }
             data.chunk->size = bytes;
             dirty = false;
+            if (contentQueuedNs == 0) {
+                contentQueuedNs = std::chrono::duration_cast<std::chrono::nanoseconds>(
+                                      std::chrono::steady_clock::now().time_since_epoch())
+                                      .count();
+            }
         }
         ++frames;
         pw_stream_queue_buffer(stream, buffer);
@@ -348,7 +367,8 @@ void ScreenStreams::onTimer(void* data, uint64_t)
 {
     auto* self = static_cast<ScreenStreams*>(data);
     for (const std::shared_ptr<Stream>& stream : qAsConst(self->streams)) {
-        const bool moving = stream->content.kind == ScreenContent::Kind::MovingBar;
+        const bool moving = stream->content.kind == ScreenContent::Kind::MovingBar ||
+                            stream->content.kind == ScreenContent::Kind::Changing;
         if (stream->streamState == PW_STREAM_STATE_STREAMING &&
             (stream->dirty || moving || stream->brokenPending >= 0) && pw_stream_is_driving(stream->stream)) {
             pw_stream_trigger_process(stream->stream);
@@ -431,6 +451,7 @@ void ScreenStreams::setContent(int handle, const ScreenContent& content)
         stream->content = content;
         stream->baseStale = true;
         stream->dirty = true;
+        stream->contentQueuedNs = 0;
     }
 }
 
@@ -463,6 +484,13 @@ quint64 ScreenStreams::framesSent(int handle) const
     PipeWireLoopLock lock(loop);
     const std::shared_ptr<Stream> stream = streams.value(handle);
     return stream ? stream->frames : 0;
+}
+
+qint64 ScreenStreams::contentQueuedNs(int handle) const
+{
+    PipeWireLoopLock lock(loop);
+    const std::shared_ptr<Stream> stream = streams.value(handle);
+    return stream ? stream->contentQueuedNs : 0;
 }
 
 QSize ScreenStreams::negotiatedSize(int handle) const

@@ -15,8 +15,8 @@ struct pw_context;
 struct pw_core;
 struct spa_source;
 
-// What a simulated screen shows: one colour, a picture (scaled to the stream's size), or a bar
-// moving across a background, one step a frame.
+// What a simulated screen shows: one colour, a picture (scaled to the stream's size), a bar
+// moving across a background, one step a frame, or the whole screen a new colour every frame.
 struct ScreenContent
 {
     enum class Kind
@@ -24,12 +24,14 @@ struct ScreenContent
         Fill,
         Picture,
         MovingBar,
+        Changing,
     };
     Kind kind = Kind::Fill;
     QColor colour = Qt::black; // the fill, or the bar's background
     QImage picture;
     QColor bar = Qt::white;
     int barWidth = 16; // pixels of the stream
+    int barHeight = 0; // pixels of the stream, centred; 0: the whole height
 };
 
 // The screen cast video streams of the simulator: one PipeWire output node ("Video/Source") per
@@ -70,6 +72,8 @@ public:
     QString state(int handle) const;
     // Frames queued since the stream was added, broken ones included.
     quint64 framesSent(int handle) const;
+    // When the first frame of the content last set was queued (steady clock, ns); 0 until then.
+    qint64 contentQueuedNs(int handle) const;
     // The size and byte order agreed with the consumer (invalid before).
     QSize negotiatedSize(int handle) const;
 

@@ -1,17 +1,25 @@
 // portalsim: the screen cast portal simulator as a program, for trying the program's Wayland
 // capture by hand, for benchmarks, and for tests that kill it. Prints "bus <address>",
 // "pipewire <socket>" and "ready", then every call it receives as a line of JSON.
+// Lines on standard input change what a screen shows: "fill I #rrggbb", "bar I #background #bar
+// WIDTH HEIGHT", "changing I" (a new colour every frame), "picture I FILE". Each is answered
+// "queued I NS" once the first frame showing it has gone out (steady clock, ns; 0: none in 2 s).
 #include "PortalSimulator.h"
 #include "PrivatePipeWire.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QSocketNotifier>
+#include <QThread>
 #include <QTimer>
 
 #include <cstdio>
 #include <memory>
+
+#include <unistd.h>
 
 namespace {
 
@@ -61,6 +69,39 @@ bool parseMonitor(const QString& description, SimulatedMonitor* monitor, ScreenC
             return false;
         }
     }
+    return true;
+}
+
+// One command line of standard input; false for anything it cannot read.
+bool runCommand(PortalSimulator& portal, const QString& line)
+{
+    const QStringList words = line.split(QLatin1Char(' '), Qt::SkipEmptyParts);
+    bool ok = words.size() >= 2;
+    const int index = ok ? words[1].toInt(&ok) : -1;
+    if (!ok || index < 0) {
+        return false;
+    }
+    const QString& verb = words[0];
+    if (verb == QLatin1String("fill") && words.size() == 3 && QColor(words[2]).isValid()) {
+        portal.fill(index, QColor(words[2]));
+    } else if (verb == QLatin1String("bar") && words.size() == 6 && QColor(words[2]).isValid() &&
+               QColor(words[3]).isValid() && words[4].toInt() > 0 && words[5].toInt() >= 0) {
+        portal.showMovingBar(index, QColor(words[2]), QColor(words[3]), words[4].toInt(), words[5].toInt());
+    } else if (verb == QLatin1String("changing") && words.size() == 2) {
+        portal.showChanging(index);
+    } else if (verb == QLatin1String("picture") && words.size() == 3 && !QImage(words[2]).isNull()) {
+        portal.showPicture(index, QImage(words[2]));
+    } else {
+        return false;
+    }
+    qint64 queued = 0;
+    QElapsedTimer clock;
+    clock.start();
+    while ((queued = portal.streams().value(index).contentQueuedNs) == 0 && clock.elapsed() < 2000) {
+        QThread::usleep(200);
+    }
+    std::printf("queued %d %lld\n", index, static_cast<long long>(queued));
+    std::fflush(stdout);
     return true;
 }
 
@@ -169,5 +210,24 @@ int main(int argc, char** argv)
         std::fflush(stdout);
     });
     calls.start(100);
+
+    QByteArray input;
+    QSocketNotifier commands(STDIN_FILENO, QSocketNotifier::Read);
+    QObject::connect(&commands, &QSocketNotifier::activated, [&] {
+        char chunk[4096];
+        const ssize_t got = ::read(STDIN_FILENO, chunk, sizeof(chunk));
+        if (got <= 0) {
+            commands.setEnabled(false); // closed: no more commands, the screens go on
+            return;
+        }
+        input.append(chunk, int(got));
+        for (int end = input.indexOf('\n'); end >= 0; end = input.indexOf('\n')) {
+            const QString line = QString::fromUtf8(input.left(end)).trimmed();
+            input.remove(0, end + 1);
+            if (!line.isEmpty() && !runCommand(portal, line)) {
+                std::fprintf(stderr, "portalsim: cannot read the command \"%s\"\n", qPrintable(line));
+            }
+        }
+    });
     return app.exec();
 }

@@ -7,6 +7,7 @@
 
 #include <QCoreApplication>
 #include <QEvent>
+#include <QFormLayout>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPointer>
@@ -31,7 +32,11 @@ ScreenSyncSOptWidget* ScreenSyncSOptWidget::instance()
         connect(sources, &DeskDuplManager::capturerReady, panel.data(),
                 [p = panel.data()](int id) { p->onCapturerReady(id); });
         connect(sources, &DeskDuplManager::stateChanged, panel.data(),
-                [p = panel.data()] { p->showState(); });
+                [p = panel.data()](DeskCaptureState state) {
+                    p->shownState = state;
+                    p->showState();
+                });
+        panel->shownState = sources->state();
         panel->onCapturerReady(0);
     }
     return panel.data();
@@ -54,8 +59,7 @@ ScreenSyncSOptWidget::ScreenSyncSOptWidget(QWidget* parent)
     row->setContentsMargins(0, 0, 0, 0);
     row->addWidget(noticeLabel, 1);
     row->addWidget(shareButton);
-    ui->layout->insertRow(1, noticeBox);
-    noticeBox->hide();
+    noticeBox->hide(); // in the source row's place while shown
     connect(shareButton, &QPushButton::clicked, this,
             [] { DeskDuplManager::instance()->requestSources(true); });
     ui->saturationStrengthSlider->setStyleSheet(QLatin1String(kSliderSheet));
@@ -109,9 +113,23 @@ QString ScreenSyncSOptWidget::noticeOf(DeskCaptureState state)
 
 void ScreenSyncSOptWidget::showState()
 {
-    DeskDuplManager* sources = DeskDuplManager::instance();
-    const DeskCaptureState state = sources->state();
-    const bool notice = state != DeskCaptureState::Ready && sources->allCapturer().isEmpty();
+    const DeskCaptureState state = shownState;
+    const bool notice =
+        state != DeskCaptureState::Ready && DeskDuplManager::instance()->allCapturer().isEmpty();
+    // The notice replaces the source row rather than hiding it: a hidden row keeps its spacing.
+    int row = -1;
+    QFormLayout::ItemRole role;
+    ui->layout->getWidgetPosition(noticeBox, &row, &role);
+    if (notice != (row >= 0)) {
+        const QFormLayout::TakeRowResult taken = ui->layout->takeRow(0);
+        delete taken.labelItem; // the widgets stay
+        delete taken.fieldItem;
+        if (notice) {
+            ui->layout->insertRow(0, noticeBox);
+        } else {
+            ui->layout->insertRow(0, ui->label, ui->comboBox);
+        }
+    }
     ui->label->setVisible(!notice);
     ui->comboBox->setVisible(!notice);
     noticeBox->setVisible(notice);

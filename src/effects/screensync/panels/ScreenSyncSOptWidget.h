@@ -25,6 +25,9 @@ public:
     static ScreenSyncSOptWidget* instance();
     ~ScreenSyncSOptWidget() override;
 
+    // What the panel says in a state of the screen sources, in the current language.
+    static QString noticeOf(DeskCaptureState state);
+
 signals:
     void frameSourcesChanged(qintptr idx);
     void blurChanged(float strength);
@@ -48,13 +51,13 @@ private:
     void showSource();
     // While there is no source: why, instead of the source box, and the button that asks again.
     void showState();
-    static QString noticeOf(DeskCaptureState state);
 
     QScopedPointer<Ui::ScreenSyncSOptWidget> ui;
     // The ids of the rows, rebuilt with them from the registry at each change, so a row always
     // picks the monitor it names.
     QVector<qintptr> capturerIds;
-    qintptr shownSource = -1; // the source of the worker shown
+    qintptr shownSource = -1;                              // the source of the worker shown
+    DeskCaptureState shownState = DeskCaptureState::Ready; // as the registry last announced it
     QWidget* noticeBox;
     QLabel* noticeLabel;
     QPushButton* shareButton;
