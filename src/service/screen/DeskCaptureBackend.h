@@ -56,7 +56,7 @@ public:
 
     // The session's backend: X11 on a real X11 display, else the desktop portal where it shares
     // monitors, else X11 where DISPLAY is set at all; null when none of them applies.
-    static DeskCaptureBackend* createDefault(QObject* parent = nullptr);
+    static std::unique_ptr<DeskCaptureBackend> createDefault();
     // The state while createDefault finds nothing.
     static DeskCaptureState noBackendState();
 

@@ -5,21 +5,21 @@
 
 #include <QDBusConnection>
 
-DeskCaptureBackend* DeskCaptureBackend::createDefault(QObject* parent)
+std::unique_ptr<DeskCaptureBackend> DeskCaptureBackend::createDefault()
 {
     const QString display = QString::fromLocal8Bit(qgetenv("DISPLAY"));
     const auto probe =
         display.isEmpty() ? DeskCaptureBackendX11::Probe::Unreachable : DeskCaptureBackendX11::probe(display);
     if (probe == DeskCaptureBackendX11::Probe::X11) {
-        return new DeskCaptureBackendX11(display, parent);
+        return std::make_unique<DeskCaptureBackendX11>(display);
     }
     const bool wayland = !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
     if ((wayland || probe == DeskCaptureBackendX11::Probe::Xwayland) &&
         DeskCaptureBackendPortal::available(QDBusConnection::sessionBus())) {
-        return new DeskCaptureBackendPortal(QDBusConnection::sessionBus(), parent);
+        return std::make_unique<DeskCaptureBackendPortal>(QDBusConnection::sessionBus());
     }
     if (!display.isEmpty()) {
-        return new DeskCaptureBackendX11(display, parent); // retried every 2 s, or Xwayland told
+        return std::make_unique<DeskCaptureBackendX11>(display); // retried every 2 s, or Xwayland told
     }
     return nullptr;
 }

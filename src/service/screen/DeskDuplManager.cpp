@@ -46,9 +46,10 @@ DeskDuplManager* DeskDuplManager::instance()
 {
     if (!theInstance) {
         auto option = std::make_unique<DeskCaptureOption>(startMode());
-        DeskCaptureBackend* chosen = DeskCaptureBackend::createDefault();
-        theInstance = new DeskDuplManager(
-            chosen ? QList<DeskCaptureBackend*>{chosen} : QList<DeskCaptureBackend*>{}, option.get());
+        std::unique_ptr<DeskCaptureBackend> chosen = DeskCaptureBackend::createDefault();
+        theInstance = new DeskDuplManager(chosen ? QList<DeskCaptureBackend*>{chosen.release()}
+                                                 : QList<DeskCaptureBackend*>{},
+                                          option.get());
         theInstance->chooses = true;
         option.release()->setParent(theInstance);
         // The capture threads are joined while the application object goes.
@@ -75,8 +76,8 @@ DeskDuplManager::DeskDuplManager(DeskCaptureOption* option, QObject* parent)
     : DeskDuplManager(QList<DeskCaptureBackend*>{}, option, parent)
 {
     chooses = true;
-    if (DeskCaptureBackend* chosen = DeskCaptureBackend::createDefault()) {
-        addBackend(chosen);
+    if (std::unique_ptr<DeskCaptureBackend> chosen = DeskCaptureBackend::createDefault()) {
+        addBackend(chosen.release());
     }
     updateState();
 }
@@ -147,7 +148,7 @@ void DeskDuplManager::requestSources(bool byUser)
     const State now = state();
     if (chooses && (now == State::NoSource || now == State::XwaylandWithoutSharing)) {
         // The desktop may have gained a portal since the start.
-        std::unique_ptr<DeskCaptureBackend> chosen(DeskCaptureBackend::createDefault());
+        std::unique_ptr<DeskCaptureBackend> chosen = DeskCaptureBackend::createDefault();
         bool known = !chosen;
         for (DeskCaptureBackend* backend : qAsConst(backends)) {
             known = known || backend->kind() == chosen->kind();
