@@ -349,7 +349,9 @@ private slots:
         timer.start();
         const QString output = runToEnd(process);
         QVERIFY2(process.exitStatus() == QProcess::CrashExit && process.exitCode() == SIGSEGV,
-                 qPrintable(output.right(2000)));
+                 qPrintable(QString("X server %1 %2\n%3")
+                                .arg(server.display(), server.isRunning() ? "running" : "gone",
+                                     output.right(2000))));
         // No black frame: the way out of a crash is no shutdown.
         const QVector<VirtualLedDevice::Rgb> colours = box.device.lastColors();
         QVERIFY(!colours.isEmpty() && std::any_of(colours.begin(), colours.end(), [](const auto& c) {
