@@ -12,6 +12,8 @@
 #include <QProcess>
 #include <QStandardPaths>
 
+#include <ctime>
+
 namespace {
 constexpr char kTag[] = "[QBreakpadHandler]";
 } // namespace
@@ -20,6 +22,9 @@ void CrashHook::install()
 {
     QElapsedTimer timer;
     timer.start();
+    // The CPU time beside the wall time tells the work from the waits of a busy machine.
+    timespec cpuStart{};
+    ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &cpuStart);
     QBreakpadHandler* handler = QBreakpadHandler::instance();
     handler->setDumpPath(QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation) +
                          QStringLiteral("/dumps"));
@@ -30,8 +35,14 @@ void CrashHook::install()
     const QStringList arguments = reporterArguments()
                                   << QStringLiteral("--report") << handler->nextReportPath();
     CrashCapture::prepareReporter(reporterProgram(), arguments);
+    const qint64 wallNs = timer.nsecsElapsed();
+    timespec cpuEnd{};
+    ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &cpuEnd);
+    const qint64 cpuNs =
+        (qint64(cpuEnd.tv_sec) - cpuStart.tv_sec) * 1000000000 + cpuEnd.tv_nsec - cpuStart.tv_nsec;
     qInfo().noquote() << kTag << "Crash capture is ready in" << handler->dumpPath() << "after"
-                      << QString::number(timer.nsecsElapsed() / 1e6, 'f', 3) << "ms";
+                      << QString::number(wallNs / 1e6, 'f', 3) << "ms (CPU"
+                      << QString::number(cpuNs / 1e6, 'f', 3) + QStringLiteral(" ms)");
 }
 
 QString CrashHook::reporterProgram()

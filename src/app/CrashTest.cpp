@@ -36,10 +36,10 @@ volatile int one = 1; // a numerator the compiler cannot see, so that it divides
 volatile int sink = 0;
 volatile bool deeper = true; // always: the recursion has no end the compiler could see
 
-const QStringList kKinds = {QStringLiteral("segv"),   QStringLiteral("bus"),     QStringLiteral("ill"),
-                            QStringLiteral("fpe"),    QStringLiteral("abrt"),    QStringLiteral("stack"),
-                            QStringLiteral("thread"), QStringLiteral("two"),     QStringLiteral("double"),
-                            QStringLiteral("store"),  QStringLiteral("settings")};
+const QStringList kKinds = {QStringLiteral("segv"),   QStringLiteral("bus"),      QStringLiteral("ill"),
+                            QStringLiteral("fpe"),    QStringLiteral("abrt"),     QStringLiteral("stack"),
+                            QStringLiteral("thread"), QStringLiteral("two"),      QStringLiteral("double"),
+                            QStringLiteral("store"),  QStringLiteral("settings"), QStringLiteral("fatal")};
 
 } // namespace
 
@@ -98,6 +98,8 @@ void CrashTest::run(OrvantaApp* app, const QString& kind)
         crashFpe();
     } else if (name == QLatin1String("abrt")) {
         crashAbrt();
+    } else if (name == QLatin1String("fatal")) {
+        crashFatal();
     } else if (name == QLatin1String("stack")) {
         crashStack();
     } else if (name == QLatin1String("thread")) {
@@ -171,6 +173,12 @@ __attribute__((noinline)) void CrashTest::crashFpe()
 __attribute__((noinline)) void CrashTest::crashAbrt()
 {
     std::abort();
+}
+
+__attribute__((noinline)) void CrashTest::crashFatal()
+{
+    // Logged through the message handler first, then Qt aborts.
+    qFatal("%s Fatal error on purpose", kTag);
 }
 
 __attribute__((noinline)) int CrashTest::recurse(int depth)

@@ -20,6 +20,7 @@ public:
     static void crashIll();
     static void crashFpe();
     static void crashAbrt();
+    static void crashFatal();
     static void crashStack();
     static void crashThread(OrvantaApp* app);
     static void crashTwo();

@@ -7,10 +7,10 @@
 
 #include <QByteArray>
 #include <QCoreApplication>
-#include <QDateTime>
 #include <QDebug>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QUuid>
 
 #include <algorithm>
@@ -441,14 +441,26 @@ void copyPath(char* to, const QByteArray& from)
 
 CrashCapture::CrashCapture(const QString& folder)
 {
+    // At a usual start the folder is there: an open and an fstat. It is made only at the first.
     const QByteArray path = QFile::encodeName(folder);
-    ::mkdir(path.constData(), 0700);
-    ::chmod(path.constData(), 0700);
-    const int fd = ::open(path.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    int fd = ::open(path.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0 && errno == ENOENT) {
+        if (::mkdir(path.constData(), 0700) != 0 && errno == ENOENT) {
+            QDir().mkpath(QFileInfo(folder).path());
+            ::mkdir(path.constData(), 0700);
+        }
+        fd = ::open(path.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    }
     if (fd < 0) {
         qWarning().noquote() << kTag << "Crash capture is off: the folder" << folder
                              << "cannot be opened:" << QString::fromLocal8Bit(std::strerror(errno));
         return;
+    }
+    struct stat st
+    {
+    };
+    if (::fstat(fd, &st) == 0 && (st.st_mode & 07777) != 0700) {
+        ::fchmod(fd, 0700);
     }
     prepared.folderFd = fd;
     const QByteArray name = QUuid::createUuid().toByteArray(QUuid::WithoutBraces) + ".dmp";
@@ -464,7 +476,10 @@ CrashCapture::CrashCapture(const QString& folder)
     if (::uname(&names) == 0) {
         prepared.kernel.set(QByteArray(names.release));
     }
-    prepared.utcOffsetSeconds = QDateTime::currentDateTime().offsetFromUtc();
+    // One conversion; QDateTime's offset would convert several times, each looking at the zone file.
+    const time_t now = ::time(nullptr);
+    tm local{};
+    prepared.utcOffsetSeconds = ::localtime_r(&now, &local) ? int32_t(local.tm_gmtoff) : 0;
     prepared.mainTid = pid_t(::gettid());
 
     SignalStack::installForCurrentThread();

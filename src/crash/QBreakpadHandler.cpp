@@ -29,6 +29,16 @@ void QBreakpadHandler::setDumpPath(const QString& path)
     if (QFileInfo(path).isRelative()) {
         absolute = QDir::cleanPath(QCoreApplication::applicationDirPath() + QLatin1Char('/') + path);
     }
+    d.exceptionHandler.reset();
+    if (SignalStack::enabled()) {
+        // The capture makes and opens the folder itself, with as few system calls as it can.
+        auto capture = std::make_unique<CrashCapture>(absolute);
+        if (capture->isActive()) {
+            d.dumpPath = absolute;
+            d.exceptionHandler = std::move(capture);
+            return;
+        }
+    }
     QDir().mkpath(absolute);
     if (!QFileInfo(absolute).isDir()) {
         qDebug("Failed to set dump path which not exists: %s", qPrintable(absolute));
@@ -36,15 +46,9 @@ void QBreakpadHandler::setDumpPath(const QString& path)
     }
     QFile::setPermissions(absolute, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     d.dumpPath = absolute;
-    d.exceptionHandler.reset();
     if (!SignalStack::enabled()) {
         // The sanitizers' own reports are richer, and their handlers must stay.
         qInfo().noquote() << kTag << "Crash capture is off in sanitizer builds";
-        return;
-    }
-    auto capture = std::make_unique<CrashCapture>(absolute);
-    if (capture->isActive()) {
-        d.exceptionHandler = std::move(capture);
     }
 }
 

@@ -1,9 +1,11 @@
 #include "CrashSandbox.h"
 #include "LocalHttpsService.h"
+#include "PrivateXServer.h"
 #include "TestFiles.h"
 #include "crash/CrashReport.h"
 
 #include <QElapsedTimer>
+#include <QImage>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
@@ -13,6 +15,7 @@
 #include <algorithm>
 #include <csignal>
 #include <sys/resource.h>
+#include <xcb/xcb.h>
 
 namespace {
 constexpr int kWaitMs = 60000;
@@ -90,6 +93,59 @@ quint64 programOffset(const CrashReport& report, quint64 address)
     }
     return offset;
 }
+struct XWindow
+{
+    QString title;
+    QImage picture;
+};
+
+// The viewable top-level windows of the WM_CLASS `className` on `display`, as a user sees them.
+QVector<XWindow> viewableWindows(const QString& display, const QByteArray& className)
+{
+    QVector<XWindow> out;
+    xcb_connection_t* c = xcb_connect(display.toLocal8Bit().constData(), nullptr);
+    xcb_query_tree_reply_t* tree =
+        xcb_connection_has_error(c)
+            ? nullptr
+            : xcb_query_tree_reply(
+                  c, xcb_query_tree(c, xcb_setup_roots_iterator(xcb_get_setup(c)).data->root), nullptr);
+    auto property = [c](xcb_window_t w, xcb_atom_t atom) {
+        xcb_get_property_reply_t* r = xcb_get_property_reply(
+            c, xcb_get_property(c, 0, w, atom, XCB_GET_PROPERTY_TYPE_ANY, 0, 1024), nullptr);
+        const QByteArray value = r ? QByteArray(static_cast<const char*>(xcb_get_property_value(r)),
+                                                xcb_get_property_value_length(r))
+                                   : QByteArray();
+        free(r);
+        return value;
+    };
+    for (int i = 0; tree && i < xcb_query_tree_children_length(tree); ++i) {
+        const xcb_window_t w = xcb_query_tree_children(tree)[i];
+        xcb_get_window_attributes_reply_t* attributes =
+            xcb_get_window_attributes_reply(c, xcb_get_window_attributes(c, w), nullptr);
+        const bool viewable = attributes && attributes->map_state == XCB_MAP_STATE_VIEWABLE;
+        free(attributes);
+        if (!viewable || !property(w, XCB_ATOM_WM_CLASS).split('\0').contains(className)) {
+            continue;
+        }
+        xcb_get_geometry_reply_t* g = xcb_get_geometry_reply(c, xcb_get_geometry(c, w), nullptr);
+        xcb_get_image_reply_t* image =
+            g ? xcb_get_image_reply(
+                    c, xcb_get_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, w, 0, 0, g->width, g->height, ~0u),
+                    nullptr)
+              : nullptr;
+        XWindow window{QString::fromUtf8(property(w, XCB_ATOM_WM_NAME)), QImage()};
+        if (image && xcb_get_image_data_length(image) == g->width * g->height * 4) {
+            window.picture =
+                QImage(xcb_get_image_data(image), g->width, g->height, QImage::Format_RGB32).copy();
+        }
+        free(image);
+        free(g);
+        out << window;
+    }
+    free(tree);
+    xcb_disconnect(c);
+    return out;
+}
 } // namespace
 
 class TestCrashCapture : public QObject
@@ -124,23 +180,35 @@ private slots:
         QTest::addColumn<QString>("function");
         QTest::addColumn<bool>("pcInFunction"); // else a return address on the stack copy
         QTest::addColumn<QString>("threadTag");
+        QTest::addColumn<QString>("lastLine"); // the report's log reaches it: the log's end at the crash
         QTest::newRow("settings folder button")
             << "settings" << SIGSEGV << "SEGV_MAPERR"
-            << "SettingsDialog::on_btnOpenConfigDir_clicked()" << true << "@main  ";
+            << "SettingsDialog::on_btnOpenConfigDir_clicked()" << true << "@main  "
+            << "Crash test settings now";
         QTest::newRow("segv") << "segv" << SIGSEGV << "SEGV_MAPERR"
-                              << "CrashTest::crashSegv()" << true << "@main  ";
+                              << "CrashTest::crashSegv()" << true << "@main  "
+                              << "Crash test segv now";
         QTest::newRow("bus") << "bus" << SIGBUS << "BUS_ADRERR"
-                             << "CrashTest::crashBus()" << true << "@main  ";
+                             << "CrashTest::crashBus()" << true << "@main  "
+                             << "Crash test bus now";
         QTest::newRow("ill") << "ill" << SIGILL << "ILL_ILLOPN"
-                             << "CrashTest::crashIll()" << true << "@main  ";
+                             << "CrashTest::crashIll()" << true << "@main  "
+                             << "Crash test ill now";
         QTest::newRow("fpe") << "fpe" << SIGFPE << "FPE_INTDIV"
-                             << "CrashTest::crashFpe()" << true << "@main  ";
+                             << "CrashTest::crashFpe()" << true << "@main  "
+                             << "Crash test fpe now";
         QTest::newRow("abrt") << "abrt" << SIGABRT << "SI_TKILL"
-                              << "CrashTest::crashAbrt()" << false << "@main  ";
+                              << "CrashTest::crashAbrt()" << false << "@main  "
+                              << "Crash test abrt now";
+        QTest::newRow("qFatal") << "fatal" << SIGABRT << "SI_TKILL"
+                                << "CrashTest::crashFatal()" << false << "@main  "
+                                << "[Fatal]: [CrashTest] Fatal error on purpose";
         QTest::newRow("stack overflow") << "stack" << SIGSEGV << "SEGV_(MAPERR|ACCERR)"
-                                        << "CrashTest::recurse(int)" << true << "@main  ";
+                                        << "CrashTest::recurse(int)" << true << "@main  "
+                                        << "Crash test stack now";
         QTest::newRow("port thread") << "thread" << SIGSEGV << "SEGV_MAPERR"
-                                     << "CrashTest::crashSegv()" << true << "@0x[0-9a-f]+  ";
+                                     << "CrashTest::crashSegv()" << true << "@0x[0-9a-f]+  "
+                                     << "Crash test thread now";
     }
     void capture()
     {
@@ -150,6 +218,7 @@ private slots:
         QFETCH(QString, function);
         QFETCH(bool, pcInFunction);
         QFETCH(QString, threadTag);
+        QFETCH(QString, lastLine);
         CrashSandbox box;
         QProcess process;
         box.prepare(process, kProgram, {"--enable_crash_test"}, kind, kRecorder);
@@ -174,6 +243,7 @@ private slots:
         QCOMPARE(report.mainThread, threadTag.startsWith("@main"));
         QVERIFY(QFileInfo(path).size() <= 448 * 1024 && !report.stack.isEmpty() && !report.maps.isEmpty());
         QVERIFY(QString::fromUtf8(report.log).contains(kStartupLine));
+        QVERIFY2(QString::fromUtf8(report.log).contains(lastLine), qPrintable(report.log.right(500)));
 
         const Symbol symbol = functions.value(function);
         QVERIFY2(symbol.size > 0, qPrintable(function));
@@ -259,6 +329,51 @@ private slots:
         }
         QTest::qWait(200); // a second reporter would be there by now
         QCOMPARE(box.records().size(), reporters);
+    }
+
+    // A crash as a user provokes it, the settings' folder button, on an X display: the real
+    // reporter's window comes up there and the strip keeps the colours it had.
+    void reporterWindow()
+    {
+        PrivateXServer server;
+        QVERIFY2(server.start(), qPrintable(server.errorString()));
+        CrashSandbox box;
+        QProcess process;
+        box.prepare(process, kProgram, {"--enable_crash_test"}, "settings", QString());
+        QProcessEnvironment env = process.processEnvironment();
+        env.insert("DISPLAY", server.display());
+        env.insert("QT_QPA_PLATFORM", "xcb");
+        env.insert("QT_XCB_GL_INTEGRATION", "none");
+        process.setProcessEnvironment(env);
+        QElapsedTimer timer;
+        timer.start();
+        const QString output = runToEnd(process);
+        QVERIFY2(process.exitStatus() == QProcess::CrashExit && process.exitCode() == SIGSEGV,
+                 qPrintable(QString("X server %1 %2\n%3")
+                                .arg(server.display(), server.isRunning() ? "running" : "gone",
+                                     output.right(2000))));
+        // No black frame: the way out of a crash is no shutdown.
+        const QVector<VirtualLedDevice::Rgb> colours = box.device.lastColors();
+        QVERIFY(!colours.isEmpty() && std::any_of(colours.begin(), colours.end(), [](const auto& c) {
+            return !(c == VirtualLedDevice::Rgb());
+        }));
+
+        QVector<XWindow> windows;
+        QTRY_VERIFY_WITH_TIMEOUT((windows = viewableWindows(server.display(), "CrashReporter")).size() == 1,
+                                 kWaitMs);
+        qInfo() << "reporter window" << timer.elapsed() << "ms after the start";
+        QCOMPARE(windows.first().title, QString("Orvanta"));
+        QVERIFY(QDir().mkpath("screenshots") &&
+                windows.first().picture.save("screenshots/crashreporter_after_crash.png"));
+
+        QDir logs(box.logsDir());
+        const QString log = QString::fromUtf8(
+            TestFiles::read(logs.filePath(logs.entryList({"CrashReporter_*.log"}).value(0))));
+        const pid_t reporter = QRegularExpression(R"(Started \(pid (\d+)\))").match(log).captured(1).toInt();
+        QVERIFY2(reporter > 0 && ::kill(reporter, SIGTERM) == 0, qPrintable(log));
+        QTRY_VERIFY_WITH_TIMEOUT(::kill(reporter, 0) != 0 ||
+                                     viewableWindows(server.display(), "CrashReporter").isEmpty(),
+                                 kWaitMs);
     }
 
     // What is no crash leaves nothing: a polite quit, help, version, a second instance, and the
@@ -377,7 +492,8 @@ private slots:
             env.remove("ORVANTA_CRASH_REPORTER");
             process.setProcessEnvironment(env);
             process.start();
-            QTRY_VERIFY_WITH_TIMEOUT(box.mainLog().count("Listening for a second instance") == start,
+            // The crash's own start listened too.
+            QTRY_VERIFY_WITH_TIMEOUT(box.mainLog().count("Listening for a second instance") == start + 1,
                                      kWaitMs);
             if (start == 1) {
                 QTRY_VERIFY_WITH_TIMEOUT(!QFileInfo::exists(report), kWaitMs);

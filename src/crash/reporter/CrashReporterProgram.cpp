@@ -21,6 +21,7 @@
 #include <QJsonObject>
 #include <QProcess>
 #include <QThread>
+#include <QThreadPool>
 #include <QTranslator>
 
 #include <cerrno>
@@ -224,6 +225,9 @@ int CrashReporterProgram::main(int argc, char** argv)
         qInfo().noquote() << kTag << "Window shown";
         status = app->exec();
     }
+    // The pool's thread that read the system's certificates ends before OpenSSL's cleanup at exit,
+    // which would otherwise leave that thread's OpenSSL state behind.
+    QThreadPool::globalInstance()->waitForDone();
     ConsoleOutput::finish(1000);
     return status;
 }

@@ -11,6 +11,7 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPushButton>
+#include <QScreen>
 #include <QUrl>
 #include <QVBoxLayout>
 #include <QVariant>
@@ -52,6 +53,7 @@ CrashReporterWindow::CrashReporterWindow(CrashReportQueue* queue, const QString&
     explanation->setObjectName(QStringLiteral("explanation"));
     status->setObjectName(QStringLiteral("status"));
     details->setObjectName(QStringLiteral("details"));
+    detailsBox->setObjectName(QStringLiteral("detailsBox"));
     detailsButton->setObjectName(QStringLiteral("detailsButton"));
     openFolderButton->setObjectName(QStringLiteral("openFolderButton"));
     restartCheck->setObjectName(QStringLiteral("restartCheck"));
@@ -94,7 +96,7 @@ CrashReporterWindow::CrashReporterWindow(CrashReportQueue* queue, const QString&
 
     connect(detailsButton, &QPushButton::clicked, this, [this] {
         detailsBox->setVisible(!detailsBox->isVisible());
-        adjustSize(); // wrapped labels: the window grows to show every line
+        fitToContents();
     });
     connect(openFolderButton, &QPushButton::clicked, this,
             [this] { QDesktopServices::openUrl(QUrl::fromLocalFile(this->queue->folder())); });
@@ -103,6 +105,21 @@ CrashReporterWindow::CrashReporterWindow(CrashReportQueue* queue, const QString&
     connect(closeButton, &QPushButton::clicked, this, &QDialog::accept);
     connect(sender, &CrashSender::finished, this, &CrashReporterWindow::onSenderFinished);
     retranslate();
+}
+
+void CrashReporterWindow::fitToContents()
+{
+    // Wrapped labels: the height for the window's width shows every line. adjustSize() would stop
+    // at two thirds of the screen, which at a large scale cuts the details; the screen's height is
+    // the bound here.
+    QLayout* box = layout();
+    box->activate();
+    const int w = qMax(width(), box->totalMinimumSize().width());
+    int h = box->hasHeightForWidth() ? box->totalHeightForWidth(w) : box->totalSizeHint().height();
+    if (const QScreen* screen = this->screen()) {
+        h = qMin(h, screen->availableGeometry().height());
+    }
+    resize(w, qMax(h, box->totalMinimumSize().height()));
 }
 
 bool CrashReporterWindow::restartChecked() const
@@ -128,7 +145,7 @@ void CrashReporterWindow::onSend()
         return;
     }
     retranslate();
-    adjustSize();
+    fitToContents();
     sender->start();
 }
 
@@ -151,7 +168,7 @@ void CrashReporterWindow::onSenderFinished()
     closeButton->show();
     closeButton->setDefault(true);
     retranslate();
-    adjustSize();
+    fitToContents();
 }
 
 QString CrashReporterWindow::detailsText() const

@@ -39,6 +39,7 @@ private:
     void onDontSend();
     void onSenderFinished();
     void retranslate();
+    void fitToContents();
     QString detailsText() const;
 
     CrashReportQueue* queue;
