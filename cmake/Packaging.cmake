@@ -12,6 +12,10 @@ set(ORVANTA_RELEASE_DATE 2026-11-26)
 # The icon sizes drawn by scripts/draw-ui-pictures.py into packaging/icons/.
 set(ORVANTA_ICON_SIZES 16 22 24 32 48 64 128 256)
 
+# Installing builds only what it installs (make package builds those first): the benchmarks and
+# tools of the tree are never packaged, and building them would double make package's time.
+set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
+
 set(pkg_src ${CMAKE_SOURCE_DIR}/packaging)
 set(pkg_out ${CMAKE_BINARY_DIR}/packaging)
 file(MAKE_DIRECTORY ${pkg_out})
@@ -83,7 +87,6 @@ set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "xdg-utils, ca-certificates")
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "gnome-shell-extension-appindicator")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${pkg_src}/postinst ${pkg_src}/postrm)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
-# Stripped programs in the package, their debug information in orvanta-dbgsym's .ddeb.
+# Stripped programs in the package, their debug information in orvanta-dbgsym's .ddeb by build id.
 set(CPACK_DEBIAN_DEBUGINFO_PACKAGE ON)
-set(CPACK_STRIP_FILES ON)
 include(CPack)
