@@ -67,7 +67,12 @@ void startToFirstFrame(const QString& label, const QString& program, const QStri
         process.terminate();
         process.waitForFinished(10000);
     }
-    std::printf("%s: start to first frame (median of 5) %.0f ms (runs:", qPrintable(label), median(totals));
+    if (totals.isEmpty()) {
+        std::printf("%s: no run reached a first frame\n", qPrintable(label));
+        return;
+    }
+    std::printf("%s: start to first frame (median of %d) %.0f ms (runs:", qPrintable(label),
+                int(totals.size()), median(totals));
     for (double t : totals) {
         std::printf(" %.0f", t);
     }
