@@ -345,7 +345,8 @@ private slots:
         QVERIFY(files > 10);
     }
 
-    // Stripped, without a run path, with its debug information in the -dbgsym package by build id.
+    // Stripped, hardened, without a run path, with its debug information in the -dbgsym package by
+    // build id.
     void programs_data()
     {
         QTest::addColumn<QString>("name");
@@ -363,6 +364,14 @@ private slots:
         const QString dynamic = run("readelf", {"-d", path}).out;
         QVERIFY2(dynamic.contains("NEEDED") && !dynamic.contains("RPATH") && !dynamic.contains("RUNPATH"),
                  qPrintable(dynamic));
+        // Debian's hardening: read-only relocations bound at start, the stack protector and the
+        // checked C functions; and no library linked that nothing uses.
+        QVERIFY2(dynamic.contains("BIND_NOW") && run("readelf", {"-l", "-W", path}).out.contains("GNU_RELRO"),
+                 qPrintable(dynamic));
+        const QString symbols = run("readelf", {"--dyn-syms", "-W", path}).out;
+        QVERIFY(symbols.contains("__stack_chk_fail") && symbols.contains("_chk@"));
+        const Run unused = run("ldd", {"-u", "-r", path});
+        QVERIFY2(unused.exitCode == 0 && !unused.out.contains("Unused"), qPrintable(unused.out));
         const QString id = buildId(path);
         QVERIFY(id.size() > 8);
         const QString file = debug + "/usr/lib/debug/.build-id/" + id.left(2) + "/" + id.mid(2) + ".debug";
