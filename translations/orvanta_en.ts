@@ -490,6 +490,29 @@
     </message>
   </context>
   <context>
+    <name>PortNoticeBar</name>
+    <message>
+      <source>无法打开 %1：您已在“%2”组中，但本次登录尚未生效。请注销后重新登录。</source>
+      <translation>Cannot open %1: you are in the group “%2”, but this session is not yet. Log out and in again.</translation>
+    </message>
+    <message>
+      <source>无法打开 %1：没有读写权限。规则已安装，请重新插入设备；或者运行“%2”，然后注销并重新登录。</source>
+      <translation>Cannot open %1: no permission to read and write it. Plug the device in again now the rule is installed, or run “%2” and log in again.</translation>
+    </message>
+    <message>
+      <source>无法打开 %1：另一个程序正在使用该端口。请关闭该程序，然后重新插入设备。</source>
+      <translation>Cannot open %1: another program holds the port. Close that program, then plug the device in again.</translation>
+    </message>
+    <message>
+      <source>复制命令</source>
+      <translation>Copy command</translation>
+    </message>
+    <message>
+      <source>关闭</source>
+      <translation>Close</translation>
+    </message>
+  </context>
+  <context>
     <name>SFrmColorMap</name>
     <message>
       <source>速度：</source>

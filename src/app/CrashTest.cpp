@@ -15,6 +15,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <fcntl.h>
+#include <memory>
 #include <sys/mman.h>
 #include <thread>
 #include <unistd.h>
@@ -70,7 +71,7 @@ bool CrashTest::arm(OrvantaApp* app)
             run(app, kind);
             return;
         }
-        auto* fired = new bool(false);
+        auto fired = std::make_shared<bool>(false);
         auto fire = [app, kind, fired] {
             if (!*fired) {
                 *fired = true;

@@ -69,6 +69,7 @@ OrvantaApp::OrvantaApp(QObject* parent)
 
     connect(&deviceManager, &DeviceManager::newController, this, &OrvantaApp::onNewController);
     connect(&deviceManager, &DeviceManager::controllerFailed, this, &OrvantaApp::onControllerFailed);
+    connect(&deviceManager, &DeviceManager::portNotOpened, this, &OrvantaApp::onPortNotOpened);
     // Devices found while the registries were built were announced before these connections.
     const QStringList present = deviceManager.controllerNames();
     for (const QString& id : present) {
@@ -151,7 +152,26 @@ void OrvantaApp::onNewController(QString ctlName)
     } else {
         changeWorker(ctlName, kSingleColorEffect);
     }
+    mainWindow.homePage()->clearPortNotice(options.portName);
     refreshHomePage();
+}
+
+void OrvantaApp::onPortNotOpened(PortProblem problem)
+{
+    PortNoticeBar::Reason reason = PortNoticeBar::Reason::InUse;
+    switch (problem.kind) {
+    case PortProblem::Kind::LogInAgain:
+        reason = PortNoticeBar::Reason::LogInAgain;
+        break;
+    case PortProblem::Kind::NoAccess:
+        reason = PortNoticeBar::Reason::NoAccess;
+        break;
+    case PortProblem::Kind::InUse:
+        break;
+    case PortProblem::Kind::None:
+        return;
+    }
+    mainWindow.homePage()->showPortNotice(problem.port, reason, problem.group, problem.command());
 }
 
 void OrvantaApp::changeWorker(const QString& ctlId, const QString& effectId)

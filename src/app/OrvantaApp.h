@@ -50,6 +50,7 @@ public slots:
 private slots:
     void onNewController(QString ctlName);
     void onControllerFailed(QString ctlName);
+    void onPortNotOpened(PortProblem problem);
     void onHasNewVersion();
     void onRequestUpdateAppVersion();
     void runInstallProcess(QString installerPath);

@@ -16,6 +16,7 @@
 
 namespace {
 
+constexpr char kTag[] = "[SoakDriver]";
 constexpr int kDevicePollMs = 50;
 constexpr int kSettingMs = 3;
 constexpr int kColourMs = 500;
@@ -45,7 +46,7 @@ SoakDriver::SoakDriver(OrvantaApp& orvanta, const QString& driverMode, QObject* 
     , random(QRandomGenerator::securelySeeded())
 {
     if (!knowsMode(mode)) {
-        qWarning().noquote() << "[SoakDriver] Unknown mode" << mode << "- nothing is driven";
+        qWarning().noquote() << kTag << "Unknown mode" << mode << "- nothing is driven";
         return;
     }
     connect(&timer, &QTimer::timeout, this, &SoakDriver::waitForDevice);

@@ -2,6 +2,7 @@
 
 #include "BuildInfo.h"
 #include "service/config/ConfigurationManager.h"
+#include "service/config/DataPaths.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -211,5 +212,12 @@ void StartupSteps::logStartupInfo()
     qInfo().noquote() << startupParametersText();
     qInfo().noquote() << QStringLiteral("Runtime directory: ") + QCoreApplication::applicationDirPath();
     qInfo().noquote() << QStringLiteral("Qt env base path:") + QDir().absolutePath();
+    const QString data = DataPaths::dataFolder();
+    if (data.isEmpty()) {
+        qWarning().noquote() << "No data folder: none of" << DataPaths::places().join(QStringLiteral(", "))
+                             << "holds \"controler_config/OVController.json\"";
+    } else {
+        qInfo().noquote() << QStringLiteral("Data folder: ") + data;
+    }
     qInfo().noquote() << buildInfoText();
 }

@@ -10,6 +10,8 @@
 #include <QHttpMultiPart>
 #include <QMetaEnum>
 
+#include <memory>
+
 namespace {
 constexpr char kTag[] = "[QBreakpadHttpUploader]";
 } // namespace
@@ -50,7 +52,7 @@ void QBreakpadHttpUploader::uploadDump(QString abs_file_path)
         return;
     }
 
-    auto* multiPart = new QHttpMultiPart(QHttpMultiPart::FormDataType);
+    auto multiPart = std::make_unique<QHttpMultiPart>(QHttpMultiPart::FormDataType);
     QHttpPart prod;
     prod.setHeader(QNetworkRequest::ContentDispositionHeader, QStringLiteral("form-data; name=\"prod\""));
     prod.setBody(QCoreApplication::applicationName().toLatin1());
@@ -62,10 +64,10 @@ void QBreakpadHttpUploader::uploadDump(QString abs_file_path)
                    QString(QStringLiteral("form-data; name=\"upload_file_minidump\"; filename=\"") +
                            info.fileName() + QLatin1Char('"')));
     dump.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/octet-stream"));
-    m_file = new QFile(abs_file_path, multiPart);
+    m_file = new QFile(abs_file_path, multiPart.get());
     if (!m_file->open(QIODevice::ReadOnly)) {
         const QString cause = m_file->errorString();
-        delete multiPart;
+        multiPart.reset();
         m_file = nullptr;
         emit done(false, cause);
         return;
@@ -78,7 +80,7 @@ void QBreakpadHttpUploader::uploadDump(QString abs_file_path)
     const QByteArray userAgent =
         (QCoreApplication::applicationName() + QLatin1Char('/') + QCoreApplication::applicationVersion())
             .toLatin1();
-    m_reply = manager.post(request.url(), multiPart, userAgent);
+    m_reply = manager.post(request.url(), multiPart.release(), userAgent);
     if (!m_reply) {
         m_file = nullptr; // went with the multipart
         emit done(false, manager.online() ? QStringLiteral("the URL is refused")

@@ -13,6 +13,8 @@
 
 namespace {
 
+// The sleep and refresh lines log as "[Controller]", the name their fixed texts give.
+constexpr char kTag[] = "[AbsRGBController]";
 constexpr int kRefreshMs = 800;
 constexpr int64_t kStatisticsMs = 3000;
 constexpr int64_t kRawDumpMs = 60000;
@@ -72,7 +74,7 @@ AbsRGBController::AbsRGBController(QObject* parent)
 
 AbsRGBController::~AbsRGBController()
 {
-    qDebug().noquote() << QStringLiteral("[AbsRGBController] ") + options.id + QStringLiteral(" destructed");
+    qDebug().noquote() << kTag << options.id + QStringLiteral(" destructed");
 }
 
 ControlOptions& AbsRGBController::controlOptions()
@@ -175,7 +177,7 @@ bool AbsRGBController::loadConfig()
     }
     QString why;
     if (!readSettings(obj, &options, &why)) {
-        qWarning().noquote() << QStringLiteral("[AbsRGBController]: The layout stored for ") + options.id +
+        qWarning().noquote() << kTag + QStringLiteral(": The layout stored for ") + options.id +
                                     QStringLiteral(" is ignored, its strips count as not configured: ") + why;
     }
     return true;

@@ -11,6 +11,7 @@
 
 namespace {
 
+// The removal lines give the name without its colon.
 constexpr char kTag[] = "[DeviceManager]:";
 
 const char* const kBuiltInKey = "@@@OVControllerEnumerator";
@@ -22,6 +23,7 @@ DeviceManager::DeviceManager(QObject* parent)
 {
     qRegisterMetaType<AbsRGBControllerPtr>("QSharedPointer<AbsRGBController>");
     qRegisterMetaType<AbsRGBControllerPtr>("AbsRGBControllerPtr");
+    qRegisterMetaType<PortProblem>();
     loadPlugins();
     addBuiltInEnumerator();
 }
@@ -68,6 +70,7 @@ void DeviceManager::addBuiltInEnumerator()
     auto* enumerator = new OVControllerEnumerator(this);
     connect(enumerator, &IDeviceEnumerator::deviceEnabled, this, &DeviceManager::addController,
             Qt::QueuedConnection);
+    connect(enumerator, &OVControllerEnumerator::portNotOpened, this, &DeviceManager::portNotOpened);
     enumerators.insert(QString::fromLatin1(kBuiltInKey), EnumeratorEntry(nullptr, enumerator));
 }
 
@@ -155,9 +158,10 @@ void DeviceManager::removeController(QString ctlName)
     controllers.remove(ctlName);
     for (auto it = enumerators.cbegin(); it != enumerators.cend(); ++it) {
         if (it.value().second->removeController(ctlName)) {
-            qInfo().noquote() << "[DeviceManager]" << ctlName << "has been removed from" << it.key();
+            qInfo().noquote() << QLatin1String(kTag).chopped(1) << ctlName << "has been removed from"
+                              << it.key();
             break;
         }
     }
-    qInfo().noquote() << "[DeviceManager]" << ctlName << "has been removed";
+    qInfo().noquote() << QLatin1String(kTag).chopped(1) << ctlName << "has been removed";
 }

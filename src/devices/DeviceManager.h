@@ -2,6 +2,7 @@
 
 #include "devices/AbsRGBController.h"
 #include "devices/ControlOptions.h"
+#include "devices/PortAccess.h"
 
 #include <QHash>
 #include <QObject>
@@ -36,6 +37,8 @@ public:
 signals:
     void newController(QString ctlName);
     void controllerFailed(QString ctlName);
+    // From the built-in enumerator: a port the user means did not open.
+    void portNotOpened(PortProblem problem);
 
 private slots:
     void addController(AbsRGBControllerPtr controller);

@@ -8,6 +8,7 @@
 
 namespace {
 
+constexpr char kTag[] = "[OVController]:";
 constexpr int kReleaseFlushMs = 500;
 constexpr int kReleaseSettleMs = 15;
 // Every port darkens in parallel; the lock on sleep is given back within a second in all.
@@ -53,7 +54,7 @@ OVController::OVController(const ControlOptions& controlOptions, OVSerialPort* s
 {
     options = controlOptions;
 
-    connect(this, &OVController::writeToPort, port, &OVSerialPort::write, Qt::QueuedConnection);
+    connect(this, &OVController::writeToPort, port.data(), &OVSerialPort::write, Qt::QueuedConnection);
     connect(port->serialPort(), &QSerialPort::errorOccurred, this, &OVController::onPortError,
             Qt::QueuedConnection);
 
@@ -67,8 +68,8 @@ OVController::OVController(const ControlOptions& controlOptions, OVSerialPort* s
     port->moveToThread(portThread);
     SignalStack::watch(portThread);
     portThread->start(QThread::InheritPriority);
-    QMetaObject::invokeMethod(port, &OVSerialPort::startWriteTimer, Qt::QueuedConnection);
-    QMetaObject::invokeMethod(port, &OVSerialPort::ignoreInput, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(port.data(), &OVSerialPort::startWriteTimer, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(port.data(), &OVSerialPort::ignoreInput, Qt::QueuedConnection);
 }
 
 OVController::~OVController()
@@ -80,17 +81,17 @@ OVController::~OVController()
     bool written = false;
     if (portThread->isRunning()) {
         QMetaObject::invokeMethod(
-            port, [p = port] { return p->flushPending(kReleaseFlushMs); }, Qt::BlockingQueuedConnection,
-            &written);
+            port.data(), [p = port.data()] { return p->flushPending(kReleaseFlushMs); },
+            Qt::BlockingQueuedConnection, &written);
     }
     QThread::msleep(kReleaseSettleMs);
-    port->deleteLater();
+    port.reset(); // by deleteLater, on the port thread before it ends
     if (portThread->isRunning()) {
         portThread->quit();
         portThread->wait();
     }
-    qDebug().noquote() << QStringLiteral("[OVController]: ") + options.id +
-                              QStringLiteral("The port is released, the black buffer is writeen: ") +
+    qDebug().noquote() << kTag
+                       << options.id + QStringLiteral("The port is released, the black buffer is writeen: ") +
                               (written ? QStringLiteral("true") : QStringLiteral("false")) +
                               QStringLiteral(", nbLEDS:") + QString::number(options.nbLeds);
 }
@@ -145,7 +146,7 @@ void OVController::writeColors(const QVector<QVector<OV_RGB>>& colors)
 void OVController::afterDrain(int msecs, std::function<void(bool drained, bool works)> done)
 {
     QMetaObject::invokeMethod(
-        port,
+        port.data(),
         [this, msecs, done] {
             port->whenDrained(msecs, [this, done](bool drained) {
                 const bool works = port->lineWorks();
@@ -165,7 +166,7 @@ void OVController::sendDarkFrame()
 void OVController::checkAfterSleep()
 {
     QMetaObject::invokeMethod(
-        port,
+        port.data(),
         [this] {
             const SerialLine::Node node = port->nodeCheck();
             QMetaObject::invokeMethod(
@@ -209,7 +210,7 @@ void OVController::onPortError(QSerialPort::SerialPortError error)
     QString text;
     if (portThread->isRunning()) {
         QMetaObject::invokeMethod(
-            port, [p = port] { return p->errorText(); }, Qt::BlockingQueuedConnection, &text);
+            port.data(), [p = port.data()] { return p->errorText(); }, Qt::BlockingQueuedConnection, &text);
     } else {
         text = port->errorText();
     }

@@ -4,6 +4,7 @@
 #include "devices/SerialLine.h"
 
 #include <QByteArray>
+#include <QScopedPointer>
 #include <QSerialPort>
 #include <QThread>
 
@@ -29,7 +30,7 @@ public:
     // nbLeds is more than a frame can carry.
     static QByteArray encodeFrame(const QByteArray& header, uint32_t nbLeds,
                                   const QVector<QVector<OV_RGB>>& colors);
-    OVSerialPort* serialPort() const { return port; } // lives on the port thread
+    OVSerialPort* serialPort() const { return port.data(); } // lives on the port thread
 
 signals:
     void writeToPort(QByteArray bytes);
@@ -49,6 +50,7 @@ private:
     void onNodeChecked(SerialLine::Node node);
 
     QByteArray frameHeader;
-    OVSerialPort* port = nullptr;
+    // Adopted from the enumerator; deleted on its own thread before that thread ends.
+    QScopedPointer<OVSerialPort, QScopedPointerDeleteLater> port;
     QThread* portThread = nullptr;
 };

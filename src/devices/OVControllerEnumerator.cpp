@@ -7,7 +7,7 @@
 #include "devices/OVController.h"
 #include "devices/OVSerialPort.h"
 #include "devices/PortArrivalWatcher.h"
-#include "service/config/DefaultsFile.h"
+#include "service/config/DataPaths.h"
 
 #include <QCoreApplication>
 #include <QDebug>
@@ -35,6 +35,7 @@ static void initDeviceResources()
 
 namespace {
 
+// A port's removal and error lines log as "[OVEnumerator]", the name their fixed texts give.
 constexpr char kTag[] = "[OVControllerEnumerator]:";
 
 const char* const kDefaultsFile = "controler_config/OVController.json";
@@ -59,12 +60,9 @@ QString quoted(const QByteArray& bytes)
 }
 
 // A model without a picture gets a null image, quietly: QImage warns about an empty name.
-QImage loadPicture(const QString& baseDir, const QString& path)
+QImage loadPicture(const QString& path)
 {
-    if (path.isEmpty()) {
-        return QImage();
-    }
-    return QImage(QDir::isAbsolutePath(path) ? path : QDir(baseDir).filePath(path));
+    return path.isEmpty() ? QImage() : QImage(DataPaths::locate(path));
 }
 
 } // namespace
@@ -74,10 +72,23 @@ struct OVControllerEnumerator::Handshake
 {
     // Deleted on the enumerator's thread even when the last holder lets go on a port thread.
     QSharedPointer<QTimer> timer{new QTimer(), &QObject::deleteLater};
-    QMetaObject::Connection replies; // readyRead to the reply handler, cut once the reply is read
+    QMetaObject::Connection replies;     // readyRead to the reply handler
+    QMetaObject::Connection failures;    // errorOccurred to the unplug handler
+    QMetaObject::Connection salutations; // sendSalutation to the port
     // Set once the reply is decided: a reply queued in the same pass, or data after the reply on a
     // port that has moved to its controller's thread, never reaches the port from here.
     bool done = false;
+
+    // Cuts every link between the port and the enumerator while both are on this thread. A link
+    // left to a port on its controller's thread would queue calls here from there, and a slot
+    // queued across threads as the enumerator goes was seen to leak.
+    void end()
+    {
+        done = true;
+        QObject::disconnect(replies);
+        QObject::disconnect(failures);
+        QObject::disconnect(salutations);
+    }
 };
 
 OVControllerEnumerator::OVControllerEnumerator(QObject* parent)
@@ -270,7 +281,9 @@ void OVControllerEnumerator::verifyDevice(QString portName)
     auto* port = new OVSerialPort();
     if (!port->open(portName)) {
         qWarning().noquote() << kTag << "Failed to init the serial port" << portName;
+        const QSerialPort::SerialPortError error = port->serialPort()->error();
         delete port;
+        explainFailedOpen(portName, error);
         return;
     }
     unattachedPorts.append({port, portName});
@@ -285,7 +298,8 @@ void OVControllerEnumerator::verifyDevice(QString portName)
         port->serialPort(), &QSerialPort::readyRead, this,
         [this, guardedPort, portName, handshake]() { takeReply(guardedPort, portName, handshake, false); },
         Qt::QueuedConnection);
-    connect(this, &OVControllerEnumerator::sendSalutation, port, &OVSerialPort::write, Qt::QueuedConnection);
+    handshake->salutations = connect(this, &OVControllerEnumerator::sendSalutation, port,
+                                     &OVSerialPort::write, Qt::QueuedConnection);
     // One signal for every port: each port still waiting hears the salutation again.
     emit sendSalutation(QByteArrayLiteral("Moni-A"));
 
@@ -301,23 +315,48 @@ void OVControllerEnumerator::verifyDevice(QString portName)
     timer->start();
     // Unplugged during its handshake: dropped now rather than at the timeout, so that the device,
     // back at the same name within that time, is saluted again.
-    connect(port->serialPort(), &QSerialPort::errorOccurred, this,
-            [this, guardedPort, portName, state](QSerialPort::SerialPortError error) {
-                const QSharedPointer<Handshake> alive = state.toStrongRef();
-                if (!alive || alive->done || !guardedPort ||
-                    (error != QSerialPort::ReadError && error != QSerialPort::WriteError &&
-                     error != QSerialPort::ResourceError)) {
-                    return;
-                }
-                qInfo().noquote() << kTag << "The port failed during its handshake:" << portName;
-                drop(guardedPort, alive.data());
-            });
+    handshake->failures =
+        connect(port->serialPort(), &QSerialPort::errorOccurred, this,
+                [this, guardedPort, portName, state](QSerialPort::SerialPortError error) {
+                    const QSharedPointer<Handshake> alive = state.toStrongRef();
+                    if (!alive || alive->done || !guardedPort ||
+                        (error != QSerialPort::ReadError && error != QSerialPort::WriteError &&
+                         error != QSerialPort::ResourceError)) {
+                        return;
+                    }
+                    qInfo().noquote() << kTag << "The port failed during its handshake:" << portName;
+                    drop(guardedPort, alive.data());
+                });
+}
+
+void OVControllerEnumerator::explainFailedOpen(const QString& portName, QSerialPort::SerialPortError error)
+{
+    // Meant: a USB adapter, or a port the user named; on-board ports (ttyS) are probed by every
+    // scan and are never the user's strip.
+    const QString file = QFileInfo(portName).canonicalFilePath();
+    for (const QString& name : {portName, file}) {
+        if (QFileInfo(name).fileName().startsWith(QLatin1String("ttyS"))) {
+            return;
+        }
+    }
+    const bool named =
+        ExtraPortsWatcher::expandEntries(ExtraPortsWatcher::configuredEntries()).contains(portName);
+    if (!named && !QSerialPortInfo(portName).hasVendorIdentifier()) {
+        return;
+    }
+    const PortProblem problem =
+        PortAccess::diagnose(portName, PortAccess::facts(portName), error == QSerialPort::PermissionError);
+    if (problem.kind == PortProblem::Kind::None) {
+        return;
+    }
+    qWarning().noquote()
+        << QStringLiteral("%1 Cannot open %2: %3").arg(QLatin1String(kTag), portName, problem.remedy());
+    emit portNotOpened(problem);
 }
 
 void OVControllerEnumerator::drop(OVSerialPort* port, Handshake* handshake)
 {
-    handshake->done = true;
-    disconnect(handshake->replies);
+    handshake->end();
     port->deleteLater();
 }
 
@@ -336,7 +375,7 @@ void OVControllerEnumerator::takeReply(const QPointer<OVSerialPort>& port, const
     QSerialPort* serial = port->serialPort();
     // Only the first bytes: whoever answers later no longer hears the salutation again.
     if (serial->bytesAvailable() > 0) {
-        disconnect(this, &OVControllerEnumerator::sendSalutation, port.data(), &OVSerialPort::write);
+        disconnect(handshake->salutations);
     }
 
     const HandshakeReply reply = HandshakeReply::parse(serial->peek(HandshakeReply::maxBytes), final);
@@ -361,8 +400,7 @@ void OVControllerEnumerator::takeReply(const QPointer<OVSerialPort>& port, const
         break;
     }
 
-    handshake->done = true;
-    disconnect(handshake->replies);
+    handshake->end();
     handshake->timer->stop();
     const QByteArray bytes = serial->read(reply.length);
     qInfo().noquote() << kTag << quoted(portName) << "returned" << quoted(bytes);
@@ -442,10 +480,7 @@ void OVControllerEnumerator::onControllerStatus(const QString& id, uint32_t stat
 
 void OVControllerEnumerator::loadDefaults(AbsRGBController* controller)
 {
-    // Data lies in the working directory or, failing that, beside the program.
-    QFile file(locateDefaultsFile(QString::fromLatin1(kDefaultsFile)));
-    const QString baseDir = QFileInfo(file.fileName()).isAbsolute() ? QCoreApplication::applicationDirPath()
-                                                                    : QDir::currentPath();
+    QFile file(DataPaths::locate(QString::fromLatin1(kDefaultsFile)));
     if (!file.open(QIODevice::ReadOnly)) {
         qCritical().noquote() << kTag << "Failed to open \"controler_config/OVController.json\", errStr:"
                               << file.errorString();
@@ -461,8 +496,8 @@ void OVControllerEnumerator::loadDefaults(AbsRGBController* controller)
     ControlOptions& options = controller->controlOptions();
     options.nbLeds = defaults.nbLeds;
     options.lines = defaults.lines;
-    options.icon = loadPicture(baseDir, defaults.icon);
-    options.image = loadPicture(baseDir, defaults.image);
+    options.icon = loadPicture(defaults.icon);
+    options.image = loadPicture(defaults.image);
     options.brightness = defaults.brightness;
 
     if (!defaults.layoutInRange) {
@@ -484,8 +519,8 @@ ControlOptions OVControllerEnumerator::readOVControllerConfig(const QString& mod
         dataDir + QLatin1String("/controler_config/") + model + QLatin1Char('_') + serial +
             QLatin1String(".json"),
         dataDir + QLatin1String("/controler_config/") + model + QLatin1String(".json"),
-        QCoreApplication::applicationDirPath() + QLatin1String("/controler_config/") + model +
-            QLatin1String(".json"),
+        DataPaths::locate(QLatin1String("controler_config/") + model + QLatin1String(".json"),
+                          DataPaths::First::ProgramFolder),
     };
     for (const QString& path : paths) {
         qDebug().noquote() << "ReadOVControllerConfig:" << path;

@@ -2,12 +2,14 @@
 
 #include "devices/ControlOptions.h"
 #include "devices/IDeviceEnumerator.h"
+#include "devices/PortAccess.h"
 
 #include <QAtomicInt>
 #include <QByteArray>
 #include <QMap>
 #include <QMutex>
 #include <QPointer>
+#include <QSerialPort>
 #include <QSet>
 #include <QString>
 #include <QTimer>
@@ -45,6 +47,8 @@ public:
 signals:
     void sendSalutation(QByteArray bytes);
     void deviceArrival(QString deviceName);
+    // A port the user means did not open, with what would let it open.
+    void portNotOpened(PortProblem problem);
 
 private slots:
     void scanControllers();
@@ -61,6 +65,8 @@ private:
     void onControllerStatus(const QString& id, uint32_t status, const QString& description);
     // Whether the file behind portName is open here already, in a handshake or driving a device.
     bool isOpenHere(const QString& portName);
+    // After a failed open of a port the user means, says why and what to do.
+    void explainFailedOpen(const QString& portName, QSerialPort::SerialPortError error);
 
     QMap<QString, QWeakPointer<AbsRGBController>> controllersMap; // "controllers": by id, weak
     QMutex mutex;                                                 // guards controllersMap

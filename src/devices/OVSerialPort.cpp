@@ -17,6 +17,7 @@
 
 namespace {
 
+constexpr char kTag[] = "[OVSerialPort]:";
 constexpr int kLineCheckMaxMs = 50;
 constexpr qint64 kIgnoredLineMs = 60000;
 constexpr qint64 kInputChunk = 4096;
@@ -26,13 +27,13 @@ constexpr int kDrainPollMs = 5;
 
 OVSerialPort::OVSerialPort(QObject* parent)
     : QObject(parent)
+    , serial(new QSerialPort) // no parent: it is moved to the port thread on its own
 {
     qRegisterMetaType<QByteArray>("QByteArray");
-    serial = new QSerialPort(); // no parent: it is moved to the port thread on its own
     // A link that failed stays failed. On a hung-up pty every read wakes up and fails again, and a
     // failed write is retried by the port: closing ends that spin. Queued, because the port is
     // still inside its own notifier when it reports.
-    connect(serial, &QSerialPort::errorOccurred, this, [this](QSerialPort::SerialPortError error) {
+    connect(serial.get(), &QSerialPort::errorOccurred, this, [this](QSerialPort::SerialPortError error) {
         if (error == QSerialPort::ReadError || error == QSerialPort::WriteError ||
             error == QSerialPort::ResourceError) {
             QMetaObject::invokeMethod(
@@ -44,13 +45,13 @@ OVSerialPort::OVSerialPort(QObject* parent)
                     }
 #endif
                     // Closing reports NoError, which must not read as a recovery.
-                    const QSignalBlocker quiet(serial);
+                    const QSignalBlocker quiet(serial.get());
                     serial->close();
                 },
                 Qt::QueuedConnection);
         }
     });
-    connect(serial, &QSerialPort::bytesWritten, this, &OVSerialPort::sendWaiting);
+    connect(serial.get(), &QSerialPort::bytesWritten, this, &OVSerialPort::sendWaiting);
     lineTimer = new QTimer(this);
     lineTimer->setSingleShot(true);
     connect(lineTimer, &QTimer::timeout, this, &OVSerialPort::sendWaiting);
@@ -58,20 +59,22 @@ OVSerialPort::OVSerialPort(QObject* parent)
 
 OVSerialPort::~OVSerialPort()
 {
-    {
-        // Nobody listens for the outcome of a close in teardown; closing a closed port would
-        // still report NotOpenError.
-        const QSignalBlocker quiet(serial);
-        if (serial->isOpen()) {
-            serial->close();
-        }
+    // Nobody listens for the outcome of a close in teardown; closing a closed port would still
+    // report NotOpenError.
+    const QSignalBlocker quiet(serial.get());
+    if (serial->isOpen()) {
+        serial->close();
     }
+}
+
+void OVSerialPort::DeleteOnItsThread::operator()(QSerialPort* port) const
+{
     // A deleteLater posted while the port thread winds down may never run, so the serial port
     // goes at once when this is its own thread.
-    if (serial->thread() == QThread::currentThread()) {
-        delete serial;
+    if (port->thread() == QThread::currentThread()) {
+        delete port;
     } else {
-        serial->deleteLater();
+        port->deleteLater();
     }
 }
 
@@ -84,9 +87,9 @@ bool OVSerialPort::open(const QString& name)
     path = name;
     if (serial->open(QIODevice::ReadWrite)) {
         if (!SerialLine::isTerminal(serial->handle())) {
-            const QSignalBlocker quiet(serial);
+            const QSignalBlocker quiet(serial.get());
             serial->close();
-            qWarning().noquote() << QStringLiteral("[OVSerialPort]: Not a terminal, closed unread:") << name;
+            qWarning().noquote() << kTag << "Not a terminal, closed unread:" << name;
             return false;
         }
         serial->clear(QSerialPort::AllDirections);
@@ -94,7 +97,7 @@ bool OVSerialPort::open(const QString& name)
     }
     const QSerialPort::SerialPortError error = serial->error();
     const char* errorName = QMetaEnum::fromType<QSerialPort::SerialPortError>().valueToKey(error);
-    qWarning().noquote() << QStringLiteral("[OVSerialPort]: Failed to open the serial port") << name
+    qWarning().noquote() << kTag << "Failed to open the serial port" << name
                          << QStringLiteral("\r\n\terror:") + QString::fromLatin1(errorName ? errorName : "?");
     return false;
 }
@@ -154,7 +157,8 @@ void OVSerialPort::writeNow(const QByteArray& bytes)
     writeTimeSumMs += double(writeTimer.restart());
     writeCount += 1;
     if (writeTimeSumMs > 5000.0 && writeCount >= 1) {
-        qInfo().noquote() << QStringLiteral("[[loop]][OVSerialPort]: Mean write time: ") +
+        qInfo().noquote() << QStringLiteral("[[loop]]") + kTag
+                          << QStringLiteral("Mean write time: ") +
                                  QString::number(writeTimeSumMs / writeCount) + QStringLiteral("ms");
         writeTimeSumMs = 0.0;
         writeCount = 0;
@@ -238,7 +242,7 @@ QString OVSerialPort::errorText() const
 void OVSerialPort::ignoreInput()
 {
     serial->setReadBufferSize(kInputChunk);
-    connect(serial, &QSerialPort::readyRead, this, &OVSerialPort::drainInput, Qt::UniqueConnection);
+    connect(serial.get(), &QSerialPort::readyRead, this, &OVSerialPort::drainInput, Qt::UniqueConnection);
     drainInput(); // what came right after the reply
 }
 
@@ -253,9 +257,9 @@ void OVSerialPort::drainInput()
     if (ignoredClock.isValid() && ignoredClock.elapsed() < kIgnoredLineMs) {
         return;
     }
-    qInfo().noquote() << QStringLiteral(
-                             "[OVSerialPort]: Ignored %1 bytes the device sent after its handshake on "
-                             "%2 (said once a minute at most)")
+    qInfo().noquote() << kTag
+                      << QStringLiteral("Ignored %1 bytes the device sent after its handshake on %2 (said "
+                                        "once a minute at most)")
                              .arg(ignoredBytes)
                              .arg(path);
     ignoredBytes = 0;

@@ -8,6 +8,7 @@
 #include <QSerialPort>
 
 #include <functional>
+#include <memory>
 
 class QTimer;
 
@@ -21,7 +22,7 @@ public:
 
     // Opens a terminal; anything else is closed again unread.
     bool open(const QString& name);
-    QSerialPort* serialPort() const { return serial; }
+    QSerialPort* serialPort() const { return serial.get(); }
 
 public slots:
     // A frame goes down the line once the port holds nothing more in this process and the
@@ -54,7 +55,12 @@ private:
     void writeNow(const QByteArray& bytes);
     void drainInput();
 
-    QSerialPort* serial = nullptr;
+    // At once on the port's own thread, else by deleteLater on it.
+    struct DeleteOnItsThread
+    {
+        void operator()(QSerialPort* port) const;
+    };
+    std::unique_ptr<QSerialPort, DeleteOnItsThread> serial;
     QElapsedTimer writeTimer;
     double writeTimeSumMs = 0.0;
     int32_t writeCount = 0;

@@ -4,6 +4,7 @@
 #include "effects/IPanelMaker.h"
 #include "effects/InternalEffectFactory.h"
 #include "service/config/ConfigurationManager.h"
+#include "service/config/DataPaths.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -43,8 +44,12 @@ QString EffectsManager::groupIdOf(const QString& effectId)
 
 void EffectsManager::loadGroups()
 {
-    QDir dir(QCoreApplication::applicationDirPath());
-    if (!dir.cd(QStringLiteral("effects"))) {
+    // The plug-in folder beside the program may be empty: the groups come from the first place
+    // that holds any.
+    const QString folder = DataPaths::folderWith(QStringLiteral("effects"), QStringLiteral("*.json"),
+                                                 DataPaths::First::ProgramFolder);
+    QDir dir(folder);
+    if (folder.isEmpty() || !dir.exists()) {
         qCritical().noquote() << "找不到<effects>文件夹，无法加载工作组信息。";
         return;
     }
@@ -107,7 +112,7 @@ void EffectsManager::loadGroupFile(const QString& path)
             continue;
         }
         if (!group.iconPath.isEmpty()) {
-            group.icon = QImage(group.iconPath);
+            group.icon = QImage(DataPaths::locate(group.iconPath));
         }
         if (groupOrder.contains(group.order)) {
             qWarning().noquote() << "[EffectManager]: Group order conflict: " + group.id +

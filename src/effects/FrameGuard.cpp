@@ -4,6 +4,13 @@
 
 #include <QtDebug>
 
+namespace {
+
+// Filled in with the failing worker's class name: the reader knows the effect by it.
+constexpr char kTag[] = "[%1]:";
+
+} // namespace
+
 FrameGuard::FrameGuard(IEffectWorker* worker)
     : worker(worker)
 {
@@ -30,10 +37,11 @@ void FrameGuard::failed(const char* what)
 {
     if (!reported) {
         reported = true;
-        qCritical().noquote() << QStringLiteral("[%1]: A frame failed (%2); the last good frame is sent "
-                                                "again, and further failures are not logged.")
-                                     .arg(QLatin1String(worker->metaObject()->className()),
-                                          QString::fromLocal8Bit(what));
+        qCritical().noquote() << QString::fromLatin1(kTag).arg(
+                                     QLatin1String(worker->metaObject()->className()))
+                              << QStringLiteral("A frame failed (%1); the last good frame is sent again, and "
+                                                "further failures are not logged.")
+                                     .arg(QString::fromLocal8Bit(what));
     }
     if (!anySent) {
         return;

@@ -8,6 +8,14 @@ IPanelMaker* installed = nullptr;
 
 } // namespace
 
+void IPanelMaker::PanelDeleter::operator()(AbsWorkerWidget* panel) const
+{
+    // A panel was made by the installed maker, which stays for the rest of the process.
+    if (panel && installed) {
+        delete installed->objectOf(panel);
+    }
+}
+
 IPanelMaker::~IPanelMaker() = default;
 
 IPanelMaker* IPanelMaker::current()
@@ -22,10 +30,16 @@ void IPanelMaker::install(IPanelMaker* maker)
     installed = maker;
 }
 
-AbsWorkerWidget* IPanelMaker::makePanel(Panel panel)
+IPanelMaker::PanelPtr IPanelMaker::makePanel(Panel panel)
 {
     IPanelMaker* maker = current();
-    return maker ? maker->make(panel) : nullptr;
+    return maker ? maker->make(panel) : PanelPtr();
+}
+
+AbsWorkerWidget* IPanelMaker::sharedPanel(Panel panel)
+{
+    IPanelMaker* maker = current();
+    return maker ? maker->shared(panel) : nullptr;
 }
 
 // A panel that exists was made by the installed maker, so these two need no QApplication check:

@@ -4,6 +4,8 @@
 
 #include <QPointer>
 
+#include <memory>
+
 class AbsScreenSync;
 class AbsWorkerWidget;
 
@@ -28,6 +30,13 @@ public:
         MM2SOptWid,           //
     };
 
+    // Deletes a panel as the QObject it is: the engine never sees the widget class.
+    struct PanelDeleter
+    {
+        void operator()(AbsWorkerWidget* panel) const;
+    };
+    using PanelPtr = std::unique_ptr<AbsWorkerWidget, PanelDeleter>;
+
     virtual ~IPanelMaker();
 
     // The maker of this process, null where panels can't exist.
@@ -36,13 +45,17 @@ public:
     static void install(IPanelMaker* maker);
 
     // Shorthands that do nothing (or give null) where there is no maker.
-    static AbsWorkerWidget* makePanel(Panel panel);
+    static PanelPtr makePanel(Panel panel);
+    static AbsWorkerWidget* sharedPanel(Panel panel);
     static void pointPanel(AbsWorkerWidget* panel, const IEffectWorkerPtr& worker);
     // Follows a panel to its deletion: null once it is gone, or when it can't be followed.
     static QPointer<QObject> follow(AbsWorkerWidget* panel);
 
-    // A new panel, which the caller deletes; or the shared one.
-    virtual AbsWorkerWidget* make(Panel panel) = 0;
+    // A new panel for the caller to own; null for the shared ones.
+    virtual PanelPtr make(Panel panel) = 0;
+    // The shared panel, made on first use and anew once deleted; null for the others. It has no
+    // owner until a page adopts it; the built-in factory deletes it at its end if none did.
+    virtual AbsWorkerWidget* shared(Panel panel) = 0;
     // The panel as the QObject it is, so the engine can follow and delete it.
     virtual QObject* objectOf(AbsWorkerWidget* panel) const = 0;
     // The panel's setEffectWorker: the worker it edits, or none.
@@ -50,5 +63,5 @@ public:
     // A diagnostic window of an advanced run that shows each frame the worker emits: its
     // originFrameTick (kept hidden) when origin is set, else its frameImageTick, shown at the
     // screen's corner. The caller deletes it, with deleteLater.
-    virtual QObject* frameView(AbsScreenSync* worker, bool origin) const = 0;
+    virtual std::unique_ptr<QObject> frameView(AbsScreenSync* worker, bool origin) const = 0;
 };

@@ -16,7 +16,7 @@
 #include "effects/screensync/LeftHalfScreen.h"
 #include "effects/screensync/RightHalfScreen.h"
 #include "effects/screensync/TopHalfScreen.h"
-#include "service/config/DefaultsFile.h"
+#include "service/config/DataPaths.h"
 
 #include <QCoreApplication>
 #include <QMetaMethod>
@@ -38,10 +38,10 @@ InternalEffectFactory::InternalEffectFactory(QObject* parent)
     using Panel = IPanelMaker::Panel;
     EffectWorkerOptions mood = EffectWorkerOptions::make(QStringLiteral("com.orvanta.colorful.moodShadow"),
                                                          QStringLiteral("影随心动"), 1);
-    mood.optionWidget = IPanelMaker::makePanel(Panel::SFrmMoodShadow);
+    mood.optionWidget = keep(IPanelMaker::makePanel(Panel::SFrmMoodShadow));
     addRow<MoodShadow>(mood, "MoodShadow");
     // One class, six pictures: the id's last component names the picture. One panel for the six.
-    AbsWorkerWidget* colorMapPanel = IPanelMaker::makePanel(Panel::SFrmColorMap);
+    AbsWorkerWidget* colorMapPanel = keep(IPanelMaker::makePanel(Panel::SFrmColorMap));
     for (int i = 3; i <= 8; ++i) {
         EffectWorkerOptions record =
             EffectWorkerOptions::make(QStringLiteral("com.orvanta.colorful.ColorMap_%1").arg(i),
@@ -53,13 +53,13 @@ InternalEffectFactory::InternalEffectFactory(QObject* parent)
     const auto screenRow = [&screen](const char* local, const QString& name, int32_t order,
                                      const char* icon) {
         EffectWorkerOptions record = EffectWorkerOptions::make(screen + QLatin1String(local), name, order);
-        record.icon = QImage(locateDefaultsFile(QLatin1String(icon)));
-        record.optionWidget = IPanelMaker::makePanel(Panel::ScreenSyncSOptWidget);
+        record.icon = QImage(DataPaths::locate(QLatin1String(icon)));
+        record.optionWidget = IPanelMaker::sharedPanel(Panel::ScreenSyncSOptWidget);
         return record;
     };
     EffectWorkerOptions fullScreen =
         screenRow("fullScreen", QStringLiteral("全屏模式"), 4, "images/fullScreen.png");
-    fullScreen.extraOptionWidget = IPanelMaker::makePanel(Panel::SSLOptWidget);
+    fullScreen.extraOptionWidget = keep(IPanelMaker::makePanel(Panel::SSLOptWidget));
     addRow<FullScreenMode>(fullScreen, "FullScreenMode");
     addRow<TopHalfScreen>(screenRow("topHalfScreen", QStringLiteral("半屏-上"), 0, "images/05-fpng.png"),
                           "TopHalfScreen");
@@ -79,15 +79,16 @@ InternalEffectFactory::InternalEffectFactory(QObject* parent)
         return record;
     };
     addRow<MusicMode1>(
-        musicRow(1, QStringLiteral("音乐模式1"), 1, IPanelMaker::makePanel(Panel::MMSOptWidget)),
+        musicRow(1, QStringLiteral("音乐模式1"), 1, IPanelMaker::sharedPanel(Panel::MMSOptWidget)),
         "MusicMode1");
-    addRow<MusicMode2>(musicRow(2, QStringLiteral("音乐模式2"), 0, IPanelMaker::makePanel(Panel::MM2SOptWid)),
-                       "MusicMode2");
+    addRow<MusicMode2>(
+        musicRow(2, QStringLiteral("音乐模式2"), 0, keep(IPanelMaker::makePanel(Panel::MM2SOptWid))),
+        "MusicMode2");
     addRow<MusicMode3>(
-        musicRow(3, QStringLiteral("音乐模式3"), 2, IPanelMaker::makePanel(Panel::MMSOptWidget)),
+        musicRow(3, QStringLiteral("音乐模式3"), 2, IPanelMaker::sharedPanel(Panel::MMSOptWidget)),
         "MusicMode3");
     addRow<MusicMode4>(
-        musicRow(4, QStringLiteral("音乐模式4"), 3, IPanelMaker::makePanel(Panel::MMSOptWidget)),
+        musicRow(4, QStringLiteral("音乐模式4"), 3, IPanelMaker::sharedPanel(Panel::MMSOptWidget)),
         "MusicMode4");
 }
 
@@ -100,6 +101,15 @@ InternalEffectFactory::~InternalEffectFactory()
             delete made.alive.data();
         }
     }
+}
+
+AbsWorkerWidget* InternalEffectFactory::keep(IPanelMaker::PanelPtr panel)
+{
+    AbsWorkerWidget* kept = panel.release();
+    if (kept) {
+        panels.append({kept, IPanelMaker::follow(kept)});
+    }
+    return kept;
 }
 
 template <typename Worker>

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "effects/IEffectFactory.h"
+#include "effects/IPanelMaker.h"
 
 #include <QHash>
 #include <QList>
@@ -22,6 +23,8 @@ public:
 
 private:
     template <typename Worker> void addRow(const EffectWorkerOptions& record, const char* className);
+    // A new panel stays until the factory goes, unless a page that adopted it deleted it first.
+    AbsWorkerWidget* keep(IPanelMaker::PanelPtr panel);
 
     QHash<QString, QString> typeNames; // effect id -> class name + "*"
     QHash<QString, EffectWorkerOptions> options;

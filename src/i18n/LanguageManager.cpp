@@ -1,6 +1,7 @@
 #include "i18n/LanguageManager.h"
 
 #include "service/config/ConfigurationManager.h"
+#include "service/config/DataPaths.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -9,12 +10,23 @@
 #include <QPointer>
 
 namespace {
-// "zh_CN" gives "zh"; a name without "_" gives the empty code.
-QString languageOfLocale(const QString& localeName)
+const QString kQmPattern = QStringLiteral("orvanta_*.qm");
+
+QString languagesFolder(DataPaths::First first)
 {
-    return localeName.left(qMax(0, localeName.lastIndexOf(QLatin1Char('_'))));
+    return DataPaths::folderWith(QStringLiteral("languages"), kQmPattern, first);
 }
 } // namespace
+
+QString LanguageManager::systemLanguage()
+{
+    // The messages' language (LANGUAGE, LC_ALL, LC_MESSAGES, LANG), not the one of the number
+    // format that QLocale::system().name() follows. "zh-Hans-CN" and "zh_CN" give "zh"; a name
+    // without a country, such as "en", stays as it is.
+    const QStringList languages = QLocale::system().uiLanguages();
+    const QString first = languages.isEmpty() ? QString() : languages.first();
+    return first.section(QLatin1Char('-'), 0, 0).section(QLatin1Char('_'), 0, 0);
+}
 
 LanguageManager* LanguageManager::instance()
 {
@@ -36,7 +48,7 @@ void LanguageManager::loadLanguage()
     const QJsonObject& app = ConfigurationManager::instance()->AppConfigJsonObj();
     QString language;
     if (app.isEmpty() || !app.contains(QStringLiteral("language"))) {
-        language = languageOfLocale(QLocale::system().name());
+        language = systemLanguage();
         qInfo().noquote() << "No saved language settings,OS language is" << language;
     } else {
         language = app.value(QStringLiteral("language")).toString();
@@ -51,8 +63,8 @@ void LanguageManager::setLanguage(QString language)
         return;
     }
     QCoreApplication::removeTranslator(&translator);
-    const QString path = QCoreApplication::applicationDirPath() + QStringLiteral("/languages/") +
-                         QStringLiteral("orvanta_%1.qm").arg(language);
+    const QString path = DataPaths::locate(QStringLiteral("languages/orvanta_%1.qm").arg(language),
+                                           DataPaths::First::ProgramFolder);
     if (!translator.load(path)) {
         qDebug().noquote() << "Failed to load translation file for language:" << language;
         return;
@@ -69,8 +81,9 @@ void LanguageManager::setLanguage(QString language)
 QStringList LanguageManager::supportedLanguages()
 {
     QStringList languages;
+    const QString folder = languagesFolder(DataPaths::First::WorkingFolder);
     const QStringList files =
-        QDir(QStringLiteral("languages")).entryList({QStringLiteral("orvanta_*.qm")}, QDir::Files);
+        folder.isEmpty() ? QStringList() : QDir(folder).entryList({kQmPattern}, QDir::Files);
     for (const QString& file : files) {
         const int first = file.indexOf(QLatin1Char('_'));
         const int last = file.lastIndexOf(QLatin1Char('.'));
@@ -86,9 +99,9 @@ void LanguageManager::installSystemTranslators()
     if (QLocale().bcp47Name().startsWith(QLatin1String("zh"), Qt::CaseInsensitive)) {
         return;
     }
+    const QString folder = languagesFolder(DataPaths::First::WorkingFolder);
     QSharedPointer<QTranslator> english(new QTranslator);
-    if (english->load(QStringLiteral("orvanta_en"), QStringLiteral("languages"), QStringLiteral("_"),
-                      QStringLiteral(".qm"))) {
+    if (english->load(QStringLiteral("orvanta_en"), folder, QStringLiteral("_"), QStringLiteral(".qm"))) {
         QCoreApplication::installTranslator(english.data());
         systemTranslators.append({QStringLiteral("en"), english});
         qInfo() << "The en translator has been installed";
@@ -98,8 +111,7 @@ void LanguageManager::installSystemTranslators()
     }
     const QLocale locale;
     QSharedPointer<QTranslator> system(new QTranslator);
-    if (system->load(locale, QStringLiteral("orvanta"), QStringLiteral("_"), QStringLiteral("languages"),
-                     QStringLiteral(".qm"))) {
+    if (system->load(locale, QStringLiteral("orvanta"), QStringLiteral("_"), folder, QStringLiteral(".qm"))) {
         QCoreApplication::installTranslator(system.data());
         const QString country = QLocale::countryToString(locale.country());
         systemTranslators.append({country, system});

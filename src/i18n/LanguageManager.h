@@ -13,6 +13,8 @@ class LanguageManager : public QObject
     Q_OBJECT
 public:
     static LanguageManager* instance();
+    // The language of the user's messages, cut to its code ("en", "zh").
+    static QString systemLanguage();
 
     void loadLanguage();
     void setLanguage(QString language);

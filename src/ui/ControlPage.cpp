@@ -1,5 +1,6 @@
 #include "ui/ControlPage.h"
 
+#include "service/config/DataPaths.h"
 #include "ui_ControlPage.h"
 
 #include <QCoreApplication>
@@ -183,7 +184,7 @@ void ControlPage::setWorkers(QMap<QString, WorkerModel> newWorkers, QString curr
         if (icon.isNull()) {
             QString fileName = id;
             fileName.replace(QLatin1Char('.'), QLatin1Char('_'));
-            icon = QIcon(QStringLiteral("images/icons/%1.png").arg(fileName));
+            icon = QIcon(DataPaths::locate(QStringLiteral("images/icons/%1.png").arg(fileName)));
         }
         button->setIcon(roundIcon(icon, devicePixelRatioF()));
         button->setIconSize(QSize(100, 100));

@@ -4,12 +4,14 @@
 
 #include <QDebug>
 #include <QDesktopServices>
+#include <QFileInfo>
 #include <QGridLayout>
 #include <QKeyEvent>
 #include <QLineEdit>
 #include <QMouseEvent>
 #include <QToolButton>
 #include <QUrl>
+#include <QVBoxLayout>
 #include <algorithm>
 
 namespace {
@@ -32,6 +34,20 @@ HomePage::HomePage(QWidget* parent)
     // The page's pictures live in the static library's resources, which need registering.
     Q_INIT_RESOURCE(ui);
     ui->setupUi(this);
+    // The notice bars share the scroll area with the device buttons, so the page keeps its height.
+    auto* column = new QWidget;
+    auto* columnLayout = new QVBoxLayout(column);
+    columnLayout->setContentsMargins(0, 0, 0, 0);
+    columnLayout->setSpacing(10);
+    noticeArea = new QWidget(column);
+    noticeArea->setObjectName(QStringLiteral("portNoticeArea"));
+    auto* noticeLayout = new QVBoxLayout(noticeArea);
+    noticeLayout->setContentsMargins(10, 10, 10, 0);
+    noticeLayout->setSpacing(6);
+    noticeArea->hide();
+    columnLayout->addWidget(noticeArea);
+    columnLayout->addWidget(ui->controllerButtonScrollArea->takeWidget(), 1);
+    ui->controllerButtonScrollArea->setWidget(column);
     // The page's events are offered to the picture panel, which filters nothing.
     installEventFilter(ui->ADBox1);
     // A high-density screen gets the double-size picture, which the panel draws as sharply.
@@ -122,6 +138,42 @@ void HomePage::setADBox1(QString imgFilename, QString clickUrl)
     }
     ui->ADBox1->setImg(image);
     adClickUrl = clickUrl;
+}
+
+void HomePage::showPortNotice(const QString& port, PortNoticeBar::Reason reason, const QString& group,
+                              const QString& command)
+{
+    if (notices.contains(port)) {
+        return;
+    }
+    auto* bar = new PortNoticeBar(port, reason, group, command, noticeArea);
+    notices.insert(port, bar);
+    noticeArea->layout()->addWidget(bar);
+    noticeArea->show();
+    connect(bar, &PortNoticeBar::closeClicked, this, [this, bar]() { dropNotice(bar); });
+    qInfo().noquote() << kTag << "Notice shown for the port" << port;
+}
+
+void HomePage::clearPortNotice(const QString& port)
+{
+    const QString file = QFileInfo(port).canonicalFilePath();
+    for (auto it = notices.begin(); it != notices.end(); ++it) {
+        PortNoticeBar* bar = it.value();
+        if (bar &&
+            (it.key() == port || (!file.isEmpty() && QFileInfo(it.key()).canonicalFilePath() == file))) {
+            dropNotice(bar);
+        }
+    }
+}
+
+void HomePage::dropNotice(PortNoticeBar* bar)
+{
+    bar->hide();
+    bar->deleteLater();
+    // The area folds away with its last bar.
+    const bool any = std::any_of(notices.cbegin(), notices.cend(),
+                                 [](const QPointer<PortNoticeBar>& b) { return b && !b->isHidden(); });
+    noticeArea->setVisible(any);
 }
 
 bool HomePage::eventFilter(QObject* watched, QEvent* event)

@@ -15,6 +15,7 @@
 #include "service/config/ConfigurationManager.h"
 #include "ui/ControlPage.h"
 #include "ui/HomePage.h"
+#include "ui/PortNoticeBar.h"
 #include "ui/dialogs/ControllerConfigDialog.h"
 #include "ui/dialogs/HelpDialog.h"
 #include "ui/widgets/GradientWidget.h"
@@ -25,9 +26,14 @@
 #include <QtWidgets>
 
 #include <X11/keysym.h>
+#include <fcntl.h>
 #include <functional>
+#include <linux/capability.h>
 #include <memory>
 #include <signal.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 using Rgb = VirtualLedDevice::Rgb;
@@ -41,6 +47,24 @@ const QString kColourful = QStringLiteral("com.orvanta.colorful");
 const QRegularExpression kChinese(QStringLiteral("[\\x{4e00}-\\x{9fff}]"));
 const QString kRunning = QStringLiteral("0.2.0.230805");
 const QString kNewer = QStringLiteral("0.2.0.230901");
+
+// Root without what passes over file modes and exclusive ports, as a user at the desktop is: out
+// of the effective, permitted and inheritable sets of this thread, which does the opening.
+bool dropFileCapabilities()
+{
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct data[2] = {};
+    if (::syscall(SYS_capget, &header, data) != 0) {
+        return false;
+    }
+    for (int cap : {CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH, CAP_SYS_ADMIN}) {
+        const quint32 bit = ~(1u << (cap % 32));
+        data[cap / 32].effective &= bit;
+        data[cap / 32].permitted &= bit;
+        data[cap / 32].inheritable &= bit;
+    }
+    return ::syscall(SYS_capset, &header, data) == 0;
+}
 } // namespace
 
 // The application end to end in one process: real discovery on virtual strips, the real window.
@@ -756,6 +780,95 @@ private slots:
         for (int i = 4; i <= 8; ++i) {
             QCOMPARE(panelOf(i).optionWidget, panelOf(3).optionWidget);
         }
+    }
+
+    QList<PortNoticeBar*> notices(const QString& port)
+    {
+        QList<PortNoticeBar*> shown;
+        for (PortNoticeBar* bar : app->window().homePage()->findChildren<PortNoticeBar*>()) {
+            if (bar->port() == port && !bar->isHidden()) {
+                shown << bar;
+            }
+        }
+        return shown;
+    }
+
+    // Ports the user means that do not open: a node of mode 000 and a port another program holds
+    // exclusively each give their warning and a bar naming the port and the remedy, with the
+    // command to copy where there is one, and no device. Once per port and run: closed, or failing
+    // again, no second bar. Mode 0600 and the link made again find the device and take its bar
+    // away. As root, a child without the capabilities that pass over modes does it.
+    void portNotice()
+    {
+        if (::geteuid() == 0 && qgetenv("ORVANTA_TEST_NO_DAC") != "1") {
+            QProcess child;
+            QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+            env.insert("ORVANTA_TEST_NO_DAC", "1");
+            child.setProcessEnvironment(env);
+            child.setProcessChannelMode(QProcess::MergedChannels);
+            child.start(QCoreApplication::applicationFilePath(), {"portNotice"});
+            const bool ended = child.waitForFinished(240000);
+            const QByteArray output = child.readAll();
+            QVERIFY2(ended && child.exitStatus() == QProcess::NormalExit && child.exitCode() == 0,
+                     output.right(8000).constData());
+            QVERIFY(output.contains("PASS   : TestOrvantaApp::portNotice()"));
+            return;
+        }
+        QVERIFY(::geteuid() != 0 || dropFileCapabilities());
+        Strip strip("OV5512", "CCCC", link("strip1"));
+        Strip held("OV2408", "DDDD", link("strip2"));
+        storeDevice(strip.id);
+        storeDevice(held.id);
+        const QByteArray node = QFile::encodeName(strip.device.slavePath());
+        QVERIFY(::chmod(node.constData(), 0) == 0);
+        const int holder = ::open(QFile::encodeName(held.device.slavePath()).constData(), O_RDWR | O_NOCTTY);
+        QVERIFY(holder >= 0 && ::ioctl(holder, TIOCEXCL) == 0);
+        LanguageManager::instance()->setLanguage("en");
+        LogCapture log;
+        const QString refused = "[OVControllerEnumerator]: Cannot open " + link("strip1") +
+                                ": plug the device "
+                                "in again now the rule is installed, or run \"sudo usermod -aG ";
+        const QString busy =
+            "[OVControllerEnumerator]: Cannot open " + link("strip2") + ": another program holds the port";
+        QVERIFY(start(0));
+        QTRY_VERIFY_WITH_TIMEOUT(log.contains(refused, QtWarningMsg) && log.contains(busy, QtWarningMsg),
+                                 kFoundMs);
+        QVERIFY(app->devices().controllerNames().isEmpty());
+        QTRY_VERIFY(notices(link("strip1")).size() == 1 && notices(link("strip2")).size() == 1);
+        PortNoticeBar* bar = notices(link("strip1")).first();
+        QVERIFY2(
+            bar->text().contains("Plug the device in again now the rule is installed, or run “sudo usermod "
+                                 "-aG "),
+            qPrintable(bar->text()));
+        QTest::mouseClick(child<QPushButton>(bar, "portNoticeCopy"), Qt::LeftButton);
+        QVERIFY(QGuiApplication::clipboard()->text().startsWith("sudo usermod -aG "));
+        PortNoticeBar* busyBar = notices(link("strip2")).first();
+        QVERIFY(busyBar->text().contains("another program holds the port") &&
+                !busyBar->findChild<QPushButton*>("portNoticeCopy"));
+        stack()->setCurrentWidget(app->window().homePage());
+        for (const QString language : {"en", "zh"}) {
+            LanguageManager::instance()->setLanguage(language);
+            QTRY_VERIFY(bar->text().contains(language == "en" ? "Cannot open" : "无法打开"));
+            // Nothing clipped: the words have the height they need at this width.
+            auto* words = child<QLabel>(bar, "portNoticeText");
+            QVERIFY(bar->isVisible() && words->height() >= words->heightForWidth(words->width()));
+            screenshot("port_notice_" + language);
+        }
+
+        // Failing again after its bar was closed: the warning, but no second bar.
+        QTest::mouseClick(child<QToolButton>(busyBar, "portNoticeClose"), Qt::LeftButton);
+        QTRY_VERIFY(notices(link("strip2")).isEmpty());
+        QVERIFY(QFile::remove(link("strip2")) && QFile::link(held.device.slavePath(), link("strip2")));
+        QTRY_VERIFY_WITH_TIMEOUT(log.count(busy, QtWarningMsg) == 2, kFoundMs);
+        QVERIFY(notices(link("strip2")).isEmpty());
+
+        QVERIFY(::chmod(node.constData(), 0600) == 0);
+        QVERIFY(QFile::remove(link("strip1")) && QFile::link(strip.device.slavePath(), link("strip1")));
+        QTRY_VERIFY_WITH_TIMEOUT(app->devices().controllerNames() == QStringList{strip.id}, kFoundMs);
+        QTRY_VERIFY(notices(link("strip1")).isEmpty());
+        QVERIFY(!child<QWidget>(app->window().homePage(), "portNoticeArea")->isVisible());
+        strip.watch(2);
+        QVERIFY(::ioctl(holder, TIOCNXCL) == 0 && ::close(holder) == 0);
     }
 
     // A failed device is unbound and the page that shows it goes back home; the other stays.

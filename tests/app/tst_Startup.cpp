@@ -106,6 +106,8 @@ private slots:
             info + e("Startup parameters: \r\n \t(" + binary + ", --advanced)\r\n"),
             info + e("Runtime directory: " + QFileInfo(binary).absolutePath() + "\r\n"),
             info + e("Qt env base path:" + QDir(box.root.path()).absolutePath() + "\r\n"),
+            // From an empty working directory, the data beside the program.
+            info + e("Data folder: " + QFileInfo(binary).absolutePath() + "\r\n"),
             info + e("Build info : \r\n \t Git branch : ") + ".+\r\n" + e("\t Git commit : ") + ".+\r\n" +
                 e("\t Build date : ") + R"([A-Z][a-z]{2} +\d{1,2} \d{4})" +
                 e("\r\n\t App version : 0.2.0.230805\r\n"),
@@ -133,6 +135,40 @@ private slots:
             }
         }
         QCOMPARE(box.mainLog().count(kWipe), 1);
+    }
+
+    // With no saved choice the language of the messages is taken, not the number format's.
+    void startupLanguage_data()
+    {
+        QTest::addColumn<QStringList>("locale");
+        QTest::addColumn<QString>("language");
+        QTest::newRow("numbers in Chinese")
+            << QStringList{"LANG=en_US.UTF-8", "LC_NUMERIC=zh_CN.UTF-8"} << "en";
+        QTest::newRow("LANGUAGE over LANG") << QStringList{"LANGUAGE=en", "LANG=zh_CN.UTF-8"} << "en";
+        QTest::newRow("LANG alone") << QStringList{"LANG=zh_CN.UTF-8"} << "zh";
+        QTest::newRow("LC_MESSAGES over LANG")
+            << QStringList{"LANG=zh_CN.UTF-8", "LC_MESSAGES=en_GB.UTF-8"} << "en";
+    }
+    void startupLanguage()
+    {
+        QFETCH(QStringList, locale);
+        QFETCH(QString, language);
+        Sandbox box;
+        QMap<QString, QString> extra{
+            {"LANGUAGE", ""}, {"LC_ALL", ""}, {"LC_MESSAGES", ""}, {"LC_NUMERIC", ""}};
+        for (const QString& setting : locale) {
+            extra.insert(setting.section('=', 0, 0), setting.section('=', 1));
+        }
+        QProcess process;
+        box.prepare(process, {}, extra);
+        box.startFirst(process);
+        stop(process);
+        const QString log = box.mainLog();
+        QVERIFY2(log.contains("No saved language settings,OS language is " + language + "\r\n") &&
+                     log.contains(QRegularExpression("InstallTranslator: \\S+/languages/orvanta_" + language +
+                                                     "\\.qm")),
+                 qPrintable(log));
+        QCOMPARE(TestFiles::readJson(box.configDir() + "/app.json").value("language").toString(), language);
     }
 
     void faultsWhileRunning_data()

@@ -7,6 +7,7 @@
 #include "devices/OVController.h"
 #include "devices/OVControllerEnumerator.h"
 #include "devices/OVSerialPort.h"
+#include "devices/PortAccess.h"
 #include "service/config/ConfigurationManager.h"
 
 #include <QPointer>
@@ -110,6 +111,51 @@ private slots:
         manager.reset();
         TestFiles::flushDeletes();
         log.reset();
+    }
+
+    // Why a port the user means did not open: the node's group, the user's groups in the database
+    // and in this session, the access check's errno and whether the open was refused.
+    void portDiagnosis_data()
+    {
+        QTest::addColumn<QStringList>("userGroups");
+        QTest::addColumn<QStringList>("processGroups");
+        QTest::addColumn<int>("accessError");
+        QTest::addColumn<bool>("refused");
+        QTest::addColumn<int>("kind");
+        QTest::addColumn<QString>("remedy");
+        using Kind = PortProblem::Kind;
+        const QString joinGroup = "plug the device in again now the rule is installed, or run \"sudo usermod "
+                                  "-aG dialout $USER\" and log in again";
+        QTest::newRow("joined since log-in")
+            << QStringList{"ann", "dialout"} << QStringList{"ann"} << EACCES << true << int(Kind::LogInAgain)
+            << "you are in the group dialout, but this session is not yet: "
+               "log out and in again";
+        QTest::newRow("in no group") << QStringList{"ann"} << QStringList{"ann"} << EACCES << true
+                                     << int(Kind::NoAccess) << joinGroup;
+        QTest::newRow("in the group everywhere, mode 000")
+            << QStringList{"ann", "dialout"} << QStringList{"ann", "dialout"} << EACCES << true
+            << int(Kind::NoAccess) << joinGroup;
+        QTest::newRow("access allows: held elsewhere")
+            << QStringList{"ann"} << QStringList{"ann"} << 0 << true << int(Kind::InUse)
+            << "another program holds the port";
+        QTest::newRow("gone before the check")
+            << QStringList{"ann"} << QStringList{"ann"} << ENOENT << true << int(Kind::None) << "";
+        QTest::newRow("not refused: no diagnosis")
+            << QStringList{"ann"} << QStringList{"ann"} << EACCES << false << int(Kind::None) << "";
+    }
+    void portDiagnosis()
+    {
+        QFETCH(QStringList, userGroups);
+        QFETCH(QStringList, processGroups);
+        QFETCH(int, accessError);
+        QFETCH(bool, refused);
+        QFETCH(int, kind);
+        QFETCH(QString, remedy);
+        const PortAccess::Facts facts{accessError, "dialout", userGroups, processGroups};
+        const PortProblem problem = PortAccess::diagnose("/dev/ttyUSB0", facts, refused);
+        QCOMPARE(int(problem.kind), kind);
+        QCOMPARE(problem.remedy(), remedy);
+        QCOMPARE(problem.command().isEmpty(), kind != int(PortProblem::Kind::NoAccess));
     }
 
     // The reply as the bytes so far give it: up to its line end, within 64 bytes.

@@ -4,6 +4,7 @@
 #include "service/config/ConfigurationFile.h"
 #include "service/config/ConfigurationManager.h"
 #include "service/config/ConfigurationWriter.h"
+#include "service/config/DataPaths.h"
 
 #include <QElapsedTimer>
 #include <QJsonArray>
@@ -56,6 +57,80 @@ private slots:
     }
 
     void initTestCase() { QVERIFY(FilePermissions::obey()); }
+
+    // Data in the working directory, beside the program and in the installed folder, which lies
+    // at ../../share/orvanta from the program's folder as it does from /usr/lib/orvanta. Places
+    // are "w", "p", "i"; `files` are made under a probe folder in each.
+    void dataPlaces_data()
+    {
+        QTest::addColumn<bool>("programFirst");
+        QTest::addColumn<QStringList>("files");
+        QTest::addColumn<QString>("pattern");  // empty: the file "d/a.json" is looked up
+        QTest::addColumn<QString>("expected"); // place and path, or empty for none
+        const QStringList all{"w:d/a.json", "p:d/a.json", "i:d/a.json"};
+        QTest::newRow("working directory first") << false << all << ""
+                                                 << "w:d/a.json";
+        QTest::newRow("program folder first") << true << all << ""
+                                              << "p:d/a.json";
+        QTest::newRow("then beside the program") << false << QStringList{"p:d/a.json", "i:d/a.json"} << ""
+                                                 << "p:d/a.json";
+        QTest::newRow("then the working directory") << true << QStringList{"w:d/a.json", "i:d/a.json"} << ""
+                                                    << "w:d/a.json";
+        QTest::newRow("installed folder last") << true << QStringList{"i:d/a.json"} << ""
+                                               << "i:d/a.json";
+        QTest::newRow("nowhere: the working directory's name") << false << QStringList{"i:d/b.json"} << ""
+                                                               << "w:d/a.json";
+        QTest::newRow("nowhere: the program folder's name") << true << QStringList{} << ""
+                                                            << "p:d/a.json";
+        QTest::newRow("folder matching first") << true << all << "*.json"
+                                               << "p:d";
+        QTest::newRow("non-matching folder does not hide")
+            << true << QStringList{"p:d/x.so", "w:d/x.so", "i:d/a.json"} << "*.json"
+            << "i:d";
+        QTest::newRow("no match: the first folder there")
+            << true << QStringList{"w:d/x.so", "i:d/y.so"} << "*.json"
+            << "w:d";
+        QTest::newRow("folder nowhere") << false << QStringList{"i:e/a.json"} << "*.json"
+                                        << "";
+    }
+    void dataPlaces()
+    {
+        QFETCH(bool, programFirst);
+        QFETCH(QStringList, files);
+        QFETCH(QString, pattern);
+        QFETCH(QString, expected);
+        QTemporaryDir working;
+        const QString program = QCoreApplication::applicationDirPath();
+        const QMap<QString, QString> places{
+            {"w", working.path() + "/data-places"},
+            {"p", program + "/data-places"},
+            {"i", QDir::cleanPath(program + "/../../share/orvanta/data-places")}};
+        const auto cleanUp = [&places] {
+            QDir(places["p"]).removeRecursively();
+            QDir(places["i"]).removeRecursively();
+        };
+        cleanUp();
+        for (const QString& file : files) {
+            QVERIFY(TestFiles::write(places[file.section(':', 0, 0)] + "/" + file.section(':', 1), ""));
+        }
+        const QString before = QDir::currentPath();
+        QVERIFY(QDir::setCurrent(working.path()));
+        // The probe folder of the program's and the installed places is "data-places/d".
+        const QString name = pattern.isEmpty() ? "d/a.json" : "d";
+        const DataPaths::First first =
+            programFirst ? DataPaths::First::ProgramFolder : DataPaths::First::WorkingFolder;
+        const QString found = pattern.isEmpty()
+                                  ? DataPaths::locate("data-places/" + name, first)
+                                  : DataPaths::folderWith("data-places/" + name, pattern, first);
+        QDir::setCurrent(before);
+        cleanUp();
+        QString want;
+        if (!expected.isEmpty()) {
+            const QString place = expected.section(':', 0, 0);
+            want = (place == "w" ? QString("data-places") : places[place]) + "/" + expected.section(':', 1);
+        }
+        QCOMPARE(found, want);
+    }
 
     void faultyFile_data()
     {

@@ -5,8 +5,10 @@
 #include "crash/reporter/CrashReporterWindow.h"
 #include "crash/reporter/CrashSender.h"
 #include "crash/reporter/ReportPrinter.h"
+#include "i18n/LanguageManager.h"
 #include "service/config/ConfigurationManager.h"
 #include "service/config/ConsoleOutput.h"
+#include "service/config/DataPaths.h"
 #include "service/config/MessageHandler.h"
 
 #include <QApplication>
@@ -17,7 +19,6 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonObject>
-#include <QLocale>
 #include <QProcess>
 #include <QThread>
 #include <QTranslator>
@@ -118,12 +119,12 @@ void CrashReporterProgram::loadTranslation()
     const QJsonObject& app = ConfigurationManager::instance()->AppConfigJsonObj();
     QString language = app.value(QStringLiteral("language")).toString();
     if (language.isEmpty()) {
-        const QString locale = QLocale::system().name();
-        language = locale.left(qMax(0, locale.lastIndexOf(QLatin1Char('_'))));
+        language = LanguageManager::systemLanguage();
     }
     static QTranslator translator;
-    const QString file = QCoreApplication::applicationDirPath() + QStringLiteral("/languages/orvanta_") +
-                         language + QStringLiteral(".qm");
+    const QString file =
+        DataPaths::locate(QStringLiteral("languages/orvanta_") + language + QStringLiteral(".qm"),
+                          DataPaths::First::ProgramFolder);
     if (translator.load(file)) {
         QCoreApplication::installTranslator(&translator);
         qInfo().noquote() << kTag << "Language" << language;

@@ -15,6 +15,8 @@
 #include <QVBoxLayout>
 #include <QVariant>
 
+#include <memory>
+
 CrashReporterWindow::CrashReporterWindow(CrashReportQueue* queue, const QString& reportPath,
                                          const CrashReport& report, const QStringList& reports,
                                          QWidget* parent)
@@ -67,7 +69,7 @@ CrashReporterWindow::CrashReporterWindow(CrashReportQueue* queue, const QString&
     detailsLayout->addWidget(openFolderButton, 0, Qt::AlignLeft);
     detailsBox->hide();
 
-    auto* buttons = new QHBoxLayout;
+    auto buttons = std::make_unique<QHBoxLayout>();
     buttons->addWidget(detailsButton);
     buttons->addStretch();
     buttons->addWidget(dontSendButton);
@@ -82,7 +84,7 @@ CrashReporterWindow::CrashReporterWindow(CrashReportQueue* queue, const QString&
     layout->addWidget(detailsBox);
     layout->addWidget(restartCheck);
     layout->addWidget(status);
-    layout->addLayout(buttons);
+    layout->addLayout(buttons.release());
     status->hide();
     setMinimumWidth(520);
 

@@ -1,6 +1,7 @@
 #include "effects/colorful/ColorMap.h"
 
 #include "service/config/ConfigurationManager.h"
+#include "service/config/DataPaths.h"
 
 #include <QCoreApplication>
 #include <QtDebug>
@@ -20,7 +21,8 @@ ColorMap::~ColorMap() = default;
 QString ColorMap::picturePath(const QString& effectId)
 {
     const QString baseName = effectId.mid(effectId.lastIndexOf(QLatin1Char('.')) + 1);
-    return QCoreApplication::applicationDirPath() + "/effects/colorful/" + baseName + ".png";
+    return DataPaths::locate(QStringLiteral("effects/colorful/") + baseName + QStringLiteral(".png"),
+                             DataPaths::First::ProgramFolder);
 }
 
 int32_t ColorMap::load(const ControlOptions& ctlOptions)

@@ -19,7 +19,7 @@ EffectWorkerOptions FlowingEffect::staticWorkerOptions()
     static EffectWorkerOptions record = EffectWorkerOptions::make(
         QStringLiteral("com.orvanta.colorful.flowingEffect"), QStringLiteral("流光异彩"), 0);
     // Made when first asked for where widgets can exist, and made anew once it was deleted.
-    record.optionWidget = IPanelMaker::makePanel(IPanelMaker::Panel::FrmFlowingEffect);
+    record.optionWidget = IPanelMaker::sharedPanel(IPanelMaker::Panel::FrmFlowingEffect);
     return record;
 }
 

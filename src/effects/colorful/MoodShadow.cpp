@@ -84,9 +84,9 @@ QJsonObject strapToJson(const ColorStrap& strap)
         {QStringLiteral("name"), strap.name},   {QStringLiteral("uuid"), strap.uuid}};
 }
 
-ColorStrap* newStrap(const QString& name, double speed)
+std::unique_ptr<ColorStrap> newStrap(const QString& name, double speed)
 {
-    auto* strap = new ColorStrap;
+    auto strap = std::make_unique<ColorStrap>();
     strap->name = name;
     // Given at once: edits find the strap in the shared list by it.
     strap->uuid = QUuid::createUuid().toString();
@@ -128,7 +128,6 @@ MoodShadow::~MoodShadow()
 
 void MoodShadow::clearStraps()
 {
-    qDeleteAll(straps);
     straps.clear();
 }
 
@@ -139,7 +138,7 @@ int32_t MoodShadow::load(const ControlOptions& options)
     readStraps();
     const QJsonValue stored = ConfigurationManager::instance()->effectJsonValue(
         id, controlOptions.id, QStringLiteral("currentStrap"));
-    currentStrap = OptionBounds::integer(stored, 0, straps.size() - 1, 0);
+    currentStrap = OptionBounds::integer(stored, 0, strapCount() - 1, 0);
     return 0;
 }
 
@@ -189,10 +188,10 @@ void MoodShadow::readStraps()
     applyDeviceValues(
         read, store->effectJsonValue(id, controlOptions.id, QStringLiteral("strapConfigs")).toObject());
     for (const ColorStrap& strap : qAsConst(read)) {
-        straps.append(new ColorStrap(strap));
+        straps.push_back(std::make_unique<ColorStrap>(strap));
     }
-    if (straps.isEmpty()) {
-        straps.append(newStrap(QStringLiteral("( 1 )"), 1.0));
+    if (straps.empty()) {
+        straps.push_back(newStrap(QStringLiteral("( 1 )"), 1.0));
     }
 }
 
@@ -202,7 +201,7 @@ void MoodShadow::reloadStraps()
     const QString uuid = before ? before->uuid : QString();
     readStraps();
     int found = currentStrap;
-    for (int i = 0; i < straps.size(); ++i) {
+    for (int i = 0; i < strapCount(); ++i) {
         if (straps.at(i)->uuid == uuid) {
             found = i;
         }
@@ -226,7 +225,7 @@ void MoodShadow::editList(ListEdit edit, const ColorStrap& strap)
     QJsonArray list = storedList();
     if (list.isEmpty()) {
         // Nothing of another worker's to keep: the list becomes this one's, stand-in strap and all.
-        for (const ColorStrap* own : qAsConst(straps)) {
+        for (const auto& own : straps) {
             list.append(strapToJson(*own));
         }
         storeList(list);
@@ -272,7 +271,7 @@ void MoodShadow::editList(ListEdit edit, const ColorStrap& strap)
 void MoodShadow::saveDeviceValues()
 {
     QJsonObject configs;
-    for (const ColorStrap* strap : qAsConst(straps)) {
+    for (const auto& strap : straps) {
         configs.insert(strap->uuid, QJsonObject{{QStringLiteral("speed"), strap->speed},
                                                 {QStringLiteral("range"), strap->range}});
     }
@@ -349,17 +348,17 @@ void MoodShadow::tick(double seconds)
 
 const ColorStrap* MoodShadow::current() const
 {
-    return (currentStrap >= 0 && currentStrap < straps.size()) ? straps.at(currentStrap) : nullptr;
+    return (currentStrap >= 0 && currentStrap < strapCount()) ? straps.at(currentStrap).get() : nullptr;
 }
 
 ColorStrap* MoodShadow::current()
 {
-    return (currentStrap >= 0 && currentStrap < straps.size()) ? straps.at(currentStrap) : nullptr;
+    return (currentStrap >= 0 && currentStrap < strapCount()) ? straps.at(currentStrap).get() : nullptr;
 }
 
 int MoodShadow::strapCount() const
 {
-    return straps.size();
+    return int(straps.size());
 }
 
 int MoodShadow::currentStrapIndex() const
@@ -370,7 +369,7 @@ int MoodShadow::currentStrapIndex() const
 QStringList MoodShadow::strapNames() const
 {
     QStringList names;
-    for (const ColorStrap* strap : straps) {
+    for (const auto& strap : straps) {
         names.append(strap->name);
     }
     return names;
@@ -413,10 +412,10 @@ double MoodShadow::currentPhase() const
 
 QList<QGradientStop> MoodShadow::gradientStops(int i) const
 {
-    if (i < 0 || i >= straps.size()) {
+    if (i < 0 || i >= strapCount()) {
         return {};
     }
-    const ColorStrap* strap = straps.at(i);
+    const ColorStrap* strap = straps.at(i).get();
     QList<QGradientStop> stops{{0.0, strap->endsColor}};
     stops += strap->keyColors;
     stops.append({1.0, strap->endsColor});
@@ -435,7 +434,7 @@ void MoodShadow::setStrapName(QString name)
 
 void MoodShadow::setCurrentStrap(int i)
 {
-    const int bounded = qMax(0, qMin(i, straps.size() - 1));
+    const int bounded = qMax(0, qMin(i, strapCount() - 1));
     if (bounded == currentStrap) {
         return;
     }
@@ -445,14 +444,15 @@ void MoodShadow::setCurrentStrap(int i)
 
 void MoodShadow::removeStrap(int i)
 {
-    if (i < 0 || i >= straps.size()) {
+    if (i < 0 || i >= strapCount()) {
         qCritical().noquote() << kTag << "Strap index is out of range";
         return;
     }
-    const bool wasLast = i == straps.size() - 1;
-    const std::unique_ptr<ColorStrap> removed(straps.takeAt(i));
+    const bool wasLast = i == strapCount() - 1;
+    const std::unique_ptr<ColorStrap> removed = std::move(straps.at(i));
+    straps.erase(straps.begin() + i);
     editList(ListEdit::Remove, *removed);
-    currentStrap = qMax(0, qMin(wasLast ? i - 1 : i, straps.size() - 1));
+    currentStrap = qMax(0, qMin(wasLast ? i - 1 : i, strapCount() - 1));
     saveDeviceValues();
 }
 
@@ -468,10 +468,10 @@ void MoodShadow::setEndsColor(QColor color)
 
 void MoodShadow::addStrap(QString name, double speed)
 {
-    const QString strapName = name.isEmpty() ? QStringLiteral("(%1)").arg(straps.size()) : name;
-    straps.append(newStrap(strapName, qMax(speed, 0.0)));
-    currentStrap = straps.size() - 1;
-    editList(ListEdit::Add, *straps.last());
+    const QString strapName = name.isEmpty() ? QStringLiteral("(%1)").arg(strapCount()) : name;
+    straps.push_back(newStrap(strapName, qMax(speed, 0.0)));
+    currentStrap = strapCount() - 1;
+    editList(ListEdit::Add, *straps.back());
     saveDeviceValues();
 }
 

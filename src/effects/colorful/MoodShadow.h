@@ -9,6 +9,9 @@
 #include <QStringList>
 #include <QVector>
 
+#include <memory>
+#include <vector>
+
 // Slides the current user-edited colour strap along the LED lines. The strap list is shared by
 // all devices; the current strap and each strap's speed and range are kept per device. Every
 // edit reaches the store as it is made: a change of the list as a change of that one strap,
@@ -88,7 +91,7 @@ private:
     void saveDeviceValues();
 
     EffectWorkerOptions effectOptions;
-    QList<ColorStrap*> straps;
+    std::vector<std::unique_ptr<ColorStrap>> straps;
     int currentStrap = 0;
     ControlOptions controlOptions;
     double phase = 0.0;

@@ -18,7 +18,7 @@ EffectWorkerOptions SingleColor::staticWorkerOptions()
     static EffectWorkerOptions record = EffectWorkerOptions::make(
         QStringLiteral("com.orvanta.singleColor.singleColor1"), QStringLiteral("单色模式"), 0);
     // Made when first asked for where widgets can exist, and made anew once it was deleted.
-    record.optionWidget = IPanelMaker::makePanel(IPanelMaker::Panel::FrmSingleColor);
+    record.optionWidget = IPanelMaker::sharedPanel(IPanelMaker::Panel::FrmSingleColor);
     return record;
 }
 

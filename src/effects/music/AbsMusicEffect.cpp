@@ -51,7 +51,7 @@ void AbsMusicEffect::setCapturerId(QString newCapturerId)
     if (capturer) {
         const QString oldId = capturerId;
         releaseCapturer();
-        qInfo().noquote() << "[AbsMusicEffect]: " + workerOptions().id + "is disconnected from the " + oldId;
+        qInfo().noquote() << kTag << workerOptions().id + "is disconnected from the " + oldId;
     }
     capturerId = newCapturerId;
     capturer = AudioCapManager::instacne()->capturer(capturerId);
@@ -61,7 +61,7 @@ void AbsMusicEffect::setCapturerId(QString newCapturerId)
     }
     connect(capturer.data(), &AudioCapturer::spectrumsChanged, this,
             QOverload<QVector<SoundChannel>>::of(&AbsMusicEffect::spectrumUpdate), Qt::QueuedConnection);
-    qInfo().noquote() << "[AbsMusicEffect]: " + workerOptions().id + "is connected to the " + capturerId;
+    qInfo().noquote() << kTag << workerOptions().id + "is connected to the " + capturerId;
     emit capturerIdChanged(capturerId);
     capturerChangedHook();
 }
@@ -100,8 +100,7 @@ int32_t AbsMusicEffect::load(const ControlOptions& ctlOptions)
     }
     followDefaultCapturer();
     if (!capturer) {
-        qInfo().noquote() << "[AbsMusicEffect]: " + workerOptions().id +
-                                 " waits for a sound output to appear.";
+        qInfo().noquote() << kTag << workerOptions().id + " waits for a sound output to appear.";
     }
     return 0;
 }

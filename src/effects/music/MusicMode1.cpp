@@ -12,6 +12,12 @@
 #include <cmath>
 #include <limits>
 
+namespace {
+
+constexpr char kTag[] = "[MusicMode1]:";
+
+} // namespace
+
 MusicMode1::MusicMode1(const EffectWorkerOptions& options, QObject* parent)
     : AbsMusicEffect(parent)
     , effectOptions(options)
@@ -76,9 +82,9 @@ QHash<QString, Fragment> MusicMode1::readFragments(const QJsonObject& config, ui
         const double begin = obj.value(QStringLiteral("beginIndex")).toDouble(0.0);
         const double end = obj.value(QStringLiteral("endIndex")).toDouble(0.0);
         if (begin < 0.0 || end < 0.0 || begin > lastEnd || end > lastEnd) {
-            qWarning().noquote() << QStringLiteral(
-                                        "[MusicMode1]: The fragment %1 lies outside the strip's %2 "
-                                        "LEDs (beginIndex %3, endIndex %4); skipped.")
+            qWarning().noquote() << kTag
+                                 << QStringLiteral("The fragment %1 lies outside the strip's %2 "
+                                                   "LEDs (beginIndex %3, endIndex %4); skipped.")
                                         .arg(name)
                                         .arg(lastEnd)
                                         .arg(begin)

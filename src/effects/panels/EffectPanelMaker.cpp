@@ -11,39 +11,57 @@
 #include "effects/screensync/panels/SSLOptWidget.h"
 #include "effects/screensync/panels/ScreenSyncSOptWidget.h"
 
+#include <memory>
+
 void EffectPanelMaker::install()
 {
     static EffectPanelMaker maker;
     IPanelMaker::install(&maker);
 }
 
-// New panels have no parent: they are top-level until the control page adopts one, and the
-// caller deletes them.
-AbsWorkerWidget* EffectPanelMaker::make(Panel panel)
+// Panels have no parent: they are top-level until the control page adopts one.
+IPanelMaker::PanelPtr EffectPanelMaker::make(Panel panel)
+{
+    switch (panel) {
+    case Panel::SFrmColorMap:
+        return PanelPtr(new SFrmColorMap);
+    case Panel::SFrmMoodShadow:
+        return PanelPtr(new SFrmMoodShadow);
+    case Panel::SSLOptWidget:
+        return PanelPtr(new SSLOptWidget);
+    case Panel::MM2SOptWid:
+        return PanelPtr(new MM2SOptWid);
+    case Panel::FrmSingleColor:
+    case Panel::FrmFlowingEffect:
+    case Panel::ScreenSyncSOptWidget:
+    case Panel::MMSOptWidget:
+        break;
+    }
+    return PanelPtr();
+}
+
+AbsWorkerWidget* EffectPanelMaker::shared(Panel panel)
 {
     switch (panel) {
     case Panel::FrmSingleColor:
         if (!singleColor) {
-            singleColor = new FrmSingleColor;
+            singleColor = new FrmSingleColor; // watched only: see IPanelMaker::shared
         }
         return singleColor.data();
     case Panel::FrmFlowingEffect:
         if (!flowing) {
-            flowing = new FrmFlowingEffect;
+            flowing = new FrmFlowingEffect; // watched only: see IPanelMaker::shared
         }
         return flowing.data();
-    case Panel::SFrmColorMap:
-        return new SFrmColorMap;
-    case Panel::SFrmMoodShadow:
-        return new SFrmMoodShadow;
     case Panel::ScreenSyncSOptWidget:
         return ScreenSyncSOptWidget::instance();
-    case Panel::SSLOptWidget:
-        return new SSLOptWidget;
     case Panel::MMSOptWidget:
         return MMSOptWidget::instance();
+    case Panel::SFrmColorMap:
+    case Panel::SFrmMoodShadow:
+    case Panel::SSLOptWidget:
     case Panel::MM2SOptWid:
-        return new MM2SOptWid;
+        break;
     }
     return nullptr;
 }
@@ -58,11 +76,11 @@ void EffectPanelMaker::point(AbsWorkerWidget* panel, const IEffectWorkerPtr& wor
     panel->setEffectWorker(worker);
 }
 
-QObject* EffectPanelMaker::frameView(AbsScreenSync* worker, bool origin) const
+std::unique_ptr<QObject> EffectPanelMaker::frameView(AbsScreenSync* worker, bool origin) const
 {
-    auto* view = new FrameWidget;
-    QObject::connect(worker, origin ? &AbsScreenSync::originFrameTick : &AbsScreenSync::frameImageTick, view,
-                     &FrameWidget::setImage, Qt::QueuedConnection);
+    auto view = std::make_unique<FrameWidget>();
+    QObject::connect(worker, origin ? &AbsScreenSync::originFrameTick : &AbsScreenSync::frameImageTick,
+                     view.get(), &FrameWidget::setImage, Qt::QueuedConnection);
     if (!origin) {
         view->move(0, 0);
         view->show();

@@ -17,6 +17,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <memory>
 
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
@@ -63,8 +64,10 @@ AbsScreenSync::AbsScreenSync(const EffectWorkerOptions& workerOptions, QObject* 
 {
     IPanelMaker* maker = IPanelMaker::current();
     if (maker && qApp->property("isAdvanced").toBool()) {
-        originFrameWidget = QSharedPointer<QObject>(maker->frameView(this, true), &QObject::deleteLater);
-        frameImageWidget = QSharedPointer<QObject>(maker->frameView(this, false), &QObject::deleteLater);
+        originFrameWidget =
+            QSharedPointer<QObject>(maker->frameView(this, true).release(), &QObject::deleteLater);
+        frameImageWidget =
+            QSharedPointer<QObject>(maker->frameView(this, false).release(), &QObject::deleteLater);
     }
     {
         QMutexLocker locker(&threadMutex());
@@ -75,10 +78,12 @@ AbsScreenSync::AbsScreenSync(const EffectWorkerOptions& workerOptions, QObject* 
                 cv::setNumThreads(0); // a 120-pixel frame is too small to share out
                 qAddPostRoutine(joinWorkThreads);
             }
-            workThread = new QThread();
-            workThread->setObjectName(QStringLiteral("screenSync"));
-            // Deleted on the main thread once finished, never waited on from itself.
-            connect(workThread, &QThread::finished, workThread, &QObject::deleteLater);
+            auto thread = std::make_unique<QThread>();
+            thread->setObjectName(QStringLiteral("screenSync"));
+            // Deleted on the main thread once finished, never waited on from itself; the exit hook
+            // joins and deletes one still running.
+            connect(thread.get(), &QThread::finished, thread.get(), &QObject::deleteLater);
+            workThread = thread.release();
             liveThreads().append(workThread);
             SignalStack::watch(workThread);
             workThread->start(QThread::InheritPriority);
@@ -136,8 +141,8 @@ double AbsScreenSync::storedStrength(const QString& key, double low, double high
     const double used = ok && value > high ? high : ok && value < low ? low : 0.0;
     const QString shown =
         stored.toString().isEmpty() ? QString::fromLatin1(stored.typeName()) : stored.toString();
-    qWarning().noquote() << QStringLiteral(
-                                "[AbsScreenSync]: The stored \"%1\" of %2 is %3, outside %4 to %5: using %6")
+    qWarning().noquote() << kTag
+                         << QStringLiteral("The stored \"%1\" of %2 is %3, outside %4 to %5: using %6")
                                 .arg(key, controlOptions.id, shown)
                                 .arg(low)
                                 .arg(high)
@@ -339,7 +344,7 @@ void AbsScreenSync::frameInput(QImage frame)
     frameTimeSum += frameTimer.restart();
     ++frameCount;
     if (frameCount > 90) {
-        qDebug().noquote() << "[[loop]][AbsScreenSync]:" << controlOptions.id
+        qDebug().noquote() << QStringLiteral("[[loop]]") + kTag << controlOptions.id
                            << "avg frame time:" << double(frameTimeSum) / double(frameCount) << "ms";
         frameTimeSum = 0;
         frameCount = 0;

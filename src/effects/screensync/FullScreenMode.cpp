@@ -1,7 +1,7 @@
 #include "effects/screensync/FullScreenMode.h"
 
 #include "service/config/ConfigurationManager.h"
-#include "service/config/DefaultsFile.h"
+#include "service/config/DataPaths.h"
 
 #include <QFile>
 #include <QJsonArray>
@@ -29,8 +29,8 @@ void FullScreenMode::makeDefaultMap(uint32_t nbLeds, QVector<QPoint>& map, int& 
 
 QJsonObject FullScreenMode::readDefaultFile() const
 {
-    QFile file(locateDefaultsFile(QStringLiteral("controler_config/") + controlOptions.model +
-                                  QStringLiteral(".json")));
+    QFile file(DataPaths::locate(QStringLiteral("controler_config/") + controlOptions.model +
+                                 QStringLiteral(".json")));
     if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
         qInfo().noquote() << kTag << "Not found default LED configuration file" << file.errorString();
         return QJsonObject();
@@ -56,13 +56,12 @@ void FullScreenMode::applyMap(const QJsonObject& object, const QString& controll
             return int(wanted);
         }
         const int used = wanted > high ? high : low;
-        qWarning().noquote()
-            << QStringLiteral(
-                   "[FullScreenMode]: The LED map's \"%1\" of %2 is %3, outside %4 to %5: using %6")
-                   .arg(QLatin1String(key), controllerId, QString::number(wanted))
-                   .arg(low)
-                   .arg(high)
-                   .arg(used);
+        qWarning().noquote() << kTag
+                             << QStringLiteral("The LED map's \"%1\" of %2 is %3, outside %4 to %5: using %6")
+                                    .arg(QLatin1String(key), controllerId, QString::number(wanted))
+                                    .arg(low)
+                                    .arg(high)
+                                    .arg(used);
         return used;
     };
     width = size("screenWidth", width, minScreenWidth, maxScreenWidth);

@@ -6,6 +6,12 @@
 #include <QMetaMethod>
 #include <QtDebug>
 
+namespace {
+
+constexpr char kTag[] = "[AudioCapturer]";
+
+} // namespace
+
 AudioCapturer::AudioCapturer(const QString& id, const QString& desc, QObject* parent)
     : QObject(parent)
     , sinkName(id)
@@ -104,8 +110,8 @@ void AudioCapturer::reportLoop(qint64 nowNs, double latencyMs)
     }
     const double perSecond = loopDeliveries * 1e9 / span;
     const double analysisUs = loopDeliveries ? loopAnalysisNs / 1000.0 / loopDeliveries : 0.0;
-    qDebug().noquote() << QStringLiteral("[[loop]][AudioCapturer] %1: %2 deliveries/s, analysis %3 us, "
-                                         "stream latency %4 ms")
+    qDebug().noquote() << QStringLiteral("[[loop]]") + kTag
+                       << QStringLiteral("%1: %2 deliveries/s, analysis %3 us, stream latency %4 ms")
                               .arg(sinkName)
                               .arg(perSecond, 0, 'f', 1)
                               .arg(analysisUs, 0, 'f', 1)

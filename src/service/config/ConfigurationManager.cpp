@@ -4,7 +4,7 @@
 #include "service/config/ConfigurationWriter.h"
 #include "service/config/SignalStack.h"
 
-#include "service/config/DefaultsFile.h"
+#include "service/config/DataPaths.h"
 
 #include <QCoreApplication>
 #include <QDateTime>
@@ -156,11 +156,11 @@ void ConfigurationManager::startWriter()
     if (writer || !QCoreApplication::instance()) {
         return;
     }
-    writerThread = new QThread();
+    writerThread = std::make_unique<QThread>();
     writerThread->setObjectName(QStringLiteral("ConfigurationWriter"));
-    writer = new ConfigurationWriter(kWriteLagMs);
-    writer->moveToThread(writerThread);
-    SignalStack::watch(writerThread);
+    writer = std::make_unique<ConfigurationWriter>(kWriteLagMs);
+    writer->moveToThread(writerThread.get());
+    SignalStack::watch(writerThread.get());
     writerThread->start(QThread::LowPriority);
     // Whatever is pending when the application object goes still reaches the disk.
     qAddPostRoutine(&ConfigurationManager::stopWriterAtExit);
@@ -177,13 +177,11 @@ void ConfigurationManager::stopWriter()
     if (!writer) {
         return;
     }
-    QMetaObject::invokeMethod(writer, &ConfigurationWriter::writePending, Qt::BlockingQueuedConnection);
+    QMetaObject::invokeMethod(writer.get(), &ConfigurationWriter::writePending, Qt::BlockingQueuedConnection);
     writerThread->quit();
     writerThread->wait();
-    delete writer;
-    delete writerThread;
-    writer = nullptr;
-    writerThread = nullptr;
+    writer.reset();
+    writerThread.reset();
 }
 
 QJsonObject ConfigurationManager::readStoreFile(const QString& path)
@@ -198,7 +196,8 @@ QJsonObject ConfigurationManager::readStoreFile(const QString& path)
     startWriter();
     if (writer) {
         QMetaObject::invokeMethod(
-            writer, [w = writer, path, object]() { w->noteOnDisk(path, object); }, Qt::QueuedConnection);
+            writer.get(), [w = writer.get(), path, object]() { w->noteOnDisk(path, object); },
+            Qt::QueuedConnection);
     }
     return object;
 }
@@ -219,7 +218,7 @@ void ConfigurationManager::requestWrite(const QString& path, const QJsonObject& 
         return;
     }
     QMetaObject::invokeMethod(
-        writer, [w = writer, path, object]() { w->enqueue(path, object); }, Qt::QueuedConnection);
+        writer.get(), [w = writer.get(), path, object]() { w->enqueue(path, object); }, Qt::QueuedConnection);
 }
 
 void ConfigurationManager::flush()
@@ -227,7 +226,7 @@ void ConfigurationManager::flush()
     ConfigurationWriter* current = nullptr;
     {
         QMutexLocker locker(&writeMutex);
-        current = writer;
+        current = writer.get();
     }
     // Not under the lock: a thread that saves meanwhile must not wait for the disk.
     if (current) {
@@ -332,7 +331,7 @@ void ConfigurationManager::reset()
         // Nothing asked for before the wipe may land after it.
         QMutexLocker writeLocker(&writeMutex);
         if (writer) {
-            QMetaObject::invokeMethod(writer, &ConfigurationWriter::discardPending,
+            QMetaObject::invokeMethod(writer.get(), &ConfigurationWriter::discardPending,
                                       Qt::BlockingQueuedConnection);
         }
         leftAlone.clear();
@@ -450,7 +449,7 @@ QJsonValue ConfigurationManager::effectJsonValue(QString effectId, QString contr
         }
     }
     // Read outside the lock: the defaults file is program data, not shared state.
-    const QJsonObject defaults = readObjectFile(locateDefaultsFile(defaultsFile), false);
+    const QJsonObject defaults = readObjectFile(DataPaths::locate(defaultsFile), false);
     if (key.isNull()) {
         return defaults;
     }

@@ -9,6 +9,8 @@
 #include <QStringList>
 #include <QVariant>
 
+#include <memory>
+
 class ConfigurationWriter;
 class QThread;
 
@@ -99,6 +101,6 @@ private:
     // Any thread may save an effect: the writer and what it was given are guarded.
     QMutex writeMutex;
     QSet<QString> leftAlone; // files that are there but could not be read: never written over
-    QThread* writerThread = nullptr;
-    ConfigurationWriter* writer = nullptr;
+    std::unique_ptr<QThread> writerThread;
+    std::unique_ptr<ConfigurationWriter> writer;
 };

@@ -25,6 +25,7 @@ QString& loopLog()
 }
 
 const QString kLoopMarker = QStringLiteral("[[loop]]");
+constexpr char kTag[] = "[MessageHandler]";
 
 // Set once the loop log has reached its limit; cleared with new paths.
 std::atomic<bool> loopLogFull{false};
@@ -132,8 +133,9 @@ void messageHandler(QtMsgType type, const QMessageLogContext& context, const QSt
         if (loop && file.size() + lineBound > MessageHandler::loopLogLimitBytes) {
             loopLogFull = true;
             appendLine(file, prefix,
-                       QStringLiteral("[[loop]][MessageHandler] The loop log has reached its limit of "
-                                      "20 MB: no more per-frame statistics are written to it in this run"));
+                       kLoopMarker + kTag +
+                           QStringLiteral(" The loop log has reached its limit of 20 MB: no more per-frame "
+                                          "statistics are written to it in this run"));
         } else {
             appendLine(file, prefix, message);
         }

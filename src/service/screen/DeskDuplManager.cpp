@@ -11,6 +11,7 @@
 #include <QtDebug>
 
 #include <algorithm>
+#include <memory>
 
 namespace {
 
@@ -44,12 +45,12 @@ int startMode()
 DeskDuplManager* DeskDuplManager::instance()
 {
     if (!theInstance) {
-        auto* option = new DeskCaptureOption(startMode());
+        auto option = std::make_unique<DeskCaptureOption>(startMode());
         DeskCaptureBackend* chosen = DeskCaptureBackend::createDefault();
         theInstance = new DeskDuplManager(
-            chosen ? QList<DeskCaptureBackend*>{chosen} : QList<DeskCaptureBackend*>{}, option);
+            chosen ? QList<DeskCaptureBackend*>{chosen} : QList<DeskCaptureBackend*>{}, option.get());
         theInstance->chooses = true;
-        option->setParent(theInstance);
+        option.release()->setParent(theInstance);
         // The capture threads are joined while the application object goes.
         qAddPostRoutine(shutdownInstance);
     }

@@ -2,6 +2,7 @@
 
 #include "i18n/LanguageManager.h"
 #include "service/config/ConfigurationManager.h"
+#include "service/config/DataPaths.h"
 #include "service/screen/DeskCaptureOption.h"
 #include "ui_SettingsDialog.h"
 
@@ -29,7 +30,8 @@ SettingsDialog::SettingsDialog(QWidget* parent)
     : BaseDialog(parent)
     , ui(new Ui::SettingsDialog)
     , autostart(AutostartEntry::forThisProgram())
-    , languageDir(QCoreApplication::applicationDirPath() + QStringLiteral("/languages"))
+    , languageDir(DataPaths::folderWith(QStringLiteral("languages"), QStringLiteral("orvanta_*.qm"),
+                                        DataPaths::First::ProgramFolder))
 {
     Q_INIT_RESOURCE(ui);
     ui->setupUi(this);

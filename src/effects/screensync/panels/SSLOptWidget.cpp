@@ -12,6 +12,8 @@
 #include <QPushButton>
 #include <QSpinBox>
 
+#include <memory>
+
 constexpr char kTag[] = "[SSLOptWidget]:";
 
 SSLOptWidget::SSLOptWidget(QWidget* parent)
@@ -31,7 +33,7 @@ SSLOptWidget::SSLOptWidget(QWidget* parent)
     heightBox->setRange(FullScreenMode::minScreenHeight, FullScreenMode::maxScreenHeight);
     heightBox->setValue(67);
 
-    auto* controls = new QHBoxLayout;
+    auto controls = std::make_unique<QHBoxLayout>();
     controls->setSpacing(8);
     controls->addWidget(new QLabel(QStringLiteral("W:"), this));
     controls->addWidget(widthBox);
@@ -44,7 +46,7 @@ SSLOptWidget::SSLOptWidget(QWidget* parent)
     layout->setContentsMargins(10, 10, 10, 10);
     layout->setSpacing(10);
     layout->addWidget(view, 0, 0);
-    layout->addLayout(controls, 1, 0);
+    layout->addLayout(controls.release(), 1, 0);
 
     connect(view->editScene(), &ScreenSyncEditScene::ledItemPosChanged, this,
             &SSLOptWidget::onLedItemPosChanged);

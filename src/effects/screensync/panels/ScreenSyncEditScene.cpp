@@ -8,16 +8,22 @@
 #include <QPainter>
 
 #include <cmath>
+#include <memory>
 
 constexpr char kTag[] = "[ScreenSyncEditScene]:";
 
+template <typename Item> Item* ScreenSyncEditScene::added(std::unique_ptr<Item> item)
+{
+    addItem(item.get());
+    return item.release();
+}
+
 ScreenSyncEditScene::ScreenSyncEditScene(QObject* parent)
     : QGraphicsScene(parent)
-    , frameItem(new FrameItem)
 {
     // Always set explicitly: grown from its items, the rectangle would chase the frame item.
     setSceneRect(0, 0, 120, 67);
-    addItem(frameItem);
+    frameItem = added(std::make_unique<FrameItem>());
     frameItem->setZValue(-1);
     frameItem->setRect(sceneRect());
     connect(this, &QGraphicsScene::sceneRectChanged, this, &ScreenSyncEditScene::onSceneRectChanged);
@@ -44,8 +50,7 @@ void ScreenSyncEditScene::setLEDs(QVector<QPoint> points)
     }
     ledItems.clear();
     for (int i = 0; i < points.size(); ++i) {
-        auto* item = new LEDItem(i);
-        addItem(item);
+        LEDItem* item = added(std::make_unique<LEDItem>(i));
         item->gridPos = points[i];
         place(item);
         ledItems.append(item);

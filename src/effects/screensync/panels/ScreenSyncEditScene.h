@@ -7,6 +7,8 @@
 #include <QSize>
 #include <QVector>
 
+#include <memory>
+
 class FrameItem;
 class LEDItem;
 
@@ -39,6 +41,8 @@ private slots:
     void onSceneRectChanged(QRectF rect);
 
 private:
+    // Hands an item to the scene, which owns it from then on.
+    template <typename Item> Item* added(std::unique_ptr<Item> item);
     void place(LEDItem* item);
     // Numbers only where they have room: in LED order, none over another's. More fit as the
     // view zooms in.
@@ -48,7 +52,7 @@ private:
     QSize gridSize{31, 17};
     QColor gridColor = QColor(0xFF00FF00);
     bool gridVisible = false;
-    FrameItem* frameItem;
+    FrameItem* frameItem = nullptr; // the scene's
     QVector<LEDItem*> ledItems;
     int deviceDir = 0;
 };

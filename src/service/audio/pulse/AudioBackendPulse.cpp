@@ -90,9 +90,8 @@ void AudioBackendPulse::stop()
     pa_threaded_mainloop_lock(loop);
     stopping = true;
     for (auto& entry : captures) {
-        closeStream(entry.second);
-        stopIdle(entry.second);
-        delete entry.second;
+        closeStream(entry.second.get());
+        stopIdle(entry.second.get());
     }
     captures.clear();
     if (reconnectEvent) {
@@ -350,12 +349,13 @@ void AudioBackendPulse::setCapturing(AudioCapturer* capturer, bool on)
     pa_threaded_mainloop_lock(loop);
     auto it = captures.find(capturer);
     if (on && !stopping) {
-        Capture* capture = it != captures.end() ? it->second : nullptr;
+        Capture* capture = it != captures.end() ? it->second.get() : nullptr;
         if (!capture) {
-            capture = new Capture;
+            auto made = std::make_unique<Capture>();
+            capture = made.get();
             capture->owner = this;
             capture->capturer = capturer;
-            captures.emplace(capturer, capture);
+            captures.emplace(capturer, std::move(made));
         }
         if (!capture->idle) {
             capture->idle = api->time_new(api, nullptr, &AudioBackendPulse::onIdleTimer, capture);
@@ -365,9 +365,8 @@ void AudioBackendPulse::setCapturing(AudioCapturer* capturer, bool on)
             openStream(capture);
         }
     } else if (it != captures.end()) {
-        closeStream(it->second);
-        stopIdle(it->second);
-        delete it->second;
+        closeStream(it->second.get());
+        stopIdle(it->second.get());
         captures.erase(it);
     }
     pa_threaded_mainloop_unlock(loop);

@@ -7,6 +7,7 @@
 #include <QWaitCondition>
 
 #include <map>
+#include <memory>
 #include <pulse/pulseaudio.h>
 
 // The sound server on PulseAudio (or PipeWire through pipewire-pulse): a threaded main loop of
@@ -72,7 +73,7 @@ private:
     QString listingDefault;
     QHash<uint32_t, QString> sinkNames; // sink index -> name, for removal notices
     QHash<QString, QString> monitors;   // sink name -> its monitor source
-    std::map<AudioCapturer*, Capture*> captures;
+    std::map<AudioCapturer*, std::unique_ptr<Capture>> captures;
 
     // The first snapshot, handed to start() directly while it still waits.
     QMutex firstMutex;
