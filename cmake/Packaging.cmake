@@ -1,9 +1,8 @@
 # The Debian package: install() rules for the installed layout and CPack's DEB generator
 # (make package). The programs go to /usr/lib/orvanta with their empty plug-in folders, linked from
 # /usr/bin; the data to /usr/share/orvanta, which the program finds as ../../share/orvanta from
-# its own folder. The files shipped as they stand live in packaging/.
-set(ORVANTA_INSTALL_PROGRAM_DIR lib/orvanta)
-set(ORVANTA_INSTALL_DATA_DIR share/orvanta)
+# its own folder (ORVANTA_INSTALL_PROGRAM_DIR and ORVANTA_INSTALL_DATA_DIR, set at the top level).
+# The files shipped as they stand live in packaging/.
 set(ORVANTA_APP_ID com.orvanta.Orvanta)
 set(ORVANTA_PACKAGE_MAINTAINER "Orvanta developers <packages@orvanta.example>"
     CACHE STRING "The package's Maintainer field")
