@@ -7,7 +7,7 @@ SOAK_DIR := build/soak
 # Seconds each fuzz target runs in make fuzz; make test runs each for 5.
 FUZZ_SECONDS ?= 30
 
-.PHONY: all deps test-deps build build-crash-release build-debug run test format clean fuzz fuzz-build soak
+.PHONY: all deps test-deps build build-crash-release build-debug run test package format clean fuzz fuzz-build soak
 
 all: build
 
@@ -34,11 +34,18 @@ build-crash-release: deps $(RELEASE_DIR)/CMakeCache.txt
 build-debug: deps $(DEBUG_DIR)/CMakeCache.txt
 	scripts/timed "debug build" cmake --build $(DEBUG_DIR) -j $(JOBS)
 
+# The Debian package, orvanta_<version>_<arch>.deb with its -dbgsym .ddeb, in the Release tree:
+# the programs it holds (the crash tests' too), then CPack's DEB generator (cmake/Packaging.cmake).
+package: test-deps $(RELEASE_DIR)/CMakeCache.txt
+	cmake --build $(RELEASE_DIR) -j $(JOBS) --target orvanta CrashReporter orvanta_package_docs
+	scripts/timed "make package" sh -c 'cd $(RELEASE_DIR) && cpack -G DEB'
+
 run: build
 	scripts/run-with-devsim $(RELEASE_DIR)/bin
 
-# The suites (with the fuzz replays and the short soaks), then every fuzz target for 5 seconds.
-test: test-deps build-crash-release build-debug
+# The package first (tests/package checks it), the suites (with the fuzz replays and the short
+# soaks), then every fuzz target for 5 seconds.
+test: test-deps package build-debug
 	scripts/timed "test suites" sh -c 'cd $(DEBUG_DIR) && ctest --output-on-failure -j 2 --timeout 300'
 	$(MAKE) --no-print-directory fuzz FUZZ_SECONDS=5
 

@@ -1,9 +1,10 @@
-# Branch, revision and date of the source, in generated/BuildInfo.h. Included from the top level,
+# Version (project()'s, the one source of it), branch, revision and date of the source, in generated/BuildInfo.h. Included from the top level,
 # it writes the header once and adds a target that runs this file again as a script at every
 # build, so the header follows later commits; the file is rewritten only when its text changes.
 if(NOT CMAKE_SCRIPT_MODE_FILE)
     set(ORVANTA_BUILD_INFO_HEADER ${CMAKE_BINARY_DIR}/generated/BuildInfo.h)
-    set(_args -DSOURCE_DIR=${CMAKE_SOURCE_DIR} -DOUTPUT=${ORVANTA_BUILD_INFO_HEADER})
+    set(_args -DSOURCE_DIR=${CMAKE_SOURCE_DIR} -DOUTPUT=${ORVANTA_BUILD_INFO_HEADER}
+        -DORVANTA_VERSION=${PROJECT_VERSION})
     execute_process(COMMAND ${CMAKE_COMMAND} ${_args} -P ${CMAKE_CURRENT_LIST_FILE})
     add_custom_target(orvanta_buildinfo
         COMMAND ${CMAKE_COMMAND} ${_args} -P ${CMAKE_CURRENT_LIST_FILE}

@@ -1,7 +1,8 @@
 #!/usr/bin/python3
 """Renders the pictures of the compiled-in resource tree from their SVG sources.
 
-Each picture is written at its 1x size and as a @2x file for high-density screens. The large
+Each picture is written at its 1x size and as a @2x file for high-density screens; the
+application icon also at each size of the desktop's icon theme, for the package. The large
 panels get a faint dither so that their dark gradients show no bands. Needs rsvg-convert
 (librsvg2-bin) and python3-pil; run it again after editing a file in resources/art.
 """
@@ -17,6 +18,12 @@ from PIL import Image
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 ART = os.path.join(ROOT, "resources", "art")
 IMAGES = os.path.join(ROOT, "resources", "images")
+# The desktop's icon theme files of the package: packaging/icons/<size>.png. Up to 32 px they come
+# from a simplified drawing, whose larger and fewer lights stay legible, not from the full one
+# scaled down.
+PACKAGE_ICONS = os.path.join(ROOT, "packaging", "icons")
+ICON_SIZES = (16, 22, 24, 32, 48, 64, 128, 256)
+SMALL_ICON_UP_TO = 32
 
 # source, target under resources/images, 1x width and height, dithered
 PICTURES = [
@@ -67,6 +74,15 @@ def main():
             os.makedirs(os.path.dirname(path), exist_ok=True)
             image.save(path, optimize=True)
             print("draw-ui-pictures: %s %dx%d" % (os.path.relpath(path, ROOT), *image.size))
+    os.makedirs(PACKAGE_ICONS, exist_ok=True)
+    for size in ICON_SIZES:
+        source = "icon-small.svg" if size <= SMALL_ICON_UP_TO else "icon.svg"
+        image = render(os.path.join(ART, source), size, size)
+        if image.size != (size, size):
+            sys.exit("draw-ui-pictures: %s came out %dx%d" % (source, *image.size))
+        path = os.path.join(PACKAGE_ICONS, "%d.png" % size)
+        image.save(path, optimize=True)
+        print("draw-ui-pictures: %s %dx%d" % (os.path.relpath(path, ROOT), *image.size))
 
 
 if __name__ == "__main__":

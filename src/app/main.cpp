@@ -45,6 +45,9 @@ int main(int argc, char* argv[])
     // drawn at the screen's ratio under a scale factor instead of being blown up.
     QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
     QCoreApplication::setApplicationVersion(QString::fromLatin1(StartupSteps::appVersion));
+    // Ties the windows to the installed menu entry (its icon and name in the desktop's switcher);
+    // the application name stays, so the configuration and log folders do not move.
+    QGuiApplication::setDesktopFileName(QStringLiteral("com.orvanta.Orvanta"));
 
     // Declared in this order so that they go in reverse: lock, parser, options, application.
     const QList<QCommandLineOption> options = StartupSteps::commandLineOptions();

@@ -47,7 +47,9 @@ MainWindow::MainWindow(QWidget* parent)
     ui->newVersionBtn->hide();
 
     setWindowFlags(Qt::FramelessWindowHint);
-    const QIcon icon(QStringLiteral(":/images/icon.png"));
+    // The installed theme's icon, drawn for each size; the compiled-in picture where none is.
+    const QIcon icon =
+        QIcon::fromTheme(QStringLiteral("com.orvanta.Orvanta"), QIcon(QStringLiteral(":/images/icon.png")));
     setWindowIcon(icon);
 
     trayIcon = new QSystemTrayIcon(icon, this);

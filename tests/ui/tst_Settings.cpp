@@ -196,6 +196,8 @@ private slots:
         QCOMPARE(AutostartEntry::execArguments(contents.values.value("Exec"), &ok),
                  QStringList({program, "--auto_startup"}));
         QCOMPARE(contents.values.value("Path"), "/opt/" + folder);
+        // A desktop skips the entry once the program is gone, so a removed package starts nothing.
+        QCOMPARE(contents.values.value("TryExec"), program);
         QCOMPARE(entry.state(), AutostartEntry::State::On);
         QCOMPARE(entry.disable(&why), AutostartEntry::Result::Done);
         QVERIFY(!QFile::exists(entry.filePath()));

@@ -106,15 +106,16 @@ AutostartEntry AutostartEntry::forThisProgram()
 QByteArray AutostartEntry::render(const QString& program, const QString& argument)
 {
     const QString exec = quoteArgument(program) + QLatin1Char(' ') + QString(argument).replace('%', "%%");
-    const QString text =
-        QStringLiteral("[Desktop Entry]\n"
-                       "Type=Application\n"
-                       "Name=Orvanta\n"
-                       "Exec=%1\n"
-                       "Path=%2\n"
-                       "Terminal=false\n"
-                       "%3=true\n")
-            .arg(escapeValue(exec), escapeValue(QFileInfo(program).absolutePath()), QLatin1String(markKey));
+    const QString text = QStringLiteral("[Desktop Entry]\n"
+                                        "Type=Application\n"
+                                        "Name=Orvanta\n"
+                                        "Exec=%1\n"
+                                        "TryExec=%2\n"
+                                        "Path=%3\n"
+                                        "Terminal=false\n"
+                                        "%4=true\n")
+                             .arg(escapeValue(exec), escapeValue(program),
+                                  escapeValue(QFileInfo(program).absolutePath()), QLatin1String(markKey));
     return text.toUtf8();
 }
 
