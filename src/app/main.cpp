@@ -99,7 +99,12 @@ int main(int argc, char* argv[])
 
     instance.listen();
     ShutdownSignals shutdownSignals;
-    QObject::connect(&shutdownSignals, &ShutdownSignals::shutdownRequested, &app, &QCoreApplication::quit);
+    // quit() only ends loops that run: a signal taken in a nested loop before exec() is kept here.
+    bool shutdownAsked = false;
+    QObject::connect(&shutdownSignals, &ShutdownSignals::shutdownRequested, &app, [&shutdownAsked] {
+        shutdownAsked = true;
+        QCoreApplication::quit();
+    });
     shutdownSignals.install();
 
     // Screen sources are enumerated before anything asks for them; the settings read the
@@ -124,7 +129,7 @@ int main(int argc, char* argv[])
         }
 #endif
         CrashTest::arm(&orvanta);
-        exitCode = app.exec();
+        exitCode = shutdownAsked ? 0 : app.exec();
     }
     // Controllers are released with deleteLater; with the loop gone, run those deletions now so
     // every device gets its black frame before the configuration is saved.
