@@ -46,42 +46,12 @@ void AreaAverager::average(const uint8_t* src, int width, int height, int stride
     }
     std::vector<uint64_t> acc(size_t(w) * 3);
     const bool plain8 = maxValue[0] == 255 && maxValue[1] == 255 && maxValue[2] == 255;
-    // Four bytes a pixel with whole-byte channels, the portal's and most servers' layout: the
-    // channels are read as bytes, without the per-pixel masking, which is most of a frame's cost.
-    int offset[3] = {-1, -1, -1};
-    if (bytesPerPixel == 4 && plain8) {
-        for (int c = 0; c < 3; ++c) {
-            if (shift[c] % 8 == 0) {
-                const int byte = shift[c] / 8;
-                offset[c] = layout.swapBytes ? 3 - byte : byte;
-            }
-        }
-    }
-    const bool byteChannels = offset[0] >= 0 && offset[1] >= 0 && offset[2] >= 0;
     for (int oy = 0; oy < h; ++oy) {
         const int y0 = int(int64_t(oy) * height / h);
         const int y1 = std::max(int(int64_t(oy + 1) * height / h), y0 + 1);
         std::fill(acc.begin(), acc.end(), 0);
         for (int y = y0; y < y1 && y < height; ++y) {
             const uint8_t* row = src + size_t(y) * size_t(stride);
-            if (byteChannels) {
-                for (int ox = 0; ox < w; ++ox) {
-                    const int x0 = xs[size_t(ox)];
-                    const int x1 = std::min(std::max(xs[size_t(ox) + 1], x0 + 1), width);
-                    // A run of up to 2^24 pixels fits 32-bit sums.
-                    uint32_t r = 0, g = 0, b = 0;
-                    for (const uint8_t *p = row + size_t(x0) * 4, *end = row + size_t(x1) * 4; p < end;
-                         p += 4) {
-                        r += p[offset[0]];
-                        g += p[offset[1]];
-                        b += p[offset[2]];
-                    }
-                    acc[size_t(ox) * 3] += r;
-                    acc[size_t(ox) * 3 + 1] += g;
-                    acc[size_t(ox) * 3 + 2] += b;
-                }
-                continue;
-            }
             for (int ox = 0; ox < w; ++ox) {
                 const int x0 = xs[size_t(ox)];
                 const int x1 = std::min(std::max(xs[size_t(ox) + 1], x0 + 1), width);
