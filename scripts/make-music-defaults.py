@@ -82,12 +82,12 @@ def main():
         models = json.load(f)
     out = os.path.join(data, "effects", "dynamicMusic")
     os.makedirs(out, exist_ok=True)
-    for model, spec in sorted(models.items()):
-        lines = spec["lines"]
+    for model, defaults in sorted(models.items()):
+        lines = defaults["lines"]
         if len(lines) == 3 and lines[1] >= 4:
             fragments = three_lines(lines)
         else:
-            fragments = centre_meter(spec["nbLeds"])
+            fragments = centre_meter(defaults["nbLeds"])
         with open(os.path.join(out, model + ".json"), "w", encoding="utf-8") as f:
             json.dump({"fragments": fragments, "strength": 2.0}, f, indent=4, sort_keys=True)
             f.write("\n")

@@ -373,12 +373,13 @@ private slots:
     void modelFiles()
     {
         QFETCH(QString, model);
-        const QJsonObject spec = TestFiles::readJson(ORVANTA_DATA_DIR "/controler_config/OVController.json")
-                                     .value(model)
-                                     .toObject();
+        const QJsonObject defaults =
+            TestFiles::readJson(ORVANTA_DATA_DIR "/controler_config/OVController.json")
+                .value(model)
+                .toObject();
         const QString path = ORVANTA_DATA_DIR "/effects/dynamicMusic/" + model + ".json";
         const QJsonObject fragments = TestFiles::readJson(path).value("fragments").toObject();
-        const int leds = spec.value("nbLeds").toInt();
+        const int leds = defaults.value("nbLeds").toInt();
         QVector<int> owners(leds, 0);
         QSet<int> channels;
         bool bass = false, mids = false, highs = false;
@@ -406,7 +407,7 @@ private slots:
         QFile::remove(defaultsPath(model));
         QVERIFY(QFile::copy(path, defaultsPath(model)));
         QVector<uint32_t> lines;
-        for (const QJsonValue& v : spec.value("lines").toArray()) {
+        for (const QJsonValue& v : defaults.value("lines").toArray()) {
             lines << uint32_t(v.toInt());
         }
         LogCapture log;

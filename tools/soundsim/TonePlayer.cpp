@@ -52,18 +52,18 @@ bool TonePlayer::start(const QString& sinkName, int rate)
         pa_threaded_mainloop_wait(loop);
     }
     if (ok) {
-        const pa_sample_spec spec{PA_SAMPLE_FLOAT32LE, static_cast<uint32_t>(rate), 2};
+        const pa_sample_spec format{PA_SAMPLE_FLOAT32LE, static_cast<uint32_t>(rate), 2};
         // What is played goes to the channels it names: no spreading of the front pair over the
         // centre and rear of a surround output, which would blur the channel a test listens to.
         pa_proplist* props = pa_proplist_new();
         pa_proplist_sets(props, "channelmix.upmix", "false");
-        stream = pa_stream_new_with_proplist(context, "tone", &spec, nullptr, props);
+        stream = pa_stream_new_with_proplist(context, "tone", &format, nullptr, props);
         pa_proplist_free(props);
         pa_stream_set_state_callback(stream, &TonePlayer::onStreamState, this);
         pa_stream_set_write_callback(stream, &TonePlayer::onStreamWrite, this);
         pa_buffer_attr attr;
         attr.maxlength = static_cast<uint32_t>(-1);
-        attr.tlength = static_cast<uint32_t>(pa_usec_to_bytes(10 * PA_USEC_PER_MSEC, &spec));
+        attr.tlength = static_cast<uint32_t>(pa_usec_to_bytes(10 * PA_USEC_PER_MSEC, &format));
         attr.prebuf = 0; // play at once, never wait for a full buffer
         attr.minreq = static_cast<uint32_t>(-1);
         attr.fragsize = static_cast<uint32_t>(-1);

@@ -70,11 +70,11 @@ QNetworkProxy ServiceProxyFactory::proxyFor(const QUrl& url, const QByteArray& h
         excluded(host, noProxy) || httpsProxy.trimmed().isEmpty()) {
         return QNetworkProxy(QNetworkProxy::NoProxy);
     }
-    QString spec = QString::fromUtf8(httpsProxy.trimmed());
-    if (!spec.contains(QLatin1String("://"))) {
-        spec.prepend(QLatin1String("http://"));
+    QString proxyText = QString::fromUtf8(httpsProxy.trimmed());
+    if (!proxyText.contains(QLatin1String("://"))) {
+        proxyText.prepend(QLatin1String("http://"));
     }
-    const QUrl proxy(spec, QUrl::StrictMode);
+    const QUrl proxy(proxyText, QUrl::StrictMode);
     if (!proxy.isValid() || proxy.host().isEmpty() || proxy.scheme() != QLatin1String("http")) {
         return QNetworkProxy(QNetworkProxy::NoProxy);
     }

@@ -387,13 +387,13 @@ void AudioBackendPulse::openStream(Capture* capture)
         return;
     }
     // Float stereo at 48 kHz whatever the sink runs at: the server resamples and remixes.
-    const pa_sample_spec spec{PA_SAMPLE_FLOAT32LE, SpectrumAnalyzer::kRate, 2};
+    const pa_sample_spec format{PA_SAMPLE_FLOAT32LE, SpectrumAnalyzer::kRate, 2};
     pa_channel_map map;
     pa_channel_map_init_stereo(&map);
     pa_proplist* props = pa_proplist_new();
     pa_proplist_sets(props, PA_PROP_MEDIA_NAME, kMediaName);
     pa_proplist_sets(props, PA_PROP_APPLICATION_NAME, "Orvanta");
-    pa_stream* stream = pa_stream_new_with_proplist(context, kMediaName, &spec, &map, props);
+    pa_stream* stream = pa_stream_new_with_proplist(context, kMediaName, &format, &map, props);
     pa_proplist_free(props);
     if (!stream) {
         qWarning().noquote() << "[AudioCapturer]: Cannot make a stream on" << monitor << ":"
@@ -407,7 +407,7 @@ void AudioBackendPulse::openStream(Capture* capture)
     attr.tlength = static_cast<uint32_t>(-1);
     attr.prebuf = static_cast<uint32_t>(-1);
     attr.minreq = static_cast<uint32_t>(-1);
-    attr.fragsize = static_cast<uint32_t>(pa_usec_to_bytes(10 * PA_USEC_PER_MSEC, &spec)); // else ~2 s
+    attr.fragsize = static_cast<uint32_t>(pa_usec_to_bytes(10 * PA_USEC_PER_MSEC, &format)); // else ~2 s
     // Moved, it would feed another sink's sound under this sink's id.
     const auto flags = static_cast<pa_stream_flags_t>(
         PA_STREAM_ADJUST_LATENCY | PA_STREAM_DONT_MOVE | PA_STREAM_DONT_INHIBIT_AUTO_SUSPEND |
