@@ -22,6 +22,7 @@
 #include <QJsonArray>
 #include <QRandomGenerator>
 
+#include <cerrno>
 #include <memory>
 #include <signal.h>
 #include <sys/stat.h>
@@ -151,6 +152,7 @@ int main(int argc, char* argv[])
         const QByteArray good = SoakStore::read(spoilt);
         QString spoilName = kSpoilNames.at(int(spoil));
         QFile::remove(spoilt);
+        bool linked = true;
         switch (spoil) {
         case Spoil::Huge:
             // Well-formed: only its size is wrong.
@@ -167,10 +169,11 @@ int main(int argc, char* argv[])
                              QByteArray("{\"a\":").repeated(10000) + "1" + QByteArray("}").repeated(10000));
             break;
         case Spoil::LinkToFolder:
-            ::symlink(QFile::encodeName(sandbox.path(QStringLiteral("home"))).constData(), path.constData());
+            linked = ::symlink(QFile::encodeName(sandbox.path(QStringLiteral("home"))).constData(),
+                               path.constData()) == 0;
             break;
         case Spoil::LinkToItself:
-            ::symlink(path.constData(), path.constData());
+            linked = ::symlink(path.constData(), path.constData()) == 0;
             break;
         case Spoil::Unreadable:
             if (root) {
@@ -182,6 +185,10 @@ int main(int argc, char* argv[])
                 ::chmod(path.constData(), 0);
             }
             break;
+        }
+        if (!linked) {
+            report.broken(
+                QStringLiteral("cannot make the link for run %1: %2").arg(run).arg(qt_error_string(errno)));
         }
         const bool setAside = spoil == Spoil::Huge || spoil == Spoil::Truncated || spoil == Spoil::Binary ||
                               spoil == Spoil::Nested;
