@@ -225,6 +225,7 @@ int main(int argc, char* argv[])
     qint64 slowestMs = 0;
     qint64 totalMs = 0;
     int returns = 0;
+    QVector<qint64> returnTimesMs; // after the settle, for the tail of the spread
     for (int cycle = 1; cycle <= options.length && !report.isBroken(); ++cycle) {
         Strip& strip = *strips.at(size_t(random.bounded(4)));
         QVector<int> before;
@@ -277,6 +278,7 @@ int main(int argc, char* argv[])
         slowestMs = std::max(slowestMs, returnMs - kSettleMs);
         totalMs += returnMs - kSettleMs;
         ++returns;
+        returnTimesMs.append(returnMs - kSettleMs);
         if (!SoakClock::waitFor([&] { return showsColour(strip); }, 5000)) {
             report.broken(
                 QStringLiteral("cycle %1: %2 came back without its stored colour").arg(cycle).arg(strip.id));
@@ -352,9 +354,20 @@ int main(int argc, char* argv[])
     }
     report.figure(QStringLiteral("slowest_return_ms"), QString::number(slowestMs));
     report.figure(QStringLiteral("mean_return_ms"), QString::number(returns > 0 ? totalMs / returns : 0));
-    report.line(QStringLiteral("returns after the settle: slowest %1 ms, mean %2 ms (target under %3 ms)")
+    // One slow return on a loaded machine says little; how many and how slow the tail is says more.
+    std::sort(returnTimesMs.begin(), returnTimesMs.end());
+    const qint64 p99Ms = returnTimesMs.isEmpty() ? 0 : returnTimesMs.at(int(returnTimesMs.size() * 0.99));
+    const auto overTarget = std::count_if(returnTimesMs.cbegin(), returnTimesMs.cend(),
+                                          [](qint64 ms) { return ms >= kReturnTargetMs; });
+    report.figure(QStringLiteral("p99_return_ms"), QString::number(p99Ms));
+    report.figure(QStringLiteral("returns_over_target"), QString::number(overTarget));
+    report.line(QStringLiteral("returns after the settle: slowest %1 ms, p99 %2 ms, mean %3 ms, %4 of %5 at "
+                               "%6 ms or more (target under %6 ms)")
                     .arg(slowestMs)
+                    .arg(p99Ms)
                     .arg(returns > 0 ? totalMs / returns : 0)
+                    .arg(overTarget)
+                    .arg(returns)
                     .arg(kReturnTargetMs));
 
     program.signal(SIGTERM);
