@@ -16,7 +16,8 @@ constexpr char kTag[] = "[QBreakpadHandler]";
 
 QBreakpadHandler* QBreakpadHandler::instance()
 {
-    // Thread-safe once-only; lives as long as the process, so the capture stays attached.
+    // Thread-safe once-only. Never deleted: the capture stays attached through the static
+    // destructors until the process dies.
     static QBreakpadHandler* const handler = new QBreakpadHandler;
     return handler;
 }

@@ -33,6 +33,9 @@ public:
     // Deletes a panel as the QObject it is: the engine never sees the widget class.
     struct PanelDeleter
     {
+        PanelDeleter() = default;
+        // So that a panel made with std::make_unique becomes a PanelPtr.
+        template <typename T> PanelDeleter(const std::default_delete<T>&) {}
         void operator()(AbsWorkerWidget* panel) const;
     };
     using PanelPtr = std::unique_ptr<AbsWorkerWidget, PanelDeleter>;

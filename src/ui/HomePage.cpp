@@ -35,7 +35,7 @@ HomePage::HomePage(QWidget* parent)
     Q_INIT_RESOURCE(ui);
     ui->setupUi(this);
     // The notice bars share the scroll area with the device buttons, so the page keeps its height.
-    auto* column = new QWidget;
+    auto* column = new QWidget(ui->controllerButtonScrollArea->viewport()); // where setWidget puts it
     auto* columnLayout = new QVBoxLayout(column);
     columnLayout->setContentsMargins(0, 0, 0, 0);
     columnLayout->setSpacing(10);

@@ -24,13 +24,13 @@ IPanelMaker::PanelPtr EffectPanelMaker::make(Panel panel)
 {
     switch (panel) {
     case Panel::SFrmColorMap:
-        return PanelPtr(new SFrmColorMap);
+        return std::make_unique<SFrmColorMap>();
     case Panel::SFrmMoodShadow:
-        return PanelPtr(new SFrmMoodShadow);
+        return std::make_unique<SFrmMoodShadow>();
     case Panel::SSLOptWidget:
-        return PanelPtr(new SSLOptWidget);
+        return std::make_unique<SSLOptWidget>();
     case Panel::MM2SOptWid:
-        return PanelPtr(new MM2SOptWid);
+        return std::make_unique<MM2SOptWid>();
     case Panel::FrmSingleColor:
     case Panel::FrmFlowingEffect:
     case Panel::ScreenSyncSOptWidget:
@@ -44,15 +44,9 @@ AbsWorkerWidget* EffectPanelMaker::shared(Panel panel)
 {
     switch (panel) {
     case Panel::FrmSingleColor:
-        if (!singleColor) {
-            singleColor = new FrmSingleColor; // watched only: see IPanelMaker::shared
-        }
-        return singleColor.data();
+        return singleColor.get();
     case Panel::FrmFlowingEffect:
-        if (!flowing) {
-            flowing = new FrmFlowingEffect; // watched only: see IPanelMaker::shared
-        }
-        return flowing.data();
+        return flowing.get();
     case Panel::ScreenSyncSOptWidget:
         return ScreenSyncSOptWidget::instance();
     case Panel::MMSOptWidget:

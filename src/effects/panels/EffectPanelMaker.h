@@ -1,8 +1,7 @@
 #pragma once
 
 #include "effects/IPanelMaker.h"
-
-#include <QPointer>
+#include "effects/panels/SharedPanel.h"
 
 class FrmFlowingEffect;
 class FrmSingleColor;
@@ -23,6 +22,6 @@ public:
     std::unique_ptr<QObject> frameView(AbsScreenSync* worker, bool origin) const override;
 
 private:
-    QPointer<FrmSingleColor> singleColor;
-    QPointer<FrmFlowingEffect> flowing;
+    SharedPanel<FrmSingleColor> singleColor;
+    SharedPanel<FrmFlowingEffect> flowing;
 };

@@ -5,7 +5,8 @@
 
 namespace {
 
-AudioCapManager* self = nullptr;
+// Made at first access, deleted by shutdown(), the exit hook.
+std::unique_ptr<AudioCapManager> self;
 AudioBackend* liveBackend = nullptr; // null before the first access and after shutdown
 
 } // namespace
@@ -13,11 +14,11 @@ AudioBackend* liveBackend = nullptr; // null before the first access and after s
 AudioCapManager* AudioCapManager::instacne()
 {
     if (!self) {
-        self = new AudioCapManager;
+        self.reset(new AudioCapManager); // the constructor is private to instacne()
         // Stops the server thread after the workers unloaded and the event loop ended.
         qAddPostRoutine(&AudioCapManager::shutdown);
     }
-    return self;
+    return self.get();
 }
 
 AudioCapManager::AudioCapManager()
@@ -45,8 +46,7 @@ void AudioCapManager::shutdown()
     }
     liveBackend = nullptr;
     self->backend->stop();
-    delete self;
-    self = nullptr;
+    self.reset();
 }
 
 QList<QString> AudioCapManager::allCapturers() const

@@ -44,6 +44,7 @@ signals:
     void defaultCapturerChanged(QString id);
 
 private:
+    friend struct std::default_delete<AudioCapManager>; // the one owner, in the source file
     AudioCapManager();
     ~AudioCapManager() override;
     static void shutdown();

@@ -17,12 +17,14 @@ namespace {
 
 constexpr char kTag[] = "[DeskDuplManager]:";
 
-DeskDuplManager* theInstance = nullptr;
+// Made at first access, deleted by the exit hook below.
+std::unique_ptr<DeskDuplManager> theInstance;
 
 void shutdownInstance()
 {
     if (theInstance) {
         theInstance->shutdown();
+        theInstance.reset();
     }
 }
 
@@ -47,15 +49,16 @@ DeskDuplManager* DeskDuplManager::instance()
     if (!theInstance) {
         auto option = std::make_unique<DeskCaptureOption>(startMode());
         std::unique_ptr<DeskCaptureBackend> chosen = DeskCaptureBackend::createDefault();
-        theInstance = new DeskDuplManager(chosen ? QList<DeskCaptureBackend*>{chosen.release()}
-                                                 : QList<DeskCaptureBackend*>{},
-                                          option.get());
+        theInstance = std::make_unique<DeskDuplManager>(chosen ? QList<DeskCaptureBackend*>{chosen.release()}
+                                                               : QList<DeskCaptureBackend*>{},
+                                                        option.get());
         theInstance->chooses = true;
-        option.release()->setParent(theInstance);
-        // The capture threads are joined while the application object goes.
+        theInstance->ownOption = std::move(option);
+        // While the application object goes, after the hooks added later (the effects' work
+        // threads): the capture threads are joined, then the registry and its backends deleted.
         qAddPostRoutine(shutdownInstance);
     }
-    return theInstance;
+    return theInstance.get();
 }
 
 DeskDuplManager::DeskDuplManager(const QList<DeskCaptureBackend*>& backendList, DeskCaptureOption* option,

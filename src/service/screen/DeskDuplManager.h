@@ -12,6 +12,7 @@
 #include <QVector>
 
 #include <atomic>
+#include <memory>
 
 class DeskCaptureOption;
 class DeskCapturer;
@@ -80,6 +81,7 @@ private:
 
     QList<DeskCaptureBackend*> backends;
     DeskCaptureOption* captureOption;
+    std::unique_ptr<DeskCaptureOption> ownOption; // the one instance() made; others pass their own
     bool chooses = false; // made by instance(): a request with no usable backend chooses again
     std::atomic<int> current{int(State::NoSource)};
     bool logged = false; // the first state is told even when it is the initial one

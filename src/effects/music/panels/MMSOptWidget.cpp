@@ -3,22 +3,19 @@
 #include "effects/IPanelMaker.h"
 #include "effects/music/MusicMode1.h"
 #include "effects/music/panels/MediaSourceOptWidget.h"
+#include "effects/panels/SharedPanel.h"
 
 #include <QCoreApplication>
 #include <QEvent>
 #include <QGridLayout>
 #include <QLabel>
-#include <QPointer>
 #include <QSlider>
 #include <QTimer>
 
 MMSOptWidget* MMSOptWidget::instance()
 {
-    static QPointer<MMSOptWidget> panel;
-    if (!panel && IPanelMaker::current()) {
-        panel = new MMSOptWidget;
-    }
-    return panel.data();
+    static SharedPanel<MMSOptWidget> shared;
+    return shared.live() || IPanelMaker::current() ? shared.get() : nullptr;
 }
 
 MMSOptWidget::MMSOptWidget(QWidget* parent)

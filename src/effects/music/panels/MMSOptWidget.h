@@ -5,6 +5,7 @@
 class MediaSourceOptWidget;
 class QLabel;
 class QSlider;
+template <typename T> class SharedPanel;
 
 // The panel of music modes 1, 3 and 4: the sound output and the strength, a curve with a bend
 // at the slider's middle where both pieces meet at 1.0.
@@ -25,6 +26,7 @@ protected:
     void changeEvent(QEvent* event) override;
 
 private:
+    friend class SharedPanel<MMSOptWidget>; // makes the one instance()
     explicit MMSOptWidget(QWidget* parent = nullptr);
     void onSliderMoved(int value);
     void alignRows();

@@ -1,6 +1,7 @@
 #include "effects/screensync/panels/ScreenSyncSOptWidget.h"
 
 #include "effects/IPanelMaker.h"
+#include "effects/panels/SharedPanel.h"
 #include "effects/screensync/AbsScreenSync.h"
 #include "service/screen/DeskDuplManager.h"
 #include "ui_ScreenSyncSOptWidget.h"
@@ -10,7 +11,6 @@
 #include <QFormLayout>
 #include <QHBoxLayout>
 #include <QLabel>
-#include <QPointer>
 #include <QPushButton>
 
 namespace {
@@ -23,23 +23,26 @@ const char* const kSliderSheet =
 
 ScreenSyncSOptWidget* ScreenSyncSOptWidget::instance()
 {
-    static QPointer<ScreenSyncSOptWidget> panel;
-    if (!panel && IPanelMaker::current()) {
-        panel = new ScreenSyncSOptWidget;
+    static SharedPanel<ScreenSyncSOptWidget> shared;
+    if (!shared.live() && !IPanelMaker::current()) {
+        return nullptr;
+    }
+    bool made = false;
+    ScreenSyncSOptWidget* panel = shared.get(&made);
+    if (made) {
         DeskDuplManager* sources = DeskDuplManager::instance();
-        connect(sources, &DeskDuplManager::capturerFailed, panel.data(),
-                [p = panel.data()](int id) { p->onCapturerReady(id); });
-        connect(sources, &DeskDuplManager::capturerReady, panel.data(),
-                [p = panel.data()](int id) { p->onCapturerReady(id); });
-        connect(sources, &DeskDuplManager::stateChanged, panel.data(),
-                [p = panel.data()](DeskCaptureState state) {
-                    p->shownState = state;
-                    p->showState();
-                });
+        connect(sources, &DeskDuplManager::capturerFailed, panel,
+                [panel](int id) { panel->onCapturerReady(id); });
+        connect(sources, &DeskDuplManager::capturerReady, panel,
+                [panel](int id) { panel->onCapturerReady(id); });
+        connect(sources, &DeskDuplManager::stateChanged, panel, [panel](DeskCaptureState state) {
+            panel->shownState = state;
+            panel->showState();
+        });
         panel->shownState = sources->state();
         panel->onCapturerReady(0);
     }
-    return panel.data();
+    return panel;
 }
 
 ScreenSyncSOptWidget::ScreenSyncSOptWidget(QWidget* parent)

@@ -10,6 +10,7 @@
 
 class QLabel;
 class QPushButton;
+template <typename T> class SharedPanel;
 
 namespace Ui {
 class ScreenSyncSOptWidget;
@@ -46,6 +47,7 @@ private slots:
     void onFrameUpdated(QImage frame);
 
 private:
+    friend class SharedPanel<ScreenSyncSOptWidget>; // makes the one instance()
     explicit ScreenSyncSOptWidget(QWidget* parent = nullptr);
     // Selects the row of shownSource, signals blocked; a source not listed leaves the text.
     void showSource();
