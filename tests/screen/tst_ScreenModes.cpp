@@ -112,13 +112,16 @@ private slots:
         QTest::addColumn<QSize>("source");
         QTest::addColumn<QString>("picture");
         QTest::addColumn<int>("tolerance");
-        QTest::newRow("uniform, 32 bits") << "32" << hd << "uniform" << 0;
-        QTest::newRow("uniform, 32 bits, bytes swapped") << "32 swapped" << hd << "uniform" << 0;
-        QTest::newRow("uniform, 24 bits packed") << "24" << odd << "uniform" << 0;
-        QTest::newRow("uniform, 16 bits 565") << "16" << odd << "uniform" << 5;
-        QTest::newRow("checkerboard: means, not samples") << "32" << hd << "checker" << 1;
-        QTest::newRow("1080p, the bottom 8 rows") << "32" << hd << "bottom" << 0;
-        QTest::newRow("1001 wide, the last column") << "24 swapped" << odd << "right" << 0;
+        QTest::addColumn<int>("rows"); // of the output; 0: as the source's aspect gives
+        QTest::newRow("uniform, 32 bits") << "32" << hd << "uniform" << 0 << 0;
+        QTest::newRow("uniform, 32 bits, bytes swapped") << "32 swapped" << hd << "uniform" << 0 << 0;
+        QTest::newRow("uniform, 24 bits packed") << "24" << odd << "uniform" << 0 << 0;
+        QTest::newRow("uniform, 16 bits 565") << "16" << odd << "uniform" << 5 << 0;
+        QTest::newRow("checkerboard: means, not samples") << "32" << hd << "checker" << 1 << 0;
+        QTest::newRow("1080p, the bottom 8 rows") << "32" << hd << "bottom" << 0 << 0;
+        QTest::newRow("1001 wide, the last column") << "24 swapped" << odd << "right" << 0 << 0;
+        QTest::newRow("1001 wide, 32 bits, the last column") << "32" << odd << "right" << 0 << 0;
+        QTest::newRow("600 rows to one, 32 bits") << "32" << QSize(240, 600) << "uniform" << 0 << 1;
     }
     void cpuAveraging()
     {
@@ -126,6 +129,7 @@ private slots:
         QFETCH(QSize, source);
         QFETCH(QString, picture);
         QFETCH(int, tolerance);
+        QFETCH(int, rows);
         AreaAverager::PixelLayout pixels;
         pixels.bitsPerPixel = layout.section(' ', 0, 0).toInt();
         pixels.swapBytes = layout.endsWith("swapped");
@@ -147,7 +151,7 @@ private slots:
             }
         }
         const QByteArray data = packed(in, pixels);
-        QImage out(120, DeskCapturer::aspectHeight(120, source), QImage::Format_RGBA8888);
+        QImage out(120, rows > 0 ? rows : DeskCapturer::aspectHeight(120, source), QImage::Format_RGBA8888);
         AreaAverager::average(reinterpret_cast<const uint8_t*>(data.constData()), source.width(),
                               source.height(), AreaAverager::strideOf(source.width(), pixels), pixels, &out);
         const QColor expected = picture == "uniform" ? uniform : QColor(128, 128, 128);
