@@ -15,13 +15,14 @@ constexpr char kTag[] = "[ConfigurationManager]";
 
 ConfigurationWriter::ConfigurationWriter(int lagMs, QObject* parent)
     : QObject(parent)
-    , lagMs(lagMs)
+    , aimMs(lagMs - lagMs / 10)
     , timer(this) // parented, so that it follows the writer to its thread
 {
     timer.setSingleShot(true);
     // A coarse timer may fire late by a twentieth of its interval, past the promise.
     timer.setTimerType(Qt::PreciseTimer);
-    connect(&timer, &QTimer::timeout, this, &ConfigurationWriter::writeDue);
+    // Through the queue too: a timer may fire ahead of calls queued while a write was under way.
+    connect(&timer, &QTimer::timeout, this, &ConfigurationWriter::postWrite);
 }
 
 qint64 ConfigurationWriter::nowMs()
@@ -83,7 +84,7 @@ qint64 ConfigurationWriter::dueMs(const FileState& state) const
     // From the previous write's start, not its end: a slow write does not push the next one back.
     // From the request when that is earlier: a change asked for while this file was being written
     // waited on the thread, and its lag has been running since.
-    return std::min(state.startedMs, state.requestedMs) + lagMs;
+    return std::min(state.startedMs, state.requestedMs) + aimMs;
 }
 
 void ConfigurationWriter::writeOne(const QString& path, FileState& state)

@@ -8,8 +8,10 @@
 
 // Writes the store's files on a thread of its own, so that no caller waits on the disk. A lone
 // change is written at once; what follows for the same file is written together, with the newest
-// content, once the lag has passed since the previous write began. The promise: a change's write
-// begins within the lag of the change being asked for, however long the writes themselves take.
+// content, a little before the lag has passed since the previous write began. The promise: a
+// change's write begins within the lag of the change being asked for, the length of earlier writes
+// not added, unless one is still under way then (files are written one at a time) or the file's
+// last write failed.
 // A write that fails stays pending and is tried again with a growing pause, and by writePending
 // (the save at exit); a file counts as written only once it is. One warning per file and cause,
 // however often it is tried.
@@ -60,7 +62,9 @@ private:
     void writeDue();
     void schedule();
 
-    const int lagMs;
+    // A tenth short of the lag: a wake-up or a request late by a few milliseconds on a loaded
+    // machine still begins within the lag.
+    const int aimMs;
     QTimer timer;
     bool writePosted = false;
     QHash<QString, FileState> files;
