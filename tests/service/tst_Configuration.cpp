@@ -236,24 +236,41 @@ private slots:
         QCOMPARE(log.count("Failed to save", QtWarningMsg), 1);
     }
 
-    // A lone change is written at once; what follows within the lag goes out together at its end;
-    // the content the file already holds is not written again. The writer is on this thread, so
-    // its timer runs only while the test waits.
-    void writerLeadingAndTrailingEdge()
+    // A lone change is written at once; what follows within the lag goes out together once the
+    // lag has passed since the previous write began, or since the change was asked for if that is
+    // earlier; another file is not held back; the content the file already holds is not written
+    // again. The writer is on this thread, so its timer runs only while the test waits.
+    void writerSchedule_data()
     {
+        QTest::addColumn<int>("lagMs");
+        QTest::addColumn<int>("firstBytes");
+        QTest::addColumn<int>("askedAgoMs"); // how long before it reached the writer
+        QTest::addColumn<bool>("atOnce");
+        QTest::newRow("within the lag") << 200 << 0 << 0 << false;
+        QTest::newRow("asked for a lag ago, queued behind a write") << 60000 << 0 << 60000 << true;
+        // Serialising and syncing megabytes outlasts a millisecond: the lag runs from the start.
+        QTest::newRow("after a write longer than the lag") << 1 << 2000000 << 0 << true;
+    }
+    void writerSchedule()
+    {
+        QFETCH(int, lagMs);
+        QFETCH(int, firstBytes);
+        QFETCH(int, askedAgoMs);
+        QFETCH(bool, atOnce);
         QTemporaryDir dir;
         const QString path = dir.filePath("a.json");
-        ConfigurationWriter writer(200);
-        writer.enqueue(path, {{"n", 1}});
-        QCOMPARE(readJson(path), QJsonObject({{"n", 1}}));
-        writer.enqueue(path, {{"n", 2}});
-        writer.enqueue(path, {{"n", 3}});
+        ConfigurationWriter writer(lagMs);
+        writer.enqueue(path, {{"n", 1}, {"pad", QString(firstBytes, 'x')}});
+        QCoreApplication::sendPostedEvents(); // what the writer's thread would take next
+        writer.enqueue(path, {{"n", 2}}, ConfigurationWriter::nowMs() - askedAgoMs);
+        QCoreApplication::sendPostedEvents();
+        QCOMPARE(readJson(path).value("n"), QJsonValue(atOnce ? 2 : 1));
         writer.enqueue(dir.filePath("b.json"), {{"n", 1}});
-        QCOMPARE(readJson(path), QJsonObject({{"n", 1}}));
+        QCoreApplication::sendPostedEvents();
         QVERIFY(QFile::exists(dir.filePath("b.json")));
-        QTRY_COMPARE_WITH_TIMEOUT(readJson(path), QJsonObject({{"n", 3}}), 10000);
+        QTRY_COMPARE_WITH_TIMEOUT(readJson(path), QJsonObject({{"n", 2}}), 10000);
         QVERIFY(QFile::remove(path));
-        writer.enqueue(path, {{"n", 3}});
+        writer.enqueue(path, {{"n", 2}});
         writer.writePending();
         QVERIFY(!QFile::exists(path));
     }

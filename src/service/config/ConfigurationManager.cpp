@@ -23,7 +23,8 @@ namespace {
 constexpr char kTag[] = "[ConfigurationManager]";
 
 const QString kCleanStartup = QStringLiteral("cleanStartup");
-// How long a write may lag its change: changes within this window reach the disk together.
+// How long a write may lag its change: its write begins within this, and changes within this
+// window reach the disk together.
 constexpr int kWriteLagMs = 250;
 
 // Moves an unreadable file out of the way under a name that says when, so that the next save
@@ -205,6 +206,7 @@ QJsonObject ConfigurationManager::readStoreFile(const QString& path)
 void ConfigurationManager::requestWrite(const QString& path, const QJsonObject& object)
 {
     // Costs a copy of shared data and a queued call: callers may save at every change.
+    const qint64 requestedMs = ConfigurationWriter::nowMs(); // the writer's lag runs from here
     QMutexLocker locker(&writeMutex);
     if (leftAlone.contains(path)) {
         return;
@@ -218,7 +220,9 @@ void ConfigurationManager::requestWrite(const QString& path, const QJsonObject& 
         return;
     }
     QMetaObject::invokeMethod(
-        writer.get(), [w = writer.get(), path, object]() { w->enqueue(path, object); }, Qt::QueuedConnection);
+        writer.get(),
+        [w = writer.get(), path, object, requestedMs]() { w->enqueue(path, object, requestedMs); },
+        Qt::QueuedConnection);
 }
 
 void ConfigurationManager::flush()
