@@ -1,7 +1,9 @@
+#include "Command.h"
 #include "CrashSandbox.h"
 #include "LocalHttpsService.h"
 #include "PrivateXServer.h"
 #include "TestFiles.h"
+#include "TopWindows.h"
 #include "crash/CrashReport.h"
 
 #include <QElapsedTimer>
@@ -15,7 +17,6 @@
 #include <algorithm>
 #include <csignal>
 #include <sys/resource.h>
-#include <xcb/xcb.h>
 
 namespace {
 constexpr int kWaitMs = 60000;
@@ -24,15 +25,9 @@ const QString kProgram = kReleaseBin + "/orvanta";
 const QString kRecorder = QStringLiteral(ORVANTA_RECORDER_PATH);
 const QString kStartupLine = QStringLiteral("Startup parameters: ");
 
-// Waits for the end while the loop runs: the virtual strip answers from this thread's loop.
 bool waitForEnd(QProcess& process)
 {
-    QElapsedTimer timer;
-    timer.start();
-    while (process.state() != QProcess::NotRunning && timer.elapsed() < kWaitMs) {
-        QTest::qWait(10);
-    }
-    return process.state() == QProcess::NotRunning;
+    return Command::waitForEnd(process, kWaitMs);
 }
 
 // Runs the program until it ends by itself; its output, standard error included.
@@ -57,12 +52,9 @@ struct Symbol
 // The program's functions as `nm -C -S` reads them.
 QHash<QString, Symbol> functionsOf(const QString& binary)
 {
-    QProcess nm;
-    nm.start("nm", {"-C", "-S", binary});
-    nm.waitForFinished(kWaitMs);
     QHash<QString, Symbol> out;
     static const QRegularExpression line(R"(^([0-9a-f]+) ([0-9a-f]+) [tTwW] (.+)$)");
-    for (const QString& text : QString::fromUtf8(nm.readAllStandardOutput()).split('\n')) {
+    for (const QString& text : Command::run("nm", {"-C", "-S", binary}).out.split('\n')) {
         const QRegularExpressionMatch m = line.match(text);
         if (m.hasMatch()) {
             out.insert(m.captured(3),
@@ -74,11 +66,8 @@ QHash<QString, Symbol> functionsOf(const QString& binary)
 
 QString readelfBuildId(const QString& binary)
 {
-    QProcess readelf;
-    readelf.start("readelf", {"-n", binary});
-    readelf.waitForFinished(kWaitMs);
     return QRegularExpression("Build ID: ([0-9a-f]+)")
-        .match(QString::fromUtf8(readelf.readAllStandardOutput()))
+        .match(Command::run("readelf", {"-n", binary}).out)
         .captured(1);
 }
 
@@ -93,57 +82,16 @@ quint64 programOffset(const CrashReport& report, quint64 address)
     }
     return offset;
 }
-struct XWindow
-{
-    QString title;
-    QImage picture;
-};
 
 // The viewable top-level windows of the WM_CLASS `className` on `display`, as a user sees them.
-QVector<XWindow> viewableWindows(const QString& display, const QByteArray& className)
+QVector<TopWindow> viewableWindows(const QString& display, const QByteArray& className)
 {
-    QVector<XWindow> out;
-    xcb_connection_t* c = xcb_connect(display.toLocal8Bit().constData(), nullptr);
-    xcb_query_tree_reply_t* tree =
-        xcb_connection_has_error(c)
-            ? nullptr
-            : xcb_query_tree_reply(
-                  c, xcb_query_tree(c, xcb_setup_roots_iterator(xcb_get_setup(c)).data->root), nullptr);
-    auto property = [c](xcb_window_t w, xcb_atom_t atom) {
-        xcb_get_property_reply_t* r = xcb_get_property_reply(
-            c, xcb_get_property(c, 0, w, atom, XCB_GET_PROPERTY_TYPE_ANY, 0, 1024), nullptr);
-        const QByteArray value = r ? QByteArray(static_cast<const char*>(xcb_get_property_value(r)),
-                                                xcb_get_property_value_length(r))
-                                   : QByteArray();
-        free(r);
-        return value;
-    };
-    for (int i = 0; tree && i < xcb_query_tree_children_length(tree); ++i) {
-        const xcb_window_t w = xcb_query_tree_children(tree)[i];
-        xcb_get_window_attributes_reply_t* attributes =
-            xcb_get_window_attributes_reply(c, xcb_get_window_attributes(c, w), nullptr);
-        const bool viewable = attributes && attributes->map_state == XCB_MAP_STATE_VIEWABLE;
-        free(attributes);
-        if (!viewable || !property(w, XCB_ATOM_WM_CLASS).split('\0').contains(className)) {
-            continue;
+    QVector<TopWindow> out;
+    for (const TopWindow& window : topWindows(display, className)) {
+        if (window.viewable && window.wmClass.contains(className)) {
+            out << window;
         }
-        xcb_get_geometry_reply_t* g = xcb_get_geometry_reply(c, xcb_get_geometry(c, w), nullptr);
-        xcb_get_image_reply_t* image =
-            g ? xcb_get_image_reply(
-                    c, xcb_get_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, w, 0, 0, g->width, g->height, ~0u),
-                    nullptr)
-              : nullptr;
-        XWindow window{QString::fromUtf8(property(w, XCB_ATOM_WM_NAME)), QImage()};
-        if (image && xcb_get_image_data_length(image) == g->width * g->height * 4) {
-            window.picture =
-                QImage(xcb_get_image_data(image), g->width, g->height, QImage::Format_RGB32).copy();
-        }
-        free(image);
-        free(g);
-        out << window;
     }
-    free(tree);
-    xcb_disconnect(c);
     return out;
 }
 } // namespace
@@ -358,13 +306,16 @@ private slots:
             return !(c == VirtualLedDevice::Rgb());
         }));
 
-        QVector<XWindow> windows;
+        QVector<TopWindow> windows;
         QTRY_VERIFY_WITH_TIMEOUT((windows = viewableWindows(server.display(), "CrashReporter")).size() == 1,
                                  kWaitMs);
         qInfo() << "reporter window" << timer.elapsed() << "ms after the start";
         QCOMPARE(windows.first().title, QString("Orvanta"));
+        const TopWindow& shown = windows.first();
         QVERIFY(QDir().mkpath("screenshots") &&
-                windows.first().picture.save("screenshots/crashreporter_after_crash.png"));
+                QImage(reinterpret_cast<const uchar*>(shown.pixels.constData()), shown.width, shown.height,
+                       QImage::Format_RGB32)
+                    .save("screenshots/crashreporter_after_crash.png"));
 
         QDir logs(box.logsDir());
         const QString log = QString::fromUtf8(
@@ -522,31 +473,28 @@ private slots:
         const QString report = box.dumpsDir() + "/" + box.dumps().first();
         const QRegularExpression firstName(R"(\b\w+::\w+\()");
 
-        QProcess print;
-        print.start(kReleaseBin + "/CrashReporter", {"--print", report});
-        QVERIFY(print.waitForFinished(kWaitMs));
-        const QString printed = QString::fromUtf8(print.readAllStandardOutput());
-        QVERIFY2(print.exitCode() == 0 && printed.contains("Modules:\n  0x"), qPrintable(printed));
+        const Command::Result print = Command::run(kReleaseBin + "/CrashReporter", {"--print", report}, {},
+                                                   {}, QProcess::SeparateChannels);
+        const QString& printed = print.out;
+        QVERIFY2(print.exitCode == 0 && printed.contains("Modules:\n  0x"), qPrintable(printed));
         QCOMPARE(firstName.match(printed).captured(0), QString("CrashTest::crashSegv("));
         QVERIFY(printed.contains(
             QRegularExpression("Fault PC: .*/orvanta\\+0x[0-9a-f]+ CrashTest::crashSegv\\(\\)")));
 
         for (const QString& binary : {QString(), QString(ORVANTA_BINARY_PATH)}) {
-            QProcess symbolize;
-            symbolize.start(QStringLiteral(ORVANTA_SOURCE_DIR "/scripts/symbolize-crash"),
-                            binary.isEmpty() ? QStringList{report} : QStringList{report, binary});
-            QVERIFY(symbolize.waitForFinished(kWaitMs));
-            const QString out =
-                QString::fromUtf8(symbolize.readAllStandardOutput() + symbolize.readAllStandardError());
+            const Command::Result symbolize =
+                Command::run(QStringLiteral(ORVANTA_SOURCE_DIR "/scripts/symbolize-crash"),
+                             binary.isEmpty() ? QStringList{report} : QStringList{report, binary});
+            const QString& out = symbolize.out;
             if (binary.isEmpty()) {
-                QVERIFY2(symbolize.exitCode() == 0, qPrintable(out));
+                QVERIFY2(symbolize.exitCode == 0, qPrintable(out));
                 QVERIFY2(QRegularExpression(
                              R"(Fault PC: 0x[0-9a-f]+ CrashTest::crashSegv\(\) at \S*CrashTest\.cpp:\d+)")
                              .match(out)
                              .hasMatch(),
                          qPrintable(out));
             } else {
-                QVERIFY2(symbolize.exitCode() != 0 && out.contains("another build") &&
+                QVERIFY2(symbolize.exitCode != 0 && out.contains("another build") &&
                              !out.contains("Fault PC"),
                          qPrintable(out));
             }
@@ -556,12 +504,11 @@ private slots:
     // The reporter needs no library of what may have crashed: no audio, capture, X or serial.
     void reporterLinks()
     {
-        QProcess readelf;
-        readelf.start("readelf", {"-d", kReleaseBin + "/CrashReporter"});
-        QVERIFY(readelf.waitForFinished(kWaitMs));
+        const Command::Result readelf = Command::run("readelf", {"-d", kReleaseBin + "/CrashReporter"});
+        QCOMPARE(readelf.exitCode, 0);
         // Only the library names: an address such as 0xcb70 must not read as xcb.
         QStringList libraries;
-        const QString dynamic = QString::fromUtf8(readelf.readAllStandardOutput());
+        const QString& dynamic = readelf.out;
         QRegularExpressionMatchIterator it =
             QRegularExpression("\\(NEEDED\\).*\\[([^]]+)\\]").globalMatch(dynamic);
         while (it.hasNext()) {
