@@ -4,7 +4,6 @@
 #include "../crash/CrashSandbox.h"
 #include "Command.h"
 #include "TestFiles.h"
-#include "TopWindows.h"
 #include "service/config/AutostartEntry.h"
 
 #include <QDirIterator>
@@ -20,6 +19,7 @@
 
 #include <csignal>
 #include <unistd.h>
+#include <xcb/xcb.h>
 
 namespace {
 
@@ -121,6 +121,51 @@ QSet<QString> treeOf(const QString& root)
         }
     }
     return paths;
+}
+
+// The WM_CLASS classes of the top-level windows of process `pid` on the X server in DISPLAY.
+QStringList windowClasses(qint64 pid)
+{
+    QStringList classes;
+    xcb_connection_t* c = xcb_connect(nullptr, nullptr);
+    if (xcb_connection_has_error(c)) {
+        xcb_disconnect(c);
+        return classes;
+    }
+    const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(c)).data->root;
+    xcb_intern_atom_reply_t* pidAtom =
+        xcb_intern_atom_reply(c, xcb_intern_atom(c, 0, 11, "_NET_WM_PID"), nullptr);
+    xcb_query_tree_reply_t* tree = xcb_query_tree_reply(c, xcb_query_tree(c, root), nullptr);
+    const auto property = [c](xcb_window_t window, xcb_atom_t name, xcb_atom_t type) {
+        QByteArray value;
+        xcb_get_property_reply_t* p =
+            xcb_get_property_reply(c, xcb_get_property(c, 0, window, name, type, 0, 256), nullptr);
+        if (p) {
+            value = QByteArray(static_cast<const char*>(xcb_get_property_value(p)),
+                               xcb_get_property_value_length(p));
+            free(p);
+        }
+        return value;
+    };
+    if (tree && pidAtom) {
+        const xcb_window_t* children = xcb_query_tree_children(tree);
+        for (int i = 0; i < xcb_query_tree_children_length(tree); ++i) {
+            const QByteArray owner = property(children[i], pidAtom->atom, XCB_ATOM_CARDINAL);
+            if (owner.size() != 4 || *reinterpret_cast<const quint32*>(owner.constData()) != quint32(pid)) {
+                continue;
+            }
+            // "instance\0class\0"
+            const QList<QByteArray> parts =
+                property(children[i], XCB_ATOM_WM_CLASS, XCB_ATOM_STRING).split('\0');
+            if (parts.size() >= 2) {
+                classes << QString::fromUtf8(parts[1]);
+            }
+        }
+    }
+    free(tree);
+    free(pidAtom);
+    xcb_disconnect(c);
+    return classes;
 }
 
 // Asks the program to quit as a session's end does, reading the strip meanwhile (its last frames
@@ -558,21 +603,15 @@ private slots:
             process.setProcessEnvironment(env);
             process.setProcessChannelMode(QProcess::MergedChannels);
             process.start();
-            const auto classes = [pid = quint32(process.processId())] {
-                QStringList out; // the class of each of its windows
-                for (const TopWindow& window : topWindows()) {
-                    if (window.pid == pid && window.wmClass.size() >= 2) {
-                        out << QString::fromUtf8(window.wmClass[1]);
-                    }
-                }
-                return out;
-            };
+            const qint64 pid = process.processId();
             const bool shown =
                 QTest::qWaitFor(
-                    [&] { return process.state() == QProcess::NotRunning || !classes().isEmpty(); },
+                    [&process, pid] {
+                        return process.state() == QProcess::NotRunning || !windowClasses(pid).isEmpty();
+                    },
                     kWaitMs) &&
                 process.state() == QProcess::Running;
-            const QStringList shownClasses = classes();
+            const QStringList shownClasses = windowClasses(pid);
             const bool ended = stop(process);
             const QByteArray output = process.readAll();
             if (!shown && attempt < 3 &&
