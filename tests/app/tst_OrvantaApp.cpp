@@ -1,3 +1,5 @@
+#include "AppRig.h"
+#include "Command.h"
 #include "DebianPackage.h"
 #include "LocalHttpsService.h"
 #include "LogCapture.h"
@@ -9,7 +11,6 @@
 #include "app/ShutdownSignals.h"
 #include "app/SingleInstance.h"
 #include "effects/panels/AbsWorkerWidget.h"
-#include "effects/panels/EffectPanelMaker.h"
 #include "effects/screensync/panels/FrameItem.h"
 #include "i18n/LanguageManager.h"
 #include "service/config/ConfigurationManager.h"
@@ -41,7 +42,7 @@ using TestWidgets::child;
 using TestWidgets::onModal;
 
 namespace {
-constexpr int kFoundMs = 15000;
+constexpr int kFoundMs = AppRig::kFoundMs;
 const QString kSingle = QStringLiteral("com.orvanta.singleColor.singleColor1");
 const QString kColourful = QStringLiteral("com.orvanta.colorful");
 const QRegularExpression kChinese(QStringLiteral("[\\x{4e00}-\\x{9fff}]"));
@@ -68,12 +69,10 @@ bool dropFileCapabilities()
 } // namespace
 
 // The application end to end in one process: real discovery on virtual strips, the real window.
-class TestOrvantaApp : public QObject
+class TestOrvantaApp : public QObject, private AppRig
 {
     Q_OBJECT
 private:
-    QString linkDir;
-    std::unique_ptr<OrvantaApp> app;
     LocalHttpsService service;
     QTemporaryDir scratch;
     QByteArray package; // a real one of kNewer
@@ -92,22 +91,6 @@ private:
         ScriptedReply deb;
         deb.body = package;
         service.setRoute(folder + "/orvanta.deb", deb);
-    }
-
-    QString link(const QString& name) const { return linkDir + '/' + name; }
-
-    // Starts the program and waits until `count` devices are bound.
-    bool start(int count)
-    {
-        qputenv("ORVANTA_EXTRA_PORTS", (linkDir + "/strip*").toUtf8());
-        app.reset(new OrvantaApp);
-        return QTest::qWaitFor([&] { return app->devices().controllerNames().size() == count; }, kFoundMs);
-    }
-
-    void stop()
-    {
-        app.reset();
-        TestFiles::flushDeletes();
     }
 
     ControlPage* page() { return app->window().controlPage(); }
@@ -204,14 +187,7 @@ private:
 private slots:
     void initTestCase()
     {
-        EffectPanelMaker::install(); // as the program's main does
-        // The program's data as installed beside it: groups, pictures, model defaults, languages.
-        for (const char* folder : {"effects", "images", "controler_config", "languages"}) {
-            QVERIFY(TestFiles::copyTree(QStringLiteral(ORVANTA_BIN_DIR "/") + folder, folder));
-        }
-        linkDir = QDir::currentPath() + "/links";
-        QDir(linkDir).removeRecursively();
-        QVERIFY(QDir().mkpath(linkDir));
+        prepareApp();
         QCoreApplication::setApplicationVersion(kRunning);
         QVERIFY2(service.start(), qPrintable(service.errorString()));
         package = makeDebianPackage(scratch.path(), "orvanta", kNewer);
@@ -279,10 +255,8 @@ private slots:
         QTest::addColumn<bool>("soundPackage");
         QTest::addColumn<QString>("path");
         QTest::addColumn<QString>("warning");
-        QTest::newRow("hash mismatch") << false << "recorder"
-                                       << "SHA-256 mismatch";
-        QTest::newRow("no pkexec on PATH") << true << "none"
-                                           << "pkexec is not on PATH";
+        QTest::newRow("hash mismatch") << false << QString("recorder") << "SHA-256 mismatch";
+        QTest::newRow("no pkexec on PATH") << true << QString("none") << "pkexec is not on PATH";
     }
     void updateNotInstalled()
     {
@@ -801,17 +775,9 @@ private slots:
     void portNotice()
     {
         if (::geteuid() == 0 && qgetenv("ORVANTA_TEST_NO_DAC") != "1") {
-            QProcess child;
-            QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-            env.insert("ORVANTA_TEST_NO_DAC", "1");
-            child.setProcessEnvironment(env);
-            child.setProcessChannelMode(QProcess::MergedChannels);
-            child.start(QCoreApplication::applicationFilePath(), {"portNotice"});
-            const bool ended = child.waitForFinished(240000);
-            const QByteArray output = child.readAll();
-            QVERIFY2(ended && child.exitStatus() == QProcess::NormalExit && child.exitCode() == 0,
-                     output.right(8000).constData());
-            QVERIFY(output.contains("PASS   : TestOrvantaApp::portNotice()"));
+            const Command::Result child = Command::rerun({"portNotice"}, {{"ORVANTA_TEST_NO_DAC", "1"}});
+            QVERIFY2(child.exitCode == 0, qPrintable(child.out.right(8000)));
+            QVERIFY(child.out.contains("PASS   : TestOrvantaApp::portNotice()"));
             return;
         }
         QVERIFY(::geteuid() != 0 || dropFileCapabilities());

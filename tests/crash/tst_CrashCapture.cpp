@@ -1,3 +1,4 @@
+#include "Command.h"
 #include "CrashSandbox.h"
 #include "LocalHttpsService.h"
 #include "PrivateXServer.h"
@@ -24,15 +25,9 @@ const QString kProgram = kReleaseBin + "/orvanta";
 const QString kRecorder = QStringLiteral(ORVANTA_RECORDER_PATH);
 const QString kStartupLine = QStringLiteral("Startup parameters: ");
 
-// Waits for the end while the loop runs: the virtual strip answers from this thread's loop.
 bool waitForEnd(QProcess& process)
 {
-    QElapsedTimer timer;
-    timer.start();
-    while (process.state() != QProcess::NotRunning && timer.elapsed() < kWaitMs) {
-        QTest::qWait(10);
-    }
-    return process.state() == QProcess::NotRunning;
+    return Command::waitForEnd(process, kWaitMs);
 }
 
 // Runs the program until it ends by itself; its output, standard error included.
@@ -57,12 +52,9 @@ struct Symbol
 // The program's functions as `nm -C -S` reads them.
 QHash<QString, Symbol> functionsOf(const QString& binary)
 {
-    QProcess nm;
-    nm.start("nm", {"-C", "-S", binary});
-    nm.waitForFinished(kWaitMs);
     QHash<QString, Symbol> out;
     static const QRegularExpression line(R"(^([0-9a-f]+) ([0-9a-f]+) [tTwW] (.+)$)");
-    for (const QString& text : QString::fromUtf8(nm.readAllStandardOutput()).split('\n')) {
+    for (const QString& text : Command::run("nm", {"-C", "-S", binary}).out.split('\n')) {
         const QRegularExpressionMatch m = line.match(text);
         if (m.hasMatch()) {
             out.insert(m.captured(3),
@@ -74,11 +66,8 @@ QHash<QString, Symbol> functionsOf(const QString& binary)
 
 QString readelfBuildId(const QString& binary)
 {
-    QProcess readelf;
-    readelf.start("readelf", {"-n", binary});
-    readelf.waitForFinished(kWaitMs);
     return QRegularExpression("Build ID: ([0-9a-f]+)")
-        .match(QString::fromUtf8(readelf.readAllStandardOutput()))
+        .match(Command::run("readelf", {"-n", binary}).out)
         .captured(1);
 }
 
@@ -522,31 +511,28 @@ private slots:
         const QString report = box.dumpsDir() + "/" + box.dumps().first();
         const QRegularExpression firstName(R"(\b\w+::\w+\()");
 
-        QProcess print;
-        print.start(kReleaseBin + "/CrashReporter", {"--print", report});
-        QVERIFY(print.waitForFinished(kWaitMs));
-        const QString printed = QString::fromUtf8(print.readAllStandardOutput());
-        QVERIFY2(print.exitCode() == 0 && printed.contains("Modules:\n  0x"), qPrintable(printed));
+        const Command::Result print = Command::run(kReleaseBin + "/CrashReporter", {"--print", report}, {},
+                                                   {}, QProcess::SeparateChannels);
+        const QString& printed = print.out;
+        QVERIFY2(print.exitCode == 0 && printed.contains("Modules:\n  0x"), qPrintable(printed));
         QCOMPARE(firstName.match(printed).captured(0), QString("CrashTest::crashSegv("));
         QVERIFY(printed.contains(
             QRegularExpression("Fault PC: .*/orvanta\\+0x[0-9a-f]+ CrashTest::crashSegv\\(\\)")));
 
         for (const QString& binary : {QString(), QString(ORVANTA_BINARY_PATH)}) {
-            QProcess symbolize;
-            symbolize.start(QStringLiteral(ORVANTA_SOURCE_DIR "/scripts/symbolize-crash"),
-                            binary.isEmpty() ? QStringList{report} : QStringList{report, binary});
-            QVERIFY(symbolize.waitForFinished(kWaitMs));
-            const QString out =
-                QString::fromUtf8(symbolize.readAllStandardOutput() + symbolize.readAllStandardError());
+            const Command::Result symbolize =
+                Command::run(QStringLiteral(ORVANTA_SOURCE_DIR "/scripts/symbolize-crash"),
+                             binary.isEmpty() ? QStringList{report} : QStringList{report, binary});
+            const QString& out = symbolize.out;
             if (binary.isEmpty()) {
-                QVERIFY2(symbolize.exitCode() == 0, qPrintable(out));
+                QVERIFY2(symbolize.exitCode == 0, qPrintable(out));
                 QVERIFY2(QRegularExpression(
                              R"(Fault PC: 0x[0-9a-f]+ CrashTest::crashSegv\(\) at \S*CrashTest\.cpp:\d+)")
                              .match(out)
                              .hasMatch(),
                          qPrintable(out));
             } else {
-                QVERIFY2(symbolize.exitCode() != 0 && out.contains("another build") &&
+                QVERIFY2(symbolize.exitCode != 0 && out.contains("another build") &&
                              !out.contains("Fault PC"),
                          qPrintable(out));
             }
@@ -556,12 +542,11 @@ private slots:
     // The reporter needs no library of what may have crashed: no audio, capture, X or serial.
     void reporterLinks()
     {
-        QProcess readelf;
-        readelf.start("readelf", {"-d", kReleaseBin + "/CrashReporter"});
-        QVERIFY(readelf.waitForFinished(kWaitMs));
+        const Command::Result readelf = Command::run("readelf", {"-d", kReleaseBin + "/CrashReporter"});
+        QCOMPARE(readelf.exitCode, 0);
         // Only the library names: an address such as 0xcb70 must not read as xcb.
         QStringList libraries;
-        const QString dynamic = QString::fromUtf8(readelf.readAllStandardOutput());
+        const QString& dynamic = readelf.out;
         QRegularExpressionMatchIterator it =
             QRegularExpression("\\(NEEDED\\).*\\[([^]]+)\\]").globalMatch(dynamic);
         while (it.hasNext()) {

@@ -1,9 +1,9 @@
+#include "Command.h"
 #include "LocalHttpsService.h"
 #include "TestFiles.h"
 #include "crash/CrashReport.h"
 #include "crash/CrashReportFormat.h"
 #include "crash/QBreakpadHandler.h"
-#include "crash/QBreakpadHttpUploader.h"
 #include "crash/reporter/CrashReportQueue.h"
 #include "crash/reporter/CrashReporterProgram.h"
 #include "crash/reporter/CrashReporterWindow.h"
@@ -104,11 +104,14 @@ private:
         return folder;
     }
 
-    void goOnline(bool online, LocalHttpsService::Security security = LocalHttpsService::Security::Trusted)
+    // "on", "off", "untrusted" (its certificate), or "fail" (a service whose every answer is an error).
+    void goOnline(const QString& how)
     {
-        service.setSecurity(security);
+        service.setSecurity(how == "untrusted" ? LocalHttpsService::Security::Untrusted
+                                               : LocalHttpsService::Security::Trusted);
         service.clearRecords();
-        qputenv("ORVANTA_SERVICE_URL", online ? service.baseUrl().toString().toUtf8() : QByteArray("off"));
+        const QString base = service.baseUrl().toString() + (how == "fail" ? "/fail" : "");
+        qputenv("ORVANTA_SERVICE_URL", how == "off" ? QByteArray("off") : base.toUtf8());
         qputenv("ORVANTA_SERVICE_CA", service.caFile().toUtf8());
     }
 
@@ -122,62 +125,6 @@ private slots:
         QVERIFY2(service.start(), qPrintable(service.errorString()));
         service.setRoute("/v1/crash", ScriptedReply::json("{}"));
         service.setRoute("/fail/v1/crash", ScriptedReply::json("{\"error\": 1}", 500));
-    }
-
-    // One upload: the three parts in order under the crash's own User-Agent; a good reply deletes
-    // the report, any failure keeps it; what is no report, or too big, is set aside unsent.
-    void upload_data()
-    {
-        QTest::addColumn<QString>("odd");
-        QTest::addColumn<bool>("online");
-        QTest::addColumn<bool>("trusted");
-        QTest::addColumn<QString>("prefix");
-        QTest::addColumn<int>("posted");
-        QTest::addColumn<QString>("left"); // what is left of the file: "", ".dmp" or ".dmp.bad"
-        QTest::newRow("good reply: deleted") << "" << true << true << "" << 1 << "";
-        QTest::newRow("error reply: kept") << "" << true << true << "/fail" << 1 << ".dmp";
-        QTest::newRow("untrusted certificate: nothing posted, kept")
-            << "" << true << false << "" << 0 << ".dmp";
-        QTest::newRow("online services off: kept") << "" << false << true << "" << 0 << ".dmp";
-        QTest::newRow("junk: set aside") << "junk" << true << true << "" << 0 << ".dmp.bad";
-        QTest::newRow("2 MiB: set aside") << "big" << true << true << "" << 0 << ".dmp.bad";
-    }
-    void upload()
-    {
-        QFETCH(QString, odd);
-        QFETCH(bool, online);
-        QFETCH(bool, trusted);
-        QFETCH(QString, prefix);
-        QFETCH(int, posted);
-        QFETCH(QString, left);
-        const QString folder = dumpFolder(odd.isEmpty() ? 1 : 0, {odd});
-        const QString name = QDir(folder).entryList({"*.dmp"}).first();
-        const QString path = folder + "/" + name;
-        const QByteArray bytes = TestFiles::read(path);
-        goOnline(online,
-                 trusted ? LocalHttpsService::Security::Trusted : LocalHttpsService::Security::Untrusted);
-        QBreakpadHttpUploader uploader(online ? QUrl(service.baseUrl().toString() + prefix + "/v1/crash")
-                                              : QUrl());
-        QSignalSpy done(&uploader, &QBreakpadHttpUploader::done);
-        uploader.uploadDump(path);
-        QTRY_COMPARE_WITH_TIMEOUT(done.size(), 1, kWaitMs);
-        QCOMPARE(posts(), posted);
-        const QString base = path.left(path.size() - 4);
-        QCOMPARE(QFileInfo::exists(base + ".dmp"), left == ".dmp");
-        QCOMPARE(QFileInfo::exists(base + ".dmp.bad"), left == ".dmp.bad");
-        QCOMPARE(done.first().at(0).toBool(), left.isEmpty());
-        if (posted > 0) {
-            const RecordedRequest request = service.requests().first();
-            QCOMPARE(request.method, QByteArray("POST"));
-            QCOMPARE(request.header("User-Agent"), "orvanta/" + kVersion);
-            const QByteArray& body = request.body;
-            const int prod = body.indexOf("form-data; name=\"prod\"\r\n\r\norvanta\r\n");
-            const int ver = body.indexOf("form-data; name=\"ver\"\r\n\r\n" + kVersion + "\r\n");
-            const int file =
-                body.indexOf("form-data; name=\"upload_file_minidump\"; filename=\"" + name.toUtf8() + "\"");
-            QVERIFY2(prod > 0 && ver > prod && file > ver && body.indexOf(bytes) > file,
-                     body.left(600).constData());
-        }
     }
 
     // The handler's path and URL rules.
@@ -198,47 +145,49 @@ private slots:
         QDir(QCoreApplication::applicationDirPath() + "/relative").removeRecursively();
     }
 
-    // Through the window: the decision covers every undecided report, a failure keeps both files
-    // for the next start, a declined report is never posted, and what is no report is set aside.
+    // Through the window: the decision covers every undecided report, each posted as three parts
+    // in order under the crash's own User-Agent; a failure keeps both files for the next start, a
+    // declined report is never posted, and what is no report (junk, or too big) is set aside.
     void window_data()
     {
         QTest::addColumn<int>("reports");
         QTest::addColumn<QStringList>("odd");
-        QTest::addColumn<bool>("online");
-        QTest::addColumn<bool>("trusted");
+        QTest::addColumn<QString>("reach"); // the service, as goOnline takes it
         QTest::addColumn<bool>("send");
         QTest::addColumn<QString>("earlier");
         QTest::addColumn<int>("posted");
         QTest::addColumn<int>("consents");    // left for the next start
         QTest::addColumn<int>("postedLater"); // by the next start's --retry
-        QTest::newRow("send: posted once") << 1 << QStringList() << true << true << true << "" << 1 << 0 << 0;
+        const QStringList none;
+        QTest::newRow("send: posted once") << 1 << none << "on" << true << "" << 1 << 0 << 0;
         QTest::newRow("three undecided share the decision")
-            << 3 << QStringList() << true << true << true << "以及 2 份更早的报告" << 3 << 0 << 0;
-        QTest::newRow("two undecided")
-            << 2 << QStringList() << true << true << false << "以及 1 份更早的报告" << 0 << 0 << 0;
+            << 3 << none << "on" << true << "以及 2 份更早的报告" << 3 << 0 << 0;
+        QTest::newRow("two undecided") << 2 << none << "on" << false << "以及 1 份更早的报告" << 0 << 0 << 0;
+        QTest::newRow("error reply: both files kept") << 1 << none << "fail" << true << "" << 1 << 1 << 1;
         QTest::newRow("untrusted: nothing posted, both files kept")
-            << 1 << QStringList() << true << false << true << "" << 0 << 1 << 1;
+            << 1 << none << "untrusted" << true << "" << 0 << 1 << 1;
         QTest::newRow("offline at consent: the next start sends it once")
-            << 1 << QStringList() << false << true << true << "" << 0 << 1 << 1;
-        QTest::newRow("don't send: never posted")
-            << 1 << QStringList() << true << true << false << "" << 0 << 0 << 0;
-        QTest::newRow("junk and 2 MiB set aside") << 1 << QStringList{"junk", "big"} << true << true << true
-                                                  << "以及 2 份更早的报告" << 1 << 0 << 0;
+            << 1 << none << "off" << true << "" << 0 << 1 << 1;
+        QTest::newRow("don't send: never posted") << 1 << none << "on" << false << "" << 0 << 0 << 0;
+        QTest::newRow("junk and 2 MiB set aside")
+            << 1 << QStringList{"junk", "big"} << "on" << true << "以及 2 份更早的报告" << 1 << 0 << 0;
     }
     void window()
     {
         QFETCH(int, reports);
         QFETCH(QStringList, odd);
-        QFETCH(bool, online);
-        QFETCH(bool, trusted);
+        QFETCH(QString, reach);
         QFETCH(bool, send);
         QFETCH(QString, earlier);
         QFETCH(int, posted);
         QFETCH(int, consents);
         QFETCH(int, postedLater);
         const QString folder = dumpFolder(reports, odd);
-        goOnline(online,
-                 trusted ? LocalHttpsService::Security::Trusted : LocalHttpsService::Security::Untrusted);
+        QMap<QByteArray, QByteArray> dumps; // by file name
+        for (const QString& name : QDir(folder).entryList({"*.dmp"})) {
+            dumps.insert(name.toUtf8(), TestFiles::read(folder + "/" + name));
+        }
+        goOnline(reach);
         CrashReportQueue queue(folder);
         const QStringList undecided = queue.undecided();
         QCOMPARE(undecided.size(), reports + odd.size());
@@ -258,6 +207,20 @@ private slots:
             }
         }
         QCOMPARE(posts(), posted);
+        for (const RecordedRequest& request : service.requests()) {
+            QCOMPARE(request.method, QByteArray("POST"));
+            QCOMPARE(request.header("User-Agent"), "orvanta/" + kVersion);
+            const QByteArray& body = request.body;
+            const int prod = body.indexOf("form-data; name=\"prod\"\r\n\r\norvanta\r\n");
+            const int ver = body.indexOf("form-data; name=\"ver\"\r\n\r\n" + kVersion + "\r\n");
+            const QByteArray part = "form-data; name=\"upload_file_minidump\"; filename=\"";
+            const int file = body.indexOf(part);
+            const QByteArray name =
+                body.mid(file + part.size(), body.indexOf('"', file + part.size()) - file - part.size());
+            QVERIFY2(prod > 0 && ver > prod && file > ver && dumps.contains(name) &&
+                         body.indexOf(dumps.value(name)) > file,
+                     body.left(600).constData());
+        }
         QCOMPARE(QDir(folder).entryList({"*.consent"}).size(), consents);
         QCOMPARE(QDir(folder).entryList({"*.dmp"}).size(), consents);
         QCOMPARE(QDir(folder).entryList({"*.dmp.bad"}).size(), odd.size());
@@ -265,7 +228,7 @@ private slots:
         QCOMPARE(QDir(folder).entryList({"*.lock"}).size(), 0);
 
         // The next two starts with the services on: what was agreed goes once, then nothing.
-        goOnline(true);
+        goOnline("on");
         for (int expected : {postedLater, 0}) {
             service.clearRecords();
             CrashSender retry(&queue);
@@ -284,7 +247,7 @@ private slots:
         QVERIFY(QDir().mkpath(config) && QDir().rename(dumpFolder(3), folder));
         CrashReportQueue queue(folder);
         queue.agree(queue.undecided());
-        goOnline(true);
+        goOnline("on");
         service.setRoute("/v1/crash", [] {
             ScriptedReply slow = ScriptedReply::json("{}");
             slow.delayMs = 500; // the second starts while the first is still sending
@@ -406,10 +369,8 @@ private slots:
         QTest::addColumn<QString>("send");
         QTest::addColumn<int>("scale");
         for (int scale : {1, 2}) {
-            QTest::addRow("Chinese %dx", scale) << "zh_CN"
-                                                << "发送报告" << scale;
-            QTest::addRow("English %dx", scale) << "en"
-                                                << "Send report" << scale;
+            QTest::addRow("Chinese %dx", scale) << QString("zh_CN") << "发送报告" << scale;
+            QTest::addRow("English %dx", scale) << QString("en") << "Send report" << scale;
         }
     }
     void screenshots()
@@ -422,17 +383,10 @@ private slots:
                 QSKIP("another scale's row");
             }
             // The scale is fixed when the application starts: this row runs in a second process.
-            QProcess child;
-            QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-            env.insert("QT_SCALE_FACTOR", QString::number(scale));
-            child.setProcessEnvironment(env);
-            child.setProcessChannelMode(QProcess::MergedChannels);
-            child.start(QCoreApplication::applicationFilePath(),
-                        {QString("screenshots:") + QTest::currentDataTag()});
-            QVERIFY(child.waitForFinished(kWaitMs * 3));
-            const QString output = QString::fromUtf8(child.readAll());
-            QVERIFY2(child.exitCode() == 0 && output.contains("PASS   : TestCrashReporter::screenshots("),
-                     qPrintable(output.right(3000)));
+            const Command::Result child = Command::rerun({QString("screenshots:") + QTest::currentDataTag()},
+                                                         {{"QT_SCALE_FACTOR", QString::number(scale)}});
+            QVERIFY2(child.exitCode == 0 && child.out.contains("PASS   : TestCrashReporter::screenshots("),
+                     qPrintable(child.out.right(3000)));
             return;
         }
         QTranslator translator;
@@ -442,7 +396,7 @@ private slots:
         }
         const auto removeTranslator =
             qScopeGuard([&translator] { QCoreApplication::removeTranslator(&translator); });
-        goOnline(false);
+        goOnline("off");
         const QString folder = dumpFolder(2);
         CrashReportQueue queue(folder);
         const QString path = queue.path(queue.undecided().first());

@@ -1,10 +1,10 @@
 #include "FakeLogind.h"
 #include "PrivateBus.h"
+#include "Sandbox.h"
 #include "TestFiles.h"
 #include "VirtualLedDevice.h"
 
 #include <QProcess>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include <memory>
@@ -29,29 +29,31 @@ class TestSleep : public QObject
 {
     Q_OBJECT
 private:
-    QTemporaryDir root{QDir::tempPath() + "/s-XXXXXX"}; // short: the program's socket path must fit
+    Sandbox box;
     PrivateBus bus;
     std::unique_ptr<VirtualLedDevice> devices[4];
+    int started[4] = {}; // the devices' salutations before the program's start
     QProcess program;
 
-    QString link(int i) const { return root.filePath(QStringLiteral("tty") + kNames[i]); }
+    QString link(int i) const { return box.root.filePath(QStringLiteral("tty") + kNames[i]); }
     void startProgram(const QString& systemBus = QString())
     {
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert("HOME", root.path());
-        env.insert("XDG_CONFIG_HOME", root.filePath("config"));
-        env.insert("XDG_DATA_HOME", root.filePath("data"));
-        env.insert("XDG_RUNTIME_DIR", root.filePath("runtime"));
-        env.insert("QT_QPA_PLATFORM", "offscreen");
-        env.remove("DISPLAY");
-        env.insert("DBUS_SYSTEM_BUS_ADDRESS", systemBus.isNull() ? bus.address() : systemBus);
-        env.insert("ORVANTA_EXTRA_PORTS", root.filePath("tty?"));
-        env.insert("LSAN_OPTIONS", "suppressions=" ORVANTA_LSAN_SUPPRESSIONS ":fast_unwind_on_malloc=0");
-        program.setProcessEnvironment(env);
-        program.setWorkingDirectory(root.path());
+        for (int i = 0; i < 4; ++i) {
+            started[i] = devices[i]->salutations();
+        }
+        box.prepare(program, {},
+                    {{"DISPLAY", {}},
+                     {"DBUS_SYSTEM_BUS_ADDRESS", systemBus.isNull() ? bus.address() : systemBus},
+                     {"ORVANTA_EXTRA_PORTS", box.root.filePath("tty?")}});
         program.setProcessChannelMode(QProcess::MergedChannels);
-        program.start(ORVANTA_BINARY_PATH, QStringList());
+        program.start();
         QVERIFY(program.waitForStarted());
+    }
+    // Every strip saluted since the start.
+    bool allSaluted() const
+    {
+        return std::all_of(std::begin(devices), std::end(devices),
+                           [&](const auto& d) { return d->salutations() > started[&d - devices]; });
     }
     // What the program printed, once it ended well.
     QString stopProgram()
@@ -79,11 +81,8 @@ private:
 private slots:
     void initTestCase()
     {
-        QVERIFY(root.isValid());
+        QVERIFY(box.root.isValid());
         QVERIFY2(bus.start(), qPrintable(bus.errorString()));
-        QDir().mkpath(root.filePath("runtime"));
-        QFile::setPermissions(root.filePath("runtime"),
-                              QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
         for (int i = 0; i < 4; ++i) {
             // A brightness other than the model's 0.8: a device back from sleep shows its own. D's
             // 600 LEDs at 30 frames a second are 54 kB/s: its terminal stays full.
@@ -92,10 +91,9 @@ private slots:
                                  "workMode": "com.orvanta.colorful", "subMode": "com.orvanta.colorful.flowingEffect"})"
                            : R"({"nbLeds": 72, "lines": [18, 36, 18], "brightness": 0.5, "enable": true,
                                  "workMode": "com.orvanta.singleColor", "subMode": "com.orvanta.singleColor.singleColor1"})";
-            QVERIFY(
-                TestFiles::write(root.filePath(QStringLiteral("config/orvanta/controllers/OV5512%3A%1.json")
-                                                   .arg(QString::number(kNames[i][0], 16).toUpper())),
-                                 settings));
+            QVERIFY(TestFiles::write(box.configDir() + QStringLiteral("/controllers/OV5512%3A%1.json")
+                                                           .arg(QString::number(kNames[i][0], 16).toUpper()),
+                                     settings));
             devices[i] = std::make_unique<VirtualLedDevice>();
             devices[i]->setReply(QByteArray("OV5512,") + kNames[i] + "\r\n");
             QVERIFY(devices[i]->open(link(i)));
@@ -109,22 +107,15 @@ private slots:
         QTest::addColumn<QString>("systemBus"); // null: the private bus, with no login manager on it
         QTest::addColumn<QString>("line");
         QTest::newRow("no login manager") << QString() << "[SleepWatcher]: No login manager to wait for";
-        QTest::newRow("no system bus") << "unix:path=" + root.filePath("nothing-listens")
+        QTest::newRow("no system bus") << "unix:path=" + box.root.filePath("nothing-listens")
                                        << "[SleepWatcher]: No system bus, so the strips stay lit";
     }
     void noLoginManager()
     {
         QFETCH(QString, systemBus);
         QFETCH(QString, line);
-        int started[4];
-        for (int i = 0; i < 4; ++i) {
-            started[i] = devices[i]->salutations();
-        }
         startProgram(systemBus);
-        QTRY_VERIFY_WITH_TIMEOUT(
-            allLit() && std::all_of(std::begin(devices), std::end(devices),
-                                    [&](const auto& d) { return d->salutations() > started[&d - devices]; }),
-            30000);
+        QTRY_VERIFY_WITH_TIMEOUT(allLit() && allSaluted(), 30000);
         const QString output = stopProgram();
         QCOMPARE(output.count(line), 1);
         QCOMPARE(output.count("[SleepWatcher]"), 1);
@@ -138,15 +129,7 @@ private slots:
     {
         FakeLogind logind;
         QVERIFY2(logind.start(bus.address()), qPrintable(logind.errorString()));
-        int started[4];
-        for (int i = 0; i < 4; ++i) {
-            started[i] = devices[i]->salutations();
-        }
         startProgram();
-        const auto allSaluted = [&] {
-            return std::all_of(std::begin(devices), std::end(devices),
-                               [&](const auto& d) { return d->salutations() > started[&d - devices]; });
-        };
         QTRY_VERIFY_WITH_TIMEOUT(allSaluted() && allLit() && logind.locksHeld("delay") == 1, 30000);
         devices[kSlow]->setReadRate(1000);
         QTest::qWait(2000); // its terminal fills

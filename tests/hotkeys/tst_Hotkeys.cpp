@@ -1,3 +1,4 @@
+#include "AppRig.h"
 #include "LogCapture.h"
 #include "PrivateXwayland.h"
 #include "Sandbox.h"
@@ -6,7 +7,6 @@
 #include "TestWidgets.h"
 #include "X11Peer.h"
 #include "app/OrvantaApp.h"
-#include "effects/panels/EffectPanelMaker.h"
 #include "hotkeys/HotkeyBinding.h"
 #include "hotkeys/QHotkey.h"
 #include "hotkeys/editor/HotKeyEditWidget.h"
@@ -33,7 +33,7 @@ using TestWidgets::child;
 using TestWidgets::onModal;
 
 namespace {
-constexpr int kFoundMs = 15000;
+constexpr int kFoundMs = AppRig::kFoundMs;
 const QString kColourful = QStringLiteral("com.orvanta.colorful");
 const QString kNext = QStringLiteral("com_orvanta_hotkey_nextEffect");
 const QString kUp = QStringLiteral("com_orvanta_hotkey_increaseBrightness");
@@ -64,29 +64,12 @@ int rowOf(QAbstractItemModel* model, const QString& description)
 
 // The global hotkeys from another program's window, on a private X server: the program object
 // here and the program itself, both on the sandbox's folders; X11Peer is the other program.
-class TestHotkeys : public QObject
+class TestHotkeys : public QObject, private AppRig
 {
     Q_OBJECT
 private:
     Sandbox box;
-    QString linkDir;
     X11Peer peer;
-    std::unique_ptr<OrvantaApp> app;
-
-    QString link(const QString& name) const { return linkDir + '/' + name; }
-
-    bool start(int count)
-    {
-        qputenv("ORVANTA_EXTRA_PORTS", (linkDir + "/strip*").toUtf8());
-        app.reset(new OrvantaApp);
-        return QTest::qWaitFor([&] { return app->devices().controllerNames().size() == count; }, kFoundMs);
-    }
-
-    void stop()
-    {
-        app.reset();
-        TestFiles::flushDeletes();
-    }
 
     // Ctrl+Alt+Shift and the key, as a user presses them in the peer's window.
     void press(quint32 keysym) { peer.tap({XK_Control_L, XK_Alt_L, XK_Shift_L, keysym}); }
@@ -145,13 +128,7 @@ private slots:
         qputenv("HOME", box.root.path().toUtf8());
         qputenv("XDG_CONFIG_HOME", box.configHome().toUtf8());
         qputenv("XDG_DATA_HOME", box.root.filePath("data").toUtf8());
-        EffectPanelMaker::install();
-        for (const char* folder : {"effects", "images", "controler_config", "languages"}) {
-            QVERIFY(TestFiles::copyTree(QStringLiteral(ORVANTA_BIN_DIR "/") + folder, folder));
-        }
-        linkDir = QDir::currentPath() + "/links";
-        QDir(linkDir).removeRecursively();
-        QVERIFY(QDir().mkpath(linkDir));
+        prepareApp();
         QVERIFY2(peer.open(QString::fromLocal8Bit(qgetenv("DISPLAY"))), qPrintable(peer.errorString()));
     }
 
@@ -408,20 +385,18 @@ private slots:
     {
         QTest::addColumn<QString>("pasted"); // empty: pressed through XTest
         QTest::addColumn<QString>("logged");
+        const QString invalid = "[OrvantaApp]: Invalid hotkey:";
         QTest::newRow("pasted Ctrl+Alt+Shift+F9")
             << "Ctrl+Alt+Shift+F9"
-            << "[OrvantaApp]: The hotkey binding has been changed: Ctrl+Alt+Shift+F9";
-        QTest::newRow("pressed Ctrl+Alt+Shift+F8") << ""
-                                                   << "[OrvantaApp]: Invalid hotkey:";
-        QTest::newRow("Ctrl+") << "Ctrl+"
-                               << "[OrvantaApp]: Invalid hotkey:";
-        QTest::newRow("another action's keys") << "Ctrl+Alt+Shift+Down"
-                                               << "[OrvantaApp]: Invalid hotkey:";
-        QTest::newRow("held by another program") << "Ctrl+Alt+Shift+F7"
-                                                 << "Failed to register Ctrl+Alt+Shift+F7. Error: BadAccess";
+            << QString("[OrvantaApp]: The hotkey binding has been changed: Ctrl+Alt+Shift+F9");
+        QTest::newRow("pressed Ctrl+Alt+Shift+F8") << QString() << invalid;
+        QTest::newRow("Ctrl+") << "Ctrl+" << invalid;
+        QTest::newRow("another action's keys") << "Ctrl+Alt+Shift+Down" << invalid;
+        QTest::newRow("held by another program")
+            << "Ctrl+Alt+Shift+F7" << QString("Failed to register Ctrl+Alt+Shift+F7. Error: BadAccess");
         // The row's description names no action (as a stale translation would): no id to rebind.
-        QTest::newRow("unknown description") << "Ctrl+Alt+Shift+F9"
-                                             << "[OrvantaApp]: Not found the hotkey action";
+        QTest::newRow("unknown description")
+            << "Ctrl+Alt+Shift+F9" << QString("[OrvantaApp]: Not found the hotkey action");
     }
     void rebinding()
     {
@@ -578,18 +553,12 @@ private slots:
     {
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("problem");
-        QTest::newRow("Ctrl+Alt+Shift+F9") << "Ctrl+Alt+Shift+F9"
-                                           << "";
-        QTest::newRow("lower case") << "ctrl+alt+shift+right"
-                                    << "";
-        QTest::newRow("Ctrl+") << "Ctrl+"
-                               << "\"Ctrl+\" names no key";
-        QTest::newRow("pressed text") << "Ctrl+F10F10"
-                                      << "\"Ctrl+F10F10\" names no key";
-        QTest::newRow("two steps") << "F10, F11"
-                                   << "\"F10, F11\" is more than one combination";
-        QTest::newRow("empty") << ""
-                               << "no keys";
+        QTest::newRow("Ctrl+Alt+Shift+F9") << QString("Ctrl+Alt+Shift+F9") << "";
+        QTest::newRow("lower case") << QString("ctrl+alt+shift+right") << "";
+        QTest::newRow("Ctrl+") << QString("Ctrl+") << "\"Ctrl+\" names no key";
+        QTest::newRow("pressed text") << QString("Ctrl+F10F10") << "\"Ctrl+F10F10\" names no key";
+        QTest::newRow("two steps") << QString("F10, F11") << "\"F10, F11\" is more than one combination";
+        QTest::newRow("empty") << QString("") << "no keys";
     }
     void keyTexts()
     {

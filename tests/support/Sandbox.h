@@ -16,6 +16,7 @@ struct Sandbox
     static constexpr int waitMs = 60000;
     QTemporaryDir root{QDir::tempPath() + "/s-XXXXXX"}; // short: the socket's path must fit in sun_path
     QString program = QStringLiteral(ORVANTA_BINARY_PATH);
+    QString mainLogNames = QStringLiteral("^(?!loop_)"); // the log files `mainLog` reads
 
     Sandbox()
     {
@@ -39,7 +40,7 @@ struct Sandbox
     QString mainLog() const
     {
         QString text;
-        for (const QString& name : logFiles().filter(QRegularExpression("^(?!loop_)"))) {
+        for (const QString& name : logFiles().filter(QRegularExpression(mainLogNames))) {
             text += QString::fromUtf8(TestFiles::read(QDir(logsDir()).filePath(name)));
         }
         return text;

@@ -1,3 +1,4 @@
+#include "Command.h"
 #include "LogCapture.h"
 #include "TestFiles.h"
 #include "TestWidgets.h"
@@ -355,13 +356,9 @@ private slots:
             }
         }
         if (qgetenv("QT_SCALE_FACTOR").isEmpty()) {
-            QProcess twice;
-            QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-            env.insert("QT_SCALE_FACTOR", "2");
-            twice.setProcessEnvironment(env);
-            twice.start(QCoreApplication::applicationFilePath(), {"screenshots"});
-            QVERIFY(twice.waitForFinished(120000));
-            QVERIFY2(twice.exitCode() == 0, twice.readAllStandardOutput().right(3000).constData());
+            const Command::Result twice = Command::rerun({"screenshots"}, {{"QT_SCALE_FACTOR", "2"}});
+            QVERIFY2(twice.exitCode == 0 && twice.out.contains("PASS   : TestSettings::screenshots()"),
+                     qPrintable(twice.out.right(3000)));
         }
     }
 };
